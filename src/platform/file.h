@@ -1,0 +1,48 @@
+// An open file. It closes by scope, and a started program never inherits it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tlm::platform {
+
+// Used by one thread at a time. Positions and lengths are bytes.
+class File {
+ public:
+  enum class Mode {
+    Read,      // must exist
+    Truncate,  // emptied, or made
+    Append,    // made if missing; every write goes to the end
+    Update     // made if missing; the content stays, writing begins at the start
+  };
+
+  // Empty if the file cannot be opened so, or is a directory.
+  static std::optional<File> Open(const std::string& path, Mode mode);
+
+  File(File&& other) noexcept;
+  File& operator=(File&& other) noexcept;
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  ~File();
+
+  // How many bytes came, less than asked for only at the end of the file; empty after a failure.
+  [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t length);
+  // True if all of it was written.
+  [[nodiscard]] bool Write(const void* data, std::size_t length);
+  [[nodiscard]] bool Write(std::string_view text) { return Write(text.data(), text.size()); }
+  bool Seek(std::uint64_t position);
+  // False if the system reports that something written before was lost. Nothing else may be called afterwards.
+  bool Close();
+
+ private:
+  explicit File(int descriptor) : descriptor_(descriptor) {}
+  int descriptor_;
+};
+
+// The whole content; empty if the file cannot be read to its end.
+std::optional<std::string> ReadWholeFile(const std::string& path);
+
+}  // namespace tlm::platform

@@ -1,0 +1,33 @@
+// A lock on the first byte of a file. It binds processes, and threads of one process that opened the file each for
+// itself, and it ends with its holder.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace tlm::platform {
+
+// Used by one thread at a time.
+class FileLock {
+ public:
+  // Opens the file, making it if it is missing, without locking it. Empty if it cannot be opened for writing.
+  static std::optional<FileLock> Open(const std::string& path);
+
+  FileLock(FileLock&& other) noexcept;
+  FileLock& operator=(FileLock&& other) noexcept;
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  ~FileLock();  // gives the lock up
+
+  // Never waits. False if another holds it.
+  [[nodiscard]] bool TryLock();
+  // True if the path that was opened still names the opened file, and not another one or none.
+  bool IsCurrent() const;
+
+ private:
+  FileLock(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {}
+  int descriptor_;
+  std::string path_;
+};
+
+}  // namespace tlm::platform

@@ -1,0 +1,39 @@
+// A named event by which one process asks another to end.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace tlm::platform {
+
+// Sets the event of this name. False if there is none, or it may not be set.
+bool SetStopEvent(const std::string& name);
+
+// Takes the name away, so that nothing is left of an event whose owner has ended.
+void RemoveStopEvent(const std::string& name);
+
+// The other side: the event that a process makes for itself and looks at. The name goes with the object.
+class StopEvent {
+ public:
+  // Empty if it cannot be made. An event that a former owner of the name left behind is replaced.
+  static std::optional<StopEvent> Create(const std::string& name);
+
+  StopEvent(StopEvent&& other) noexcept;
+  StopEvent& operator=(StopEvent&&) = delete;
+  StopEvent(const StopEvent&) = delete;
+  StopEvent& operator=(const StopEvent&) = delete;
+  ~StopEvent();
+
+  // True as soon as the event has been set, and from then on.
+  bool WaitFor(std::chrono::milliseconds limit);
+  bool IsSet() { return WaitFor(std::chrono::milliseconds(0)); }
+
+ private:
+  StopEvent(std::string name, void* semaphore) : name_(std::move(name)), semaphore_(semaphore) {}
+  std::string name_;
+  void* semaphore_;
+  bool set_ = false;
+};
+
+}  // namespace tlm::platform

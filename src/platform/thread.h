@@ -1,0 +1,23 @@
+// Threads, and the passing of time.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+
+namespace tlm::platform {
+
+// Starts a thread that nobody waits for. False if the system has none to give. An exception may not leave the function.
+[[nodiscard]] bool StartDetachedThread(std::function<void()> body);
+
+void Sleep(std::chrono::milliseconds time);
+void YieldTimeSlice();
+
+std::int64_t SecondsSince1970();
+
+struct LocalTime {
+  int Day, Month, Year, Hour, Minute, Second;
+};
+LocalTime LocalTimeNow();
+
+}  // namespace tlm::platform
