@@ -1,0 +1,189 @@
+#include "platform/socket.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace tlm::platform {
+
+const int kWouldBlock = EWOULDBLOCK;
+const int kConnectionReset = ECONNRESET;
+const int kConnectionAborted = ECONNABORTED;
+const int kNotConnected = ENOTCONN;
+
+namespace {
+
+sockaddr_in ToSystem(SocketAddress address) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_addr.s_addr = address.Address;
+  result.sin_port = htons(address.Port);
+  return result;
+}
+
+SocketAddress FromSystem(const sockaddr_in& address) { return {address.sin_addr.s_addr, ntohs(address.sin_port)}; }
+
+template <class Query>
+std::optional<SocketAddress> AskAddress(Query query, Socket socket) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  if (query(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0) return std::nullopt;
+  return FromSystem(address);
+}
+
+template <class Value>
+bool SetOption(Socket socket, int level, int option, const Value& value) {
+  return setsockopt(socket, level, option, &value, sizeof value) == 0;
+}
+
+void AppendPollEntries(std::vector<pollfd>& entries, const std::vector<Socket>* sockets, short events) {
+  if (!sockets) return;
+  for (Socket socket : *sockets) entries.push_back({socket, events, 0});
+}
+
+// Keeps the sockets whose entries, which begin at `entry`, report something.
+void KeepReady(std::vector<Socket>* sockets, const pollfd* entry) {
+  if (!sockets) return;
+  std::erase_if(*sockets, [&entry](Socket) { return (entry++)->revents == 0; });
+}
+
+}  // namespace
+
+int LastSocketError() { return errno; }
+void SetLastSocketError(int number) { errno = number; }
+bool IsWouldBlock(int number) { return number == EWOULDBLOCK || number == EAGAIN; }
+bool IsOutOfResources(int number) {
+  return number == EMFILE || number == ENFILE || number == ENOBUFS || number == ENOMEM;
+}
+
+Socket OpenTcpSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+
+bool AllowAddressReuse(Socket socket) { return SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1); }
+
+bool BindToPort(Socket socket, std::uint16_t port) {
+  const sockaddr_in address = ToSystem({htonl(INADDR_ANY), port});
+  return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+bool Listen(Socket socket, int backlog) { return listen(socket, backlog) == 0; }
+
+bool MakeNonBlocking(Socket socket) {
+  int on = 1;
+  return ioctl(socket, FIONBIO, &on) == 0;
+}
+
+bool SetLinger(Socket socket, bool on, int seconds) {
+  return SetOption(socket, SOL_SOCKET, SO_LINGER, linger{on ? 1 : 0, seconds});
+}
+
+void SendWithoutDelay(Socket socket) { SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1); }
+
+bool Connect(Socket socket, SocketAddress peer) {
+  const sockaddr_in address = ToSystem(peer);
+  if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return true;
+  if (errno != EINTR) return false;
+  // An interrupted connect goes on by itself: its outcome is known once the socket can be written.
+  pollfd entry{socket, POLLOUT, 0};
+  while (poll(&entry, 1, -1) < 0 && errno == EINTR) {
+  }
+  int error = 0;
+  socklen_t length = sizeof error;
+  if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
+  errno = error;
+  return error == 0;
+}
+
+Socket AcceptSocket(Socket listener, SocketAddress& peer) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  const Socket socket = accept4(listener, reinterpret_cast<sockaddr*>(&address), &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (socket >= 0) peer = FromSystem(address);
+  return socket;
+}
+
+bool ShutdownSocket(Socket socket) { return shutdown(socket, SHUT_RDWR) == 0; }
+
+void CloseSocket(Socket socket) { close(socket); }
+
+std::int64_t Send(Socket socket, const void* data, std::size_t length) {
+  ssize_t sent = 0;
+  do sent = send(socket, data, length, MSG_NOSIGNAL);
+  while (sent < 0 && errno == EINTR);
+  return sent;
+}
+
+std::int64_t Receive(Socket socket, void* buffer, std::size_t length) {
+  ssize_t received = 0;
+  do received = recv(socket, buffer, length, 0);
+  while (received < 0 && errno == EINTR);
+  return received;
+}
+
+std::uint32_t BytesReadable(Socket socket) {
+  int bytes = 0;
+  return ioctl(socket, FIONREAD, &bytes) == 0 && bytes > 0 ? static_cast<std::uint32_t>(bytes) : 0;
+}
+
+std::optional<SocketAddress> LocalAddress(Socket socket) { return AskAddress(getsockname, socket); }
+std::optional<SocketAddress> RemoteAddress(Socket socket) { return AskAddress(getpeername, socket); }
+
+std::optional<std::uint32_t> ParseAddress(const std::string& text) {
+  const in_addr_t address = inet_addr(text.c_str());
+  if (address == INADDR_NONE) return std::nullopt;
+  return address;
+}
+
+std::string FormatAddress(std::uint32_t address) {
+  char text[INET_ADDRSTRLEN] = "";
+  const in_addr binary{address};
+  inet_ntop(AF_INET, &binary, text, sizeof text);
+  return text;
+}
+
+std::optional<std::uint32_t> LookUpHost(const std::string& name) {
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  const int failure = getaddrinfo(name.c_str(), nullptr, &hints, &found);
+  if (failure != 0) {
+    if (failure != EAI_SYSTEM) errno = EHOSTUNREACH;
+    return std::nullopt;
+  }
+  const std::uint32_t address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr.s_addr;
+  freeaddrinfo(found);
+  return address;
+}
+
+int WaitForSockets(std::vector<Socket>* readable, std::vector<Socket>* writable,
+                   std::optional<std::chrono::microseconds> limit) {
+  std::vector<pollfd> entries;
+  entries.reserve((readable ? readable->size() : 0) + (writable ? writable->size() : 0));
+  AppendPollEntries(entries, readable, POLLIN);
+  AppendPollEntries(entries, writable, POLLOUT);
+
+  timespec time{};
+  if (limit) {
+    time.tv_sec = limit->count() / 1'000'000;
+    time.tv_nsec = limit->count() % 1'000'000 * 1000;
+  }
+  const int ready = ppoll(entries.data(), entries.size(), limit ? &time : nullptr, nullptr);
+  if (ready < 0) {
+    if (readable) readable->clear();
+    if (writable) writable->clear();
+    return ready;
+  }
+  const std::size_t readableCount = readable ? readable->size() : 0;
+  KeepReady(readable, entries.data());
+  KeepReady(writable, entries.data() + readableCount);
+  return ready;
+}
+
+}  // namespace tlm::platform

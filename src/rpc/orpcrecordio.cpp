@@ -1,0 +1,98 @@
+#include "rpc/orpcrecordio.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "platform/environment.h"
+#include "rpc/orpcerror.h"
+#include "rpc/wire.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr std::uint32_t kMarkSize = 4;
+constexpr std::uint32_t kLastFragment = 0x80000000;
+constexpr std::uint32_t kInitialCapacity = 8192;
+constexpr std::uint32_t kSmallestPacket = 4096;
+constexpr std::uint32_t kDefaultPacket = 0x200000;
+// Memory for a record grows in steps of this size, as its bytes arrive.
+constexpr std::uint32_t kReadPiece = 0x40000;
+
+// No sender makes a longer record: a packet and the longest single write behind it, with room to spare.
+std::uint64_t LargestRecord() { return std::uint64_t{PacketSize()} + 4 * std::uint64_t{kMaxStringLength}; }
+
+}  // namespace
+
+std::uint32_t PacketSize() {
+  static const std::uint32_t size = [] {
+    const std::optional<std::string> text = platform::GetVariable("ORPC_PACKET_SIZE");
+    const auto value = static_cast<std::uint32_t>(text ? std::atoi(text->c_str()) : 0);
+    return value < kSmallestPacket ? kDefaultPacket : value;
+  }();
+  return size;
+}
+
+ORpcRecordIO::ORpcRecordIO(std::unique_ptr<ORpcIO> inner) : inner_(std::move(inner)) {
+  writeBuffer_.reserve(kInitialCapacity);
+  readBuffer_.reserve(kInitialCapacity);
+  writeBuffer_.resize(kMarkSize);
+}
+
+std::uint32_t ORpcRecordIO::Write(const void* buffer, std::uint32_t length) {
+  if (writeBuffer_.size() >= PacketSize()) Flush();
+  const auto* bytes = static_cast<const unsigned char*>(buffer);
+  writeBuffer_.insert(writeBuffer_.end(), bytes, bytes + length);
+  return length;
+}
+
+void ORpcRecordIO::Flush() {
+  if (writeBuffer_.size() <= kMarkSize) return;
+  StoreBigEndian(static_cast<std::uint32_t>(writeBuffer_.size() - kMarkSize) | kLastFragment, writeBuffer_.data());
+  inner_->Write(writeBuffer_.data(), static_cast<std::uint32_t>(writeBuffer_.size()));
+  writeBuffer_.resize(kMarkSize);
+}
+
+std::uint32_t ORpcRecordIO::Read(void* buffer, std::uint32_t length) {
+  const std::uint32_t count = Offer(length);
+  if (count > 0) std::memcpy(buffer, readBuffer_.data() + readBuffer_.size() - unread_, count);
+  unread_ -= count;
+  return count;
+}
+
+std::uint32_t ORpcRecordIO::Offer(std::uint32_t length) {
+  if (unread_ == 0 && length > 0) FetchRecord();
+  return std::min(length, unread_);
+}
+
+void ORpcRecordIO::FetchRecord() {
+  readBuffer_.clear();
+  bool last = false;
+  while (!last) {
+    unsigned char bytes[kMarkSize];
+    inner_->Read(bytes, kMarkSize);
+    const std::uint32_t mark = LoadBigEndian<std::uint32_t>(bytes);
+    last = (mark & kLastFragment) != 0;
+    ReadFragment(mark & ~kLastFragment);
+  }
+}
+
+void ORpcRecordIO::ReadFragment(std::uint32_t size) {
+  if (std::uint64_t{size} + unread_ > LargestRecord()) {
+    std::printf("ERROR: Fragment size is %d\n", static_cast<int>(size));
+    throw kMarshalError;
+  }
+  while (size > 0) {
+    const std::uint32_t piece = std::min(size, kReadPiece);
+    readBuffer_.resize(readBuffer_.size() + piece);
+    inner_->Read(readBuffer_.data() + readBuffer_.size() - piece, piece);
+    unread_ += piece;
+    size -= piece;
+  }
+}
+
+}  // namespace tlm

@@ -1,0 +1,73 @@
+#include <chrono>
+
+#include "rpc/orpcerror.h"
+#include "rpc/orpcio.h"
+#include "rpc/orpcrecordio.h"
+#include "rpc/orpcthread.h"
+#include "rpc/orpctrace.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr std::chrono::seconds kReadWait{5};  // a wait that ends without data is simply repeated
+
+}  // namespace
+
+std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
+  auto* position = static_cast<unsigned char*>(buffer);
+  std::uint32_t remaining = length;
+  while (true) {
+    const std::int64_t received = TracedReceive(socket_, position, remaining);
+    const int error = platform::LastSocketError();
+    if (received == remaining) return length;
+    if (received > 0) {
+      position += received;
+      remaining -= static_cast<std::uint32_t>(received);
+    } else if (received == 0) {
+      RaiseSocketError("ECONNRESET", platform::kConnectionReset);
+    } else if (!platform::IsWouldBlock(error)) {
+      RaiseSocketError("RpcSockIO::Read::recv", error);
+    }
+    WaitUntilReadable();
+  }
+}
+
+void ORpcSockIO::WaitUntilReadable() {
+  DescriptorSet readSet{socket_};
+  if (!thread_) {
+    ORpcTrace(1).Print("select\n");
+    TracedSelect(socket_ + 1, &readSet, nullptr, kReadWait);
+    ORpcTrace(1).Print(".\n");
+    return;
+  }
+  DescriptorSet writeSet;
+  thread_->PollOnce(socket_, readSet, writeSet);
+  // A peer that never goes on must not keep a loop alive that is to end.
+  if (thread_->IsStopped()) throw OrpcSocketError(platform::kConnectionAborted);
+}
+
+std::uint32_t ORpcSockIO::Write(const void* buffer, std::uint32_t length) {
+  if (thread_) return thread_->Send(socket_, buffer, length);
+  const auto* position = static_cast<const unsigned char*>(buffer);
+  std::uint32_t remaining = length;
+  while (true) {
+    const std::int64_t sent = TracedSend(socket_, position, remaining);
+    const int error = platform::LastSocketError();
+    if (sent == remaining) return length;
+    if (sent >= 0) {
+      position += sent;
+      remaining -= static_cast<std::uint32_t>(sent);
+    } else if (!platform::IsWouldBlock(error)) {
+      RaiseSocketError("ORpcSockIO::Write::send", error);
+    }
+    DescriptorSet writeSet{socket_};
+    TracedSelect(socket_ + 1, nullptr, &writeSet, std::nullopt);
+  }
+}
+
+std::unique_ptr<ORpcIO> MakeSocketStream(platform::Socket socket) {
+  return std::make_unique<ORpcRecordIO>(std::make_unique<ORpcSockIO>(socket, ORpcThread::Current()));
+}
+
+}  // namespace tlm

@@ -1,0 +1,297 @@
+#include "rpc/orpcthread.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "platform/environment.h"
+#include "platform/thread.h"
+#include "rpc/orpcerror.h"
+#include "rpc/orpcrecordio.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr int kBacklog = 10;
+constexpr int kBlockedRetries = 500;
+// How long the listeners rest after an accept that failed for want of descriptors or memory.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+// Calls in progress on the stack. A peer that stops in the middle of a call keeps its frame, so that the stack could
+// else be filled up by half calls.
+constexpr std::size_t kDeepestNesting = 2000;
+constexpr std::chrono::milliseconds kNestingPause{1};
+
+thread_local ORpcThread* currentThread = nullptr;
+
+template <class Container>
+class Membership {  // of one value in a set, for a scope
+ public:
+  Membership(Container& container, platform::Socket value) : container_(container), value_(value) {
+    container_.insert(value_);
+  }
+  ~Membership() { container_.erase(value_); }
+  Membership(const Membership&) = delete;
+  Membership& operator=(const Membership&) = delete;
+
+ private:
+  Container& container_;
+  platform::Socket value_;
+};
+
+bool Contains(const DescriptorSet& set, platform::Socket socket) {
+  return std::find(set.begin(), set.end(), socket) != set.end();
+}
+
+}  // namespace
+
+ORpcThread::~ORpcThread() {
+  Stop();
+  CloseAll();
+}
+
+ORpcThread* ORpcThread::Current() { return currentThread; }
+
+platform::Socket ORpcThread::AddListener(std::uint16_t port) {
+  const platform::Socket socket = platform::OpenTcpSocket();
+  const int openError = platform::LastSocketError();
+  ORpcTrace(2).Print("socket(...)=%d\n", socket);
+  if (socket < 0) RaiseSocketError("ORpcThread::AddListener::socket", openError);
+
+  const auto require = [socket](bool worked, const char* tag) {
+    if (worked) return;
+    const int error = platform::LastSocketError();
+    platform::CloseSocket(socket);
+    RaiseSocketError(tag, error);
+  };
+  platform::AllowAddressReuse(socket);
+  require(platform::BindToPort(socket, port), "ORpcThread::AddListener::bind");
+  require(platform::Listen(socket, kBacklog), "ORpcThread::AddListener::listen");
+  require(platform::MakeNonBlocking(socket), "ORpcThread::AddListener::ioctlsocket");
+  listeners_.push_back(socket);
+  return socket;
+}
+
+void ORpcThread::Run() {
+  currentThread = this;
+  while (!stop_) {
+    DescriptorSet readSet;
+    DescriptorSet writeSet;
+    PollOnce(0, readSet, writeSet);
+  }
+  CloseAll();
+  currentThread = nullptr;
+}
+
+int ORpcThread::PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet) {
+  AddToReadSet(highest, readSet);
+  std::fflush(stdout);
+  std::optional<std::chrono::microseconds> timeOut;
+  if (ListenersPaused()) timeOut = kAcceptPause;
+  const int result = TracedSelect(highest + 1, &readSet, &writeSet, timeOut);
+  if (stop_ || result < 1) return result;
+  ServeReady(readSet);
+  AcceptReady(readSet);
+  return result;
+}
+
+void ORpcThread::AddToReadSet(platform::Socket& highest, DescriptorSet& readSet) {
+  const DescriptorSet given = readSet;
+  const auto addAll = [&](const std::vector<platform::Socket>& sockets) {
+    for (platform::Socket socket : sockets) {
+      if (!Contains(given, socket)) readSet.push_back(socket);
+      highest = std::max(highest, socket);
+    }
+  };
+  addAll(connections_);
+  if (!ListenersPaused()) addAll(listeners_);
+}
+
+bool ORpcThread::ListenersPaused() const { return acceptAgain_ && std::chrono::steady_clock::now() < *acceptAgain_; }
+
+void ORpcThread::ServeReady(const DescriptorSet& readSet) {
+  DescriptorSet ready = readSet;
+  std::sort(ready.begin(), ready.end());
+  // A connection with a call in progress does not use the pass up, or one that sends while it waits further down the
+  // stack would keep all later ones from being served.
+  const auto next = std::find_if(connections_.begin(), connections_.end(), [&](platform::Socket socket) {
+    return std::binary_search(ready.begin(), ready.end(), socket) && !busy_.contains(socket);
+  });
+  if (next == connections_.end()) return;
+  if (busy_.size() >= kDeepestNesting) return platform::Sleep(kNestingPause);
+
+  const platform::Socket socket = *next;
+  try {
+    ServeCall(socket);
+  } catch (...) {  // Whatever went wrong with this connection, the others go on.
+    DropConnection(socket);
+    Forget(socket);
+  }
+}
+
+void ORpcThread::Forget(platform::Socket socket) {
+  const auto found = std::find(connections_.begin(), connections_.end(), socket);
+  if (found == connections_.end()) {
+    std::puts("CONNECTION NOT FOUND");
+    return;
+  }
+  connections_.erase(found);
+}
+
+void ORpcThread::AcceptReady(const DescriptorSet& readSet) {
+  for (platform::Socket listener : listeners_) {
+    if (!Contains(readSet, listener)) continue;
+    platform::SocketAddress peer;
+    const platform::Socket socket = platform::AcceptSocket(listener, peer);
+    if (socket < 0) {
+      if (platform::IsOutOfResources(platform::LastSocketError())) {
+        acceptAgain_ = std::chrono::steady_clock::now() + kAcceptPause;
+      }
+      continue;
+    }
+    acceptAgain_.reset();
+    ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener, platform::FormatAddress(peer.Address).c_str(), peer.Port,
+                       socket);
+    platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
+    platform::SendWithoutDelay(socket);
+    connections_.push_back(socket);
+  }
+}
+
+void ORpcThread::ServeCall(platform::Socket socket) {
+  const Membership busy(busy_, socket);
+  ORpcRecordIO stream(std::make_unique<ORpcSockIO>(socket, this));
+  const auto call = Decoded<CallHeader>(stream);
+  const MAutoLock lock(lock_);
+  Answer(socket, call, stream);
+  stream.Flush();
+}
+
+void ORpcThread::Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) {
+  const std::shared_ptr<ORpcServer> server = FindOrCreateServer(socket, {call.Program, call.Version});
+  if (!server) {
+    std::puts("PROG_UNAVAIL");
+    Encode(stream, ReplyHeader{.Xid = call.Xid, .AcceptedStat = kProgramUnavailable});
+    return;
+  }
+  server->replyHeader_.Xid = call.Xid;
+  server->replyHeader_.AcceptedStat = kSuccess;
+  const auto procedure = static_cast<std::int32_t>(call.Procedure);
+  if (procedure != 0 && !server->HasProc(procedure)) {
+    std::puts("PROC_UNAVAIL");
+    server->replyHeader_.AcceptedStat = kProcedureUnavailable;
+  } else if (procedure != 0) {
+    server->stream_ = &stream;
+    try {
+      server->Dispatch(procedure);
+      return;
+    } catch (const OrpcSocketError&) {
+      throw;
+    } catch (...) {  // The operation failed, not the connection: its caller is told so.
+      if (platform::GetVariable("ORPC_TRACE")) std::puts("Caught Dispatch exception");
+      server->replyHeader_.AcceptedStat = kSystemError;
+    }
+  }
+  Encode(stream, server->replyHeader_);
+}
+
+std::shared_ptr<ORpcServer> ORpcThread::FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) {
+  std::shared_ptr<ORpcServer>& server = servers_[socket][key];
+  if (!server) {
+    server = CreateServer(key);
+    if (server) {
+      server->listenerPort_ = GetListenerPort(socket);
+      server->remotePort_ = GetRemotePort(socket);
+    }
+  }
+  return server;
+}
+
+std::uint32_t ORpcThread::Send(platform::Socket socket, const void* buffer, std::uint32_t length) {
+  if (stop_) return length;
+  SendQueue& queue = sendQueues_[socket];
+  const auto* bytes = static_cast<const unsigned char*>(buffer);
+  queue.Bytes.insert(queue.Bytes.end(), bytes, bytes + length);
+  if (queue.InUse) return length;  // each of its attempts offers the whole queue
+
+  queue.InUse = true;
+  try {
+    SendQueued(socket, queue, length);
+  } catch (...) {  // What waits for a failed connection waits for nothing.
+    sendQueues_.erase(socket);
+    throw;
+  }
+  queue.InUse = false;
+  if (queue.Sent == queue.Bytes.size()) sendQueues_.erase(socket);
+  return length;
+}
+
+void ORpcThread::SendQueued(platform::Socket socket, SendQueue& queue, std::size_t length) {
+  std::size_t sentHere = 0;
+  int blocked = 0;
+  while (true) {
+    const std::int64_t sent = TracedSend(socket, queue.Bytes.data() + queue.Sent, queue.Bytes.size() - queue.Sent);
+    const int error = platform::LastSocketError();
+    if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
+    if (sent < 0) {
+      if (blocked > kBlockedRetries) RaiseSocketError("ORpcThread::Send::blocked", platform::kWouldBlock);
+      platform::YieldTimeSlice();
+      ++blocked;
+    } else {
+      queue.Sent += static_cast<std::size_t>(sent);
+      sentHere += static_cast<std::size_t>(sent);
+      if (sentHere >= length) return;
+    }
+    DescriptorSet readSet;
+    DescriptorSet writeSet{socket};
+    PollOnce(socket, readSet, writeSet);
+    if (stop_) return;
+  }
+}
+
+void ORpcThread::DeleteServer(const ORpcServer* server) {
+  const MAutoLock lock(lock_);
+  for (auto& [socket, servers] : servers_) {
+    const auto found = std::find_if(servers.begin(), servers.end(),
+                                    [server](const auto& entry) { return entry.second.get() == server; });
+    if (found == servers.end()) continue;
+    const std::shared_ptr<ORpcServer> given = std::move(found->second);
+    servers.erase(found);
+    given->Abandon();
+    return;
+  }
+}
+
+void ORpcThread::DropConnection(platform::Socket socket) {
+  const MAutoLock lock(lock_);
+  const auto node = servers_.extract(socket);
+  if (node) {
+    for (const auto& [key, server] : node.mapped()) {
+      if (server) server->Abandon();
+    }
+  }
+  sendQueues_.erase(socket);
+  TracedClose(socket);
+}
+
+void ORpcThread::CloseAll() {
+  for (platform::Socket socket : connections_) DropConnection(socket);
+  for (platform::Socket socket : listeners_) TracedClose(socket);
+  connections_.clear();
+  listeners_.clear();
+}
+
+std::uint16_t ORpcThread::GetListenerPort(platform::Socket socket) {
+  const auto address = platform::LocalAddress(socket);
+  if (!address) RaiseSocketError("ORpcThread::GetListenerPort::getsockname", platform::LastSocketError());
+  ORpcTrace(3).Print("GetListenerPort(%d)=%d\n", socket, address->Port);
+  return address->Port;
+}
+
+std::uint16_t ORpcThread::GetRemotePort(platform::Socket socket) {
+  const auto address = platform::RemoteAddress(socket);
+  if (!address) RaiseSocketError("ORpcThread::GetRemotePort::getpeername", platform::LastSocketError());
+  ORpcTrace(3).Print("GetRemotePort(%d)=%d\n", socket, address->Port);
+  return address->Port;
+}
+
+}  // namespace tlm

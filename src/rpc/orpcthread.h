@@ -1,0 +1,87 @@
+// The server side: one object, run on one thread, that listens, accepts, reads calls, dispatches them and writes the
+// replies. The loop is re-entrant: whenever its thread would have to wait for a socket, it runs a further pass from
+// inside the wait, so that all other connections go on being served, nested on the same stack.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "rpc/orpcserver.h"
+#include "rpc/orpctrace.h"
+#include "util/mmutex.h"
+
+namespace tlm {
+
+// Everything but Stop, IsStopped and DeleteServer is for the thread that calls Run.
+class ORpcThread {
+ public:
+  ORpcThread() = default;
+  virtual ~ORpcThread();
+  ORpcThread(const ORpcThread&) = delete;
+  ORpcThread& operator=(const ORpcThread&) = delete;
+
+  // The loop that runs on the calling thread; null if none does.
+  static ORpcThread* Current();
+
+  // A new listener on any local address, at the port; 0 lets the system choose. Raises OrpcSocketError.
+  platform::Socket AddListener(std::uint16_t port);
+  // Serves until Stop, then closes all connections and listeners.
+  void Run();
+  // Takes effect when the pass in progress ends; nothing wakes a pass that sleeps. Waits of calls in progress end.
+  void Stop() { stop_ = true; }
+  bool IsStopped() const { return stop_; }
+
+  // Sends the bytes behind those that wait for the socket already, running passes of the loop while it is full. After
+  // Stop nothing is sent any more. Raises OrpcSocketError if the connection fails, or stays full for too many attempts.
+  std::uint32_t Send(platform::Socket socket, const void* buffer, std::uint32_t length);
+  // One pass: waits until a socket of the sets, a connection or a listener has work, serves one call of the earliest
+  // accepted connection that is ready and has none in progress, then accepts. The sets come back with what is ready.
+  // Gives the number of ready sockets, below 1 if the wait ended without any.
+  int PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet);
+
+  // Gives up a connection's server object; the connection stays open, and its next call makes a new one. No effect on
+  // an object that is not a connection's.
+  void DeleteServer(const ORpcServer* server) EXCLUDES(lock_);
+
+  // Local and peer's port. Raise OrpcSocketError.
+  std::uint16_t GetListenerPort(platform::Socket socket);
+  std::uint16_t GetRemotePort(platform::Socket socket);
+
+ private:
+  using ServersOfConnection = std::map<ORpcProgramKey, std::shared_ptr<ORpcServer>>;
+  struct SendQueue {
+    std::vector<unsigned char> Bytes;
+    std::size_t Sent = 0;  // bytes at the front that have gone
+    bool InUse = false;    // a Send further down the stack is working on it
+  };
+
+  void AddToReadSet(platform::Socket& highest, DescriptorSet& readSet);
+  bool ListenersPaused() const;
+  void ServeReady(const DescriptorSet& readSet);
+  void AcceptReady(const DescriptorSet& readSet);
+  void ServeCall(platform::Socket socket);
+  void Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) REQUIRES(lock_);
+  std::shared_ptr<ORpcServer> FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) REQUIRES(lock_);
+  void SendQueued(platform::Socket socket, SendQueue& queue, std::size_t length);
+  void DropConnection(platform::Socket socket) EXCLUDES(lock_);
+  void Forget(platform::Socket socket);
+  void CloseAll();
+
+  std::atomic<bool> stop_ = false;
+  std::vector<platform::Socket> listeners_;
+  std::vector<platform::Socket> connections_;  // in the order of acceptance
+  std::unordered_map<platform::Socket, SendQueue> sendQueues_;
+  std::map<platform::Socket, ServersOfConnection> servers_ GUARDED_BY(lock_);
+  std::unordered_set<platform::Socket> busy_;                         // a call of the connection is on the stack
+  std::optional<std::chrono::steady_clock::time_point> acceptAgain_;  // set while accepting is out of resources
+  MMutex lock_;
+};
+
+}  // namespace tlm

@@ -1,0 +1,70 @@
+#include "rpc/wire.h"
+
+#include <cstdio>
+
+#include "rpc/orpcerror.h"
+
+namespace tlm {
+
+namespace {
+
+void ReadExactly(ORpcIO& io, void* buffer, std::uint32_t length) {
+  if (io.Read(buffer, length) != length) throw kMarshalError;
+}
+
+template <class Integer>
+ORpcIO& EncodeInteger(ORpcIO& io, Integer value) {
+  unsigned char bytes[sizeof(Integer)];
+  StoreBigEndian(value, bytes);
+  io.Write(bytes, sizeof bytes);
+  return io;
+}
+
+template <class Integer>
+void DecodeInteger(ORpcIO& io, Integer& value) {
+  unsigned char bytes[sizeof(Integer)];
+  ReadExactly(io, bytes, sizeof bytes);
+  value = LoadBigEndian<Integer>(bytes);
+}
+
+}  // namespace
+
+ORpcIO& Encode(ORpcIO& io, std::uint32_t value) { return EncodeInteger(io, value); }
+ORpcIO& Encode(ORpcIO& io, std::uint64_t value) { return EncodeInteger(io, value); }
+ORpcIO& Encode(ORpcIO& io, bool value) { return EncodeInteger(io, std::uint32_t{value ? 1U : 0U}); }
+
+ORpcIO& Encode(ORpcIO& io, const std::string& value) {
+  const auto length = static_cast<std::uint32_t>(value.size());
+  Encode(io, length);
+  EncodeBytes(io, value.data(), length);
+  return io;
+}
+
+void EncodeBytes(ORpcIO& io, const void* bytes, std::uint32_t length) {
+  static constexpr unsigned char kZeros[3] = {};
+  if (length > 0) io.Write(bytes, length);
+  if (PaddingOf(length) > 0) io.Write(kZeros, PaddingOf(length));
+}
+
+void Decode(ORpcIO& io, std::uint32_t& value) { DecodeInteger(io, value); }
+void Decode(ORpcIO& io, std::uint64_t& value) { DecodeInteger(io, value); }
+void Decode(ORpcIO& io, bool& value) { value = Decoded<std::uint32_t>(io) != 0; }
+
+void Decode(ORpcIO& io, std::string& value) {
+  const auto length = Decoded<std::uint32_t>(io);
+  if (length > kMaxStringLength) {
+    std::printf("ERROR: string size is %d bytes\n", static_cast<int>(length));
+    throw kMarshalError;
+  }
+  if (io.Offer(length) < length) throw kMarshalError;
+  value.resize(length);
+  if (length > 0) ReadExactly(io, value.data(), length);
+  DecodePadding(io, length);
+}
+
+void DecodePadding(ORpcIO& io, std::uint32_t length) {
+  unsigned char padding[3];
+  if (PaddingOf(length) > 0) ReadExactly(io, padding, PaddingOf(length));
+}
+
+}  // namespace tlm

@@ -1,0 +1,65 @@
+// The primitive wire forms (XDR, RFC 4506): big-endian, each item a multiple of 4 bytes. Each is one Write or Read of
+// its encoded size; a string is up to three: length, bytes, padding. Encoders give the stream back, so that calls can
+// be chained. Decoders throw kMarshalError when the record ends inside an item.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <type_traits>
+
+#include "rpc/orpcio.h"
+
+namespace tlm {
+
+inline constexpr std::uint32_t kMaxStringLength = 0x1000000;  // bytes
+
+template <class Integer>
+void StoreBigEndian(Integer value, unsigned char* bytes) {
+  for (int i = sizeof(Integer) - 1; i >= 0; --i) {
+    bytes[i] = static_cast<unsigned char>(value);
+    value >>= 8;
+  }
+}
+
+template <class Integer>
+Integer LoadBigEndian(const unsigned char* bytes) {
+  Integer value = 0;
+  for (std::size_t i = 0; i < sizeof(Integer); ++i) value = static_cast<Integer>(value << 8 | bytes[i]);
+  return value;
+}
+
+ORpcIO& Encode(ORpcIO& io, std::uint32_t value);
+ORpcIO& Encode(ORpcIO& io, std::uint64_t value);
+ORpcIO& Encode(ORpcIO& io, bool value);
+ORpcIO& Encode(ORpcIO& io, const std::string& value);
+
+void Decode(ORpcIO& io, std::uint32_t& value);
+void Decode(ORpcIO& io, std::uint64_t& value);
+void Decode(ORpcIO& io, bool& value);  // any word but 0 is true
+// Prints a message and throws kMarshalError for a length over kMaxStringLength. Takes no memory before bytes have come.
+void Decode(ORpcIO& io, std::string& value);
+
+inline ORpcIO& Encode(ORpcIO& io, std::int32_t value) { return Encode(io, static_cast<std::uint32_t>(value)); }
+inline ORpcIO& Encode(ORpcIO& io, std::int64_t value) { return Encode(io, static_cast<std::uint64_t>(value)); }
+// A text literal would else become a bool.
+ORpcIO& Encode(ORpcIO& io, const char* value) = delete;
+
+template <class Value>
+Value Decoded(ORpcIO& io) {
+  Value value{};
+  Decode(io, value);
+  return value;
+}
+
+inline void Decode(ORpcIO& io, std::int32_t& value) { value = static_cast<std::int32_t>(Decoded<std::uint32_t>(io)); }
+inline void Decode(ORpcIO& io, std::int64_t& value) { value = static_cast<std::int64_t>(Decoded<std::uint64_t>(io)); }
+
+// Bytes that fill an item up to a multiple of 4.
+inline std::uint32_t PaddingOf(std::uint32_t length) { return -length & 3; }
+
+// The bytes and the padding of an item whose length has been written.
+void EncodeBytes(ORpcIO& io, const void* bytes, std::uint32_t length);
+// Reads the padding of an item of this length and forgets it.
+void DecodePadding(ORpcIO& io, std::uint32_t length);
+
+}  // namespace tlm
