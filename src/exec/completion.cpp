@@ -1,0 +1,99 @@
+#include "exec/completion.h"
+
+#include <chrono>
+
+#include "exec/launch.h"
+#include "exec/retirement.h"
+#include "jm/qorjmmsgstream.h"
+#include "platform/thread.h"
+#include "store/trace.h"
+#include "util/mfile.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr int kSuccessCode = 4;  // in a message file
+constexpr std::chrono::milliseconds kWatchInterval{1000};
+
+// A process that has reported success itself needs no message file; else the file decides.
+void TakeMessageFile(Job& job, const std::string& directory) {
+  QorJMMsgStream messages;
+  const auto pid = static_cast<std::uint32_t>(job.Pid);
+  if (!job.SuccessFlag) {
+    job.SuccessFlag = messages.ReadMessage(kSuccessCode, nullptr, pid, directory, true);
+  } else if (job.Pid != 0) {
+    MFile(messages.MessageFileName(pid, directory)).Remove();
+  }
+}
+
+// The process is gone: nobody can report for it any more.
+void ForgetPid(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
+  const std::int32_t pid = job.Pid;
+  job.Pid = 0;
+  state.Jobs.Changed(job);
+  state.Jobs.Detach(pid);
+}
+
+void SweepAfterKill(JobManagerState& state, std::int32_t killed) REQUIRES(state.StateLock) {
+  if (killed != 0 && !state.SessionList.empty()) SweepJobs(state);
+}
+
+}  // namespace
+
+void ReleaseRunSlot(JobManagerState& state) {
+  if (state.RunningCount != 0) --state.RunningCount;
+  ++state.IdleWorkers;
+}
+
+void CompleteJob(JobManagerState& state, Job& job) {
+  Trace(state, "Spawning job : Taskkey : (%s)\n", job.TaskKey.c_str());
+  if (job.Status != LaunchFailed) {
+    TakeMessageFile(job, job.TempDir);
+    const bool good = job.SuccessFlag || job.CompleteOnFailure;
+    if (good) job.ResultFlags |= kResultsAvailable;
+    job.Status = good ? Finished : Aborted;
+    state.Jobs.Changed(job);
+  }
+  Trace(state, "NOTIFY: Job %s Status %u Results Available %u\n", job.ResultStem.c_str(), job.Status, job.ResultFlags);
+  NotifyJobChange(state, job, job.Status);
+  if (job.Status != Finished) FailDependants(state, job);
+  ReleaseRunSlot(state);
+  const std::int32_t killed = job.Killed;
+  ForgetPid(state, job);
+  SweepAfterKill(state, killed);
+}
+
+void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
+  {
+    const MAutoLock lock(state.StateLock);
+    if (Job* job = state.Jobs.Find(ref)) {
+      NotifyJobChange(state, *job, Queued);
+      NotifyJobChange(state, *job, Running);
+    }
+  }
+  while (true) {
+    {
+      const MAutoLock lock(state.StateLock);
+      Job* job = state.Jobs.Find(ref);
+      std::uint32_t exitCode = 0;
+      if (!job || state.StopRequested || TestProcessEnd(state, job->Pid, exitCode)) break;
+    }
+    platform::Sleep(kWatchInterval);
+  }
+
+  const MAutoLock lock(state.StateLock);
+  if (state.RunningCount != 0) --state.RunningCount;
+  Job* job = state.Jobs.Find(ref);
+  if (!job) return;
+  TakeMessageFile(*job, job->WorkDir);
+  job->ResultFlags = (job->ResultFlags & ~kResultsAvailable) | (job->SuccessFlag ? kResultsAvailable : 0);
+  job->Status = job->SuccessFlag ? Finished : Aborted;
+  state.Jobs.Changed(*job);
+  NotifyJobChange(state, *job, job->Status);
+  const std::int32_t killed = job->Killed;
+  ForgetPid(state, *job);
+  SweepAfterKill(state, killed);
+}
+
+}  // namespace tlm

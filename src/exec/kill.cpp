@@ -1,0 +1,84 @@
+#include "exec/kill.h"
+
+#include <chrono>
+#include <memory>
+
+#include "exec/launch.h"
+#include "exec/retirement.h"
+#include "platform/stop_event.h"
+#include "store/trace.h"
+
+namespace tlm {
+
+namespace {
+
+using platform::Process;
+
+constexpr int kPoliteWaits = 10;
+constexpr std::chrono::milliseconds kPoliteWait{1000};
+
+bool EndsWithinPatience(const Process& process) {
+  for (int i = 0; i < kPoliteWaits; ++i) {
+    if (process.WaitForEnd(kPoliteWait)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) {
+  bool asked = false;
+  std::shared_ptr<Process> process;
+  {
+    const MAutoLock lock(state.StateLock);
+    process = ProcessHandle(state, pid);
+    asked = process && state.KillViaEvent && platform::SetStopEvent(StopEventName(pid));
+  }
+  const bool endedByItself = asked && EndsWithinPatience(*process);
+  const MAutoLock lock(state.StateLock);
+  if (process) process->Terminate();  // also what an ended leader left of its group
+  return endedByItself ? kEndedOnStopEvent : kTerminated;
+}
+
+void KillProcess(JobManagerState& state, Job& job) {
+  job.Killed = KillProcess(state, job.Pid);
+  state.Jobs.Changed(job);
+}
+
+bool RemoveJob(JobManagerState& state, JobRef ref) {
+  const MAutoLock lock(state.StateLock);
+  Job* job = state.Jobs.Find(ref);
+  if (!job) return false;
+  if (job->Pid != 0) {
+    KillProcess(state, *job);
+  } else {
+    EndWithoutProcess(state, *job);
+    NotifyJobChange(state, *job, job->Status);
+  }
+  RecordRemovedHandle(state, ref);
+  FailDependants(state, *job);
+  SweepJobs(state);
+  return true;
+}
+
+void AbortAllJobs(JobManagerState& state) {
+  const MAutoLock lock(state.StateLock);
+  const std::vector<JobRef> all = state.Jobs.All();
+  for (JobRef ref : all) {
+    Job* job = state.Jobs.Find(ref);
+    if (!job) continue;
+    Trace(state, "Aborting job %s\n", job->ResultStem.c_str());
+    if (job->Pid != 0) {
+      KillProcess(state, *job);
+    } else {
+      const bool leftToItsPeer = job->RemoteJob != 0 && job->Predecessor == 0 && job->CreatorJob == 0;
+      if (!leftToItsPeer) EndWithoutProcess(state, *job);
+      NotifyJobChange(state, *job, job->Status);
+    }
+    RecordRemovedHandle(state, ref);
+    FailDependants(state, *job);
+  }
+  if (!all.empty()) SweepJobs(state);
+}
+
+}  // namespace tlm

@@ -1,0 +1,34 @@
+// The processes of jobs: started, looked at, and forgotten once their end has been seen.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "store/job_manager_state.h"
+
+namespace tlm {
+
+// Starts one command of the job in the job's directory, with its output behind what stands in OutFile. Gives the
+// process id, 0 if it could not be started; then OutFile tells so. The tokens are those of the command, BinPath in
+// front.
+std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const std::vector<std::string>& tokens)
+    REQUIRES(state.StateLock);
+
+// Null for a process whose end has been seen, and for one that nobody has started or attached here.
+std::shared_ptr<platform::Process> ProcessHandle(JobManagerState& state, std::int32_t pid) REQUIRES(state.StateLock);
+
+// Takes hold of a process that was not started here, so that no later process of its id can be taken for it.
+void HoldProcess(JobManagerState& state, std::int32_t pid) REQUIRES(state.StateLock);
+
+// True if the process has ended, or is not known; it is forgotten then. The exit code is platform::kUnknownExitCode
+// until the end, and for a process that was not started here.
+bool TestProcessEnd(JobManagerState& state, std::int32_t pid, std::uint32_t& exitCode) REQUIRES(state.StateLock);
+
+void ApplyPriority(JobManagerState& state, std::int32_t pid, std::uint32_t priority) REQUIRES(state.StateLock);
+
+// The name of the event by which the process is asked to end.
+std::string StopEventName(std::int32_t pid);
+
+}  // namespace tlm

@@ -1,0 +1,70 @@
+#include "exec/retirement.h"
+
+#include <set>
+#include <vector>
+
+#include "exec/kill.h"
+#include "store/trace.h"
+
+namespace tlm {
+
+namespace {
+
+// Goes up the chain of predecessors, as far as each is free to go.
+void RetireJob(JobManagerState& state, Job* job) REQUIRES(state.StateLock) {
+  while (job && state.Jobs.IsRetirable(*job)) {
+    Trace(state, "Deleting job from server [%s] status[%u]\n", job->InputFile.c_str(), job->Status);
+    job->Status = Removed;
+    state.Jobs.Changed(*job);
+    NotifyJobChange(state, *job, Removed);
+    Job* predecessor = state.Jobs.Find(job->Predecessor);
+    if (predecessor) {
+      --predecessor->Dependents;
+      state.Jobs.Changed(*predecessor);
+    }
+    job = predecessor;
+  }
+}
+
+// The first follower comes to lie on top.
+void PushFollowers(const JobManagerState& state, JobRef leader, std::vector<JobRef>& pending)
+    REQUIRES(state.StateLock) {
+  const std::set<JobRef>& followers = state.Jobs.FollowersOf(leader);
+  pending.insert(pending.end(), followers.rbegin(), followers.rend());
+}
+
+}  // namespace
+
+void SweepJobs(JobManagerState& state) {
+  const std::set<JobRef> retirable = state.Jobs.Retirable();
+  for (JobRef ref : retirable) RetireJob(state, state.Jobs.Find(ref));
+  const std::set<JobRef> removed = state.Jobs.RemovedJobs();
+  for (JobRef ref : removed) state.Jobs.Erase(ref);
+}
+
+void EndWithoutProcess(JobManagerState& state, Job& job) {
+  job.Status = job.Status == Finished ? Removed : Aborted;
+  state.Jobs.Changed(job);
+}
+
+void FailDependants(JobManagerState& state, const Job& job) {
+  // Depth first and in table order, without recursion: a chain may be as long as the table. A job that hangs on several
+  // failed ones is failed once.
+  std::set<JobRef> met;
+  std::vector<JobRef> pending;
+  PushFollowers(state, job.Handle, pending);
+  while (!pending.empty()) {
+    Job* follower = state.Jobs.Find(pending.back());
+    pending.pop_back();
+    if (!follower || !met.insert(follower->Handle).second) continue;
+    if (follower->Status == Running) {
+      if (follower->RemoteJob == 0) KillProcess(state, *follower);
+      continue;
+    }
+    EndWithoutProcess(state, *follower);
+    NotifyJobChange(state, *follower, follower->Status);
+    PushFollowers(state, follower->Handle, pending);
+  }
+}
+
+}  // namespace tlm

@@ -1,0 +1,19 @@
+// How finished jobs leave the table, and what becomes of the jobs that hang on one that failed.
+#pragma once
+
+#include "store/job_manager_state.h"
+
+namespace tlm {
+
+// Retires every job that nothing holds any more, a chain of predecessors from its end upward, and takes the removed
+// jobs out of the table.
+void SweepJobs(JobManagerState& state) REQUIRES(state.StateLock);
+
+// The failure of the job runs down to all that name it as predecessor or creator, and on to theirs: what runs is
+// killed, which can take 10 seconds for each process, and what does not ends as Aborted.
+void FailDependants(JobManagerState& state, const Job& job) REQUIRES(state.StateLock);
+
+// What RemoveJob, AbortAllJobs and a failed leader make of a job without a process.
+void EndWithoutProcess(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
+
+}  // namespace tlm

@@ -1,0 +1,111 @@
+#include "exec/worker.h"
+
+#include <algorithm>
+
+#include "exec/run_job.h"
+#include "platform/thread.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr std::chrono::milliseconds kIdleInterval{1000};
+constexpr std::chrono::milliseconds kAwaitInterval{10};
+
+bool QueueMayStart(const JobManagerState& state) REQUIRES(state.StateLock) {
+  return state.QueueRunning && state.RunningCount < state.QueueLimit;
+}
+
+// The first of the jobs that may start, 0 for none.
+JobRef FirstStartable(const JobManagerState& state) REQUIRES(state.StateLock) {
+  const auto first = [](const std::set<JobRef>& ready) { return ready.empty() ? 0 : *ready.begin(); };
+  const JobRef atOnce = first(state.Jobs.ReadyAtOnce());
+  const JobRef inQueue = QueueMayStart(state) ? first(state.Jobs.ReadyInQueue()) : 0;
+  return atOnce != 0 && inQueue != 0 ? std::min(atOnce, inQueue) : std::max(atOnce, inQueue);
+}
+
+void RunOneJob(JobManagerState& state, JobRef ref) {
+  RunJob(state, ref);
+  const MAutoLock lock(state.StateLock);
+  --state.BusyWorkers;
+}
+
+// False if the worker is to leave.
+bool WorkOnce(JobManagerState& state) {
+  bool tooManyIdle = false;
+  {
+    const MAutoLock lock(state.StateLock);
+    if (state.StopRequested) return false;
+    tooManyIdle = state.IdleWorkers > std::uint64_t{state.QueueLimit} + state.LocalLimit + state.RunningCount;
+  }
+  if (const JobRef ref = TakeNextJob(state)) {
+    RunOneJob(state, ref);
+    return true;
+  }
+  if (tooManyIdle) return false;
+  platform::Sleep(kIdleInterval);
+  return true;
+}
+
+void WorkerLoop(JobManagerState& state) {
+  try {
+    while (WorkOnce(state)) {
+    }
+  } catch (...) {  // The head of a thread: a worker that cannot go on leaves like any other.
+  }
+  const MAutoLock lock(state.StateLock);
+  --state.IdleWorkers;
+}
+
+}  // namespace
+
+bool CanStart(const JobManagerState& state, const Job& job) {
+  if (job.RunClass == kRunDistributed || job.Status != Queued || state.Jobs.IsBlocked(job)) return false;
+  return job.RunClass == kRunAtOnce || QueueMayStart(state);
+}
+
+std::uint32_t StartableJobCount(const JobManagerState& state) {
+  const auto atOnce = static_cast<std::uint32_t>(state.Jobs.ReadyAtOnce().size());
+  if (!QueueMayStart(state)) return atOnce;
+  const auto inQueue = static_cast<std::int64_t>(state.Jobs.ReadyInQueue().size());
+  const std::int64_t room = std::int64_t{state.QueueLimit} - state.RunningCount - atOnce;
+  return atOnce + static_cast<std::uint32_t>(std::max<std::int64_t>(0, std::min(inQueue, room)));
+}
+
+void WakeWorkers(JobManagerState& state) {
+  if (state.StopRequested || state.IdleWorkers != 0 || StartableJobCount(state) == 0) return;
+  ++state.IdleWorkers;
+  if (!platform::StartDetachedThread([&state] { WorkerLoop(state); })) --state.IdleWorkers;
+}
+
+JobRef TakeNextJob(JobManagerState& state) {
+  const MAutoLock lock(state.StateLock);
+  if (state.StopRequested) return 0;
+  const JobRef ref = FirstStartable(state);
+  if (ref != 0) {
+    Job& job = *state.Jobs.Find(ref);
+    job.Status = Starting;
+    state.Jobs.Changed(job);
+    ++state.RunningCount;
+    ++state.BusyWorkers;
+    --state.IdleWorkers;
+  } else if (state.QueueRunning && !state.Jobs.QueueInUse()) {
+    state.QueueRunning = false;
+    state.QueueStartTime = 0;
+  }
+  return ref;
+}
+
+bool AwaitWorkers(JobManagerState& state, std::chrono::milliseconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < end) {
+    {
+      const MAutoLock lock(state.StateLock);
+      if (state.BusyWorkers == 0) return true;
+    }
+    platform::Sleep(kAwaitInterval);
+  }
+  return false;
+}
+
+}  // namespace tlm

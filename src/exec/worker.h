@@ -1,0 +1,30 @@
+// The threads that run jobs, and the rule that says which job may start.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "store/job_manager_state.h"
+
+namespace tlm {
+
+// A job of the first run class may always start once it is not blocked; a queued one only while the queue runs and
+// fewer jobs run than its limit allows.
+bool CanStart(const JobManagerState& state, const Job& job) REQUIRES(state.StateLock);
+
+// How many jobs could start now.
+std::uint32_t StartableJobCount(const JobManagerState& state) REQUIRES(state.StateLock);
+
+// Starts a worker if a job can start and no worker is idle. One call starts at most one: each worker that takes a job
+// calls again.
+void WakeWorkers(JobManagerState& state) REQUIRES(state.StateLock);
+
+// Takes the first job, in order of creation, that may start, or none. It is marked Starting and holds a run slot before
+// the lock is let go, so that no other worker can take it. A queue that has run empty stops.
+JobRef TakeNextJob(JobManagerState& state) EXCLUDES(state.StateLock);
+
+// After StopRequested: waits until no worker has a job any more, so that no process is left behind unattended, but not
+// longer than the limit. False if the limit ended the wait.
+bool AwaitWorkers(JobManagerState& state, std::chrono::milliseconds limit) EXCLUDES(state.StateLock);
+
+}  // namespace tlm

@@ -1,0 +1,105 @@
+#include "jm/file_transfer.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "platform/file.h"
+#include "platform/file_system.h"
+#include "rpc/orpcerror.h"
+#include "rpc/wire.h"
+#include "util/mlockfile.h"
+
+namespace tlm {
+
+namespace {
+
+using platform::File;
+
+constexpr std::uint32_t kPiece = 4096;  // bytes of a chunk that is sent
+
+std::string TemporaryName(const FileTransferItem& item) { return item.Destination + ".tmp"; }
+
+void SendData(ORpcIO& io, const FileTransferItem& item) {
+  std::optional<File> source = File::Open(item.Source, File::Mode::Read);
+  if (source && source->Seek(item.Offset)) {
+    std::array<char, kPiece> piece;
+    while (true) {
+      const std::size_t length = source->Read(piece.data(), piece.size()).value_or(0);
+      if (length == 0) break;
+      Encode(io, static_cast<std::uint32_t>(length));
+      EncodeBytes(io, piece.data(), static_cast<std::uint32_t>(length));
+    }
+  }
+  Encode(io, std::uint32_t{0});
+}
+
+std::optional<File> OpenTemporary(const FileTransferItem& item) {
+  std::optional<File> file =
+      File::Open(TemporaryName(item), item.Offset == 0 ? File::Mode::Truncate : File::Mode::Update);
+  if (file && !file->Seek(item.Offset)) file.reset();
+  return file;
+}
+
+// Moves one chunk from the stream into the file; without a file, past it. False if the file did not take it.
+bool ReceiveChunk(ORpcIO& io, std::optional<File>& file, std::uint32_t length) {
+  std::array<char, 16 * kPiece> piece;
+  bool written = true;
+  for (std::uint32_t remaining = length; remaining > 0;) {
+    const std::uint32_t wanted = std::min<std::uint32_t>(remaining, piece.size());
+    const std::uint32_t count = io.Read(piece.data(), wanted);
+    written = written && file && file->Write(piece.data(), count);
+    if (count < wanted) throw kMarshalError;
+    remaining -= count;
+  }
+  DecodePadding(io, length);
+  return written;
+}
+
+void ReceiveItem(ORpcIO& io, FileTransferItem& item) {
+  Decode(io, item.Destination);
+  Decode(io, item.Source);
+  Decode(io, item.Offset);
+  MLockFile lock;
+  static_cast<void>(lock.Lock(TemporaryName(item), false));  // the file is written whatever the answer
+  std::optional<File> file = OpenTemporary(item);
+  item.Stored = file.has_value();
+  while (const auto length = Decoded<std::uint32_t>(io)) {
+    if (!ReceiveChunk(io, file, length)) item.Stored = false;
+  }
+  if (file && !file->Close()) item.Stored = false;
+}
+
+void PutInPlace(FileTransferItem& item) {
+  const std::string temporary = TemporaryName(item);
+  MLockFile lock;
+  if (!item.Stored || !lock.Lock(temporary, false)) {
+    item.Stored = false;
+    return;
+  }
+  platform::FileStatus status;
+  // An earlier item of the same name may have taken the file along.
+  if (platform::GetFileStatus(temporary, status) != 0) return;
+  item.Stored = platform::RenameFile(temporary, item.Destination);
+}
+
+}  // namespace
+
+ORpcIO& Encode(ORpcIO& io, const FileTransferList& list) {
+  Encode(io, static_cast<std::uint32_t>(list.Items.size()));
+  for (const FileTransferItem& item : list.Items) {
+    Encode(io, item.Destination);
+    Encode(io, item.Source);
+    Encode(io, item.Offset);
+    SendData(io, item);
+  }
+  return io;
+}
+
+void Decode(ORpcIO& io, FileTransferList& list) {
+  list.Items.clear();
+  for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) ReceiveItem(io, list.Items.emplace_back());
+  for (FileTransferItem& item : list.Items) PutInPlace(item);
+}
+
+}  // namespace tlm

@@ -1,0 +1,34 @@
+// Files that travel inside a call or a reply.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "rpc/orpcio.h"
+
+namespace tlm {
+
+struct FileTransferItem {
+  std::string Destination;   // as the receiver names the file
+  std::string Source;        // as the sender reads it
+  std::uint32_t Offset = 0;  // bytes; where in the file the data starts
+  // Not on the wire: the receiver could store all that came under the destination's name.
+  bool Stored = false;
+};
+
+// The content is not held in it: the wire form reads the sources and writes the destinations, a piece at a time.
+struct FileTransferList {
+  std::vector<FileTransferItem> Items;
+};
+
+// Sends each source from its offset on, as it is at that moment. One that cannot be read sends no data.
+ORpcIO& Encode(ORpcIO& io, const FileTransferList& list);
+
+// Receives all items into destination + ".tmp", then puts each of these files in the place of its destination. Whatever
+// ends the transfer before that leaves the former destinations whole and what came in the ".tmp" files; a later
+// transfer with an offset continues them. An item that cannot be written, for want of space say, is read to its end all
+// the same, is not Stored, and leaves its destination as it was.
+void Decode(ORpcIO& io, FileTransferList& list);
+
+}  // namespace tlm

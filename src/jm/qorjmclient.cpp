@@ -1,0 +1,36 @@
+#include "jm/qorjmclient.h"
+
+#include <cstdlib>
+
+#include "jm/operation.h"
+#include "libtsenv/product_environment.h"
+#include "libtsenv/runtime_identity.h"
+
+namespace tlm {
+
+std::uint16_t JobManagerPort() {
+  constexpr int kLastReservedPort = 1024;
+  const auto text = ProductValue(Identity().RUNTIME_JM_ENVIRONMENT_PORT.c_str());
+  const int port = text ? std::atoi(text->c_str()) : 0;
+  return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
+}
+
+namespace {
+
+// Puts the client in front of a parenthesised list of arguments.
+template <class Stub>
+auto Bind(ORpcClient& client) {
+  return [&client](auto&&... arguments) { return Stub::Call(client, std::forward<decltype(arguments)>(arguments)...); };
+}
+
+}  // namespace
+
+#define OPERATION(number, name, result, parameters, arguments) \
+  result QorJMClient::name parameters { return Bind<Operation<number, true, &IQorJM::name>>(*this) arguments; }
+#define ONE_WAY(number, name, parameters, arguments) \
+  void QorJMClient::name parameters { Bind<Operation<number, false, &IQorJM::name>>(*this) arguments; }
+#include "jm/operations.def"
+#undef OPERATION
+#undef ONE_WAY
+
+}  // namespace tlm

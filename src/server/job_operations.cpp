@@ -1,0 +1,115 @@
+// The operations on jobs.
+#include "exec/kill.h"
+#include "exec/launch.h"
+#include "exec/retirement.h"
+#include "exec/worker.h"
+#include "server/qorjmserver.h"
+#include "store/ownership.h"
+#include "store/submission.h"
+#include "store/trace.h"
+
+namespace tlm {
+
+std::uint64_t QorJMServer::SubmitJob(const Submission& submission) {
+  const MAutoLock lock(state_.StateLock);
+  if (session_.InstallPath.empty()) throw 0;
+  Job* job = AddSubmittedJob(state_, session_, submission);
+  if (!job) return 0;
+  NotifyJobChange(state_, *job, Queued);
+  if (job->RunClass == kRunDistributed) {
+    const MAutoLock poolLock(state_.PoolLock);
+    state_.DistributionQueue.push_back(job->Handle);
+  } else {
+    WakeWorkers(state_);
+  }
+  return job->Handle;
+}
+
+bool QorJMServer::GetJob(std::uint64_t handle, Task& task) {
+  const MAutoLock lock(state_.StateLock);
+  const Job* job = state_.Jobs.Find(handle);
+  if (!job) return false;
+  const std::uint64_t known = task.UpdateTimestamp;
+  task = *job;
+  if (state_.ProgressPending) {
+    task.Status = kProgressNotice;
+    state_.ProgressPending = false;
+  }
+  if (!state_.Jobs.Find(task.Predecessor)) task.Predecessor = 0;
+  if (state_.Jobs.IsRetirable(*job)) SweepJobs(state_);
+  return known < task.UpdateTimestamp;
+}
+
+std::uint32_t QorJMServer::GetJobCount() {
+  const MAutoLock lock(state_.StateLock);
+  return StartableJobCount(state_) + state_.RunningCount;
+}
+
+void QorJMServer::ListJobs(HandleList& handles) {
+  const MAutoLock lock(state_.StateLock);
+  const std::vector<JobRef> all = state_.Jobs.All();
+  handles.insert(handles.end(), all.begin(), all.end());
+}
+
+void QorJMServer::ListRemovedJobs(HandleList& handles) {
+  const MAutoLock lock(state_.StateLock);
+  const MAutoLock poolLock(state_.PoolLock);
+  handles.insert(handles.end(), state_.RemovedHandles.begin(), state_.RemovedHandles.end());
+}
+
+void QorJMServer::ReleaseJob(std::uint64_t handle) {
+  const MAutoLock lock(state_.StateLock);
+  Job* job = state_.Jobs.Find(handle);
+  if (!job) return;
+  job->RemoveWhenDone = true;
+  state_.Jobs.Changed(*job);
+}
+
+bool QorJMServer::RemoveJob(std::uint64_t handle) { return tlm::RemoveJob(state_, handle); }
+
+bool QorJMServer::AbortAllJobs() {
+  tlm::AbortAllJobs(state_);
+  return true;
+}
+
+bool QorJMServer::SetJobPriority(std::uint64_t handle, std::uint32_t priority) {
+  const MAutoLock lock(state_.StateLock);
+  Job* job = state_.Jobs.Find(handle);
+  if (!job) return false;
+  job->Priority = priority;
+  ApplyPriority(state_, job->Pid, priority);
+  return true;
+}
+
+bool QorJMServer::SetDefaultPriority(std::uint32_t priority) {
+  const MAutoLock lock(state_.StateLock);
+  state_.DefaultPriority = priority;
+  return true;
+}
+
+std::uint32_t QorJMServer::GetDefaultPriority() {
+  const MAutoLock lock(state_.StateLock);
+  return state_.DefaultPriority;
+}
+
+bool QorJMServer::TakeOwnership(std::uint64_t handle) {
+  const MAutoLock lock(state_.StateLock);
+  return tlm::TakeOwnership(state_, session_, handle) != nullptr;
+}
+
+void QorJMServer::WatchOutput(std::uint64_t handle, std::uint32_t offset) {
+  const MAutoLock lock(state_.StateLock);
+  const Job* job = state_.Jobs.Find(handle);
+  if (!job || !session_.Listening || job->OutFile.empty()) return;
+  tlm::TakeOwnership(state_, session_, handle);
+  session_.WatchOffsets[handle] = offset;
+  std::optional<platform::File> file = platform::File::Open(job->OutFile, platform::File::Mode::Read);
+  if (file) StepOutput(state_, session_, handle, *file);
+}
+
+void QorJMServer::ReadOutput(std::uint64_t handle, std::uint32_t offset, std::string& text) {
+  const MAutoLock lock(state_.StateLock);
+  if (const Job* job = tlm::TakeOwnership(state_, session_, handle)) text += ReadOutputFrom(*job, offset);
+}
+
+}  // namespace tlm

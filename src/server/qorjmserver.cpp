@@ -1,0 +1,87 @@
+#include "server/qorjmserver.h"
+
+#include <algorithm>
+
+#include "exec/retirement.h"
+#include "exec/temp_directories.h"
+#include "jm/dispatch.h"
+#include "libtsenv/install_path.h"
+#include "libtsenv/runtime_identity.h"
+#include "platform/environment.h"
+#include "store/ownership.h"
+#include "store/trace.h"
+
+namespace tlm {
+
+QorJMServer::QorJMServer(JobManagerState& state, ORpcThread& thread) : state_(state), thread_(thread) {
+  const MAutoLock lock(state_.StateLock);
+  if (state_.TempRoot.empty()) state_.TempRoot = DeriveTempRoot();
+  state_.SessionList.push_back(&session_);
+}
+
+QorJMServer::~QorJMServer() { Abandon(); }
+
+void QorJMServer::Abandon() {
+  if (abandoned_) return;
+  abandoned_ = true;
+  Trace(state_, "Disconnect %d\n", session_.ClientPort);
+  const MAutoLock lock(state_.StateLock);
+  std::erase(state_.SessionList, &session_);
+  if (session_.Listening) --state_.ListeningSessions;
+  SweepJobs(state_);
+  DisownJobs(state_, session_);
+}
+
+void QorJMServer::Dispatch(std::int32_t procedure) {
+  DispatchOperation(procedure, {*this, *stream_, replyHeader_, abandoned_});
+}
+
+bool QorJMServer::HasProc(std::int32_t procedure) const { return IsOperation(procedure); }
+
+bool QorJMServer::Hello(const std::string& versionToken, const std::string& clientHost, std::uint32_t callbackPort) {
+  const MAutoLock lock(state_.StateLock);
+  session_.ClientPort = RemotePort();
+  session_.ClientHost = clientHost;
+  session_.CallbackPort = static_cast<std::uint16_t>(callbackPort);
+  Trace(state_, "Hello from %s:%d, ClientPort=%d Version=%s\n", clientHost.c_str(), session_.CallbackPort,
+        session_.ClientPort, versionToken.c_str());
+  Trace(state_, "Server recieving message =%s\n", Identity().RUNTIME_JM_VERSION.c_str());
+  session_.InstallToken = versionToken == "QOR100" ? "plm300" : versionToken;
+  session_.InstallPath =
+      InstallPath(session_.InstallToken, [this](const std::string& line) { Trace(state_, "%s", line.c_str()); });
+  Trace(state_, "Install Path %s\n", session_.InstallPath.c_str());
+  return !session_.InstallPath.empty();
+}
+
+void QorJMServer::Shutdown() {
+  const MAutoLock lock(state_.StateLock);
+  state_.StopRequested = true;
+  thread_.Stop();
+}
+
+void QorJMServer::SetListening(bool on) {
+  const MAutoLock lock(state_.StateLock);
+  session_.Listening = on;
+  if (on && !session_.Refreshed) RefreshJobs();
+  state_.ListeningSessions += on ? 1 : -1;
+}
+
+void QorJMServer::RefreshJobs() {
+  const MAutoLock lock(state_.StateLock);
+  session_.Refreshed = true;
+}
+
+void QorJMServer::SetEnvironment(const EnvList& variables) {
+  for (const auto& [name, value] : variables) platform::SetVariable(name, value);
+}
+
+bool QorJMServer::Reserved16(std::uint64_t) { return false; }
+
+void QorJMServer::Reserved34(std::uint64_t, std::uint32_t) {}
+
+void RegisterJobManager(JobManagerState& state, ORpcThread& thread) {
+  RegisterServerFactory({kJobManagerProgram, kJobManagerVersion},
+                        [&state, &thread] { return std::make_shared<QorJMServer>(state, thread); });
+}
+
+}  // namespace tlm

@@ -1,0 +1,49 @@
+#include "shell/serve.h"
+
+#include <chrono>
+#include <cstdio>
+
+#include "exec/worker.h"
+#include "jm/qorjmclient.h"
+#include "rpc/orpcthread.h"
+#include "server/qorjmserver.h"
+#include "shell/settings.h"
+#include "util/immortal.h"
+
+namespace tlm {
+
+namespace {
+
+// A polite stop takes up to 10 seconds; workers stop their processes side by side.
+constexpr std::chrono::seconds kWorkersPatience{15};
+
+JobManagerState& TheState() {
+  static JobManagerState& state = MakeImmortal<JobManagerState>();
+  return state;
+}
+
+ORpcThread& TheThread() {
+  static ORpcThread& thread = MakeImmortal<ORpcThread>();
+  return thread;
+}
+
+}  // namespace
+
+void PrepareServer() {
+  RegisterJobManager(TheState(), TheThread());
+  ApplySettings(TheState());
+}
+
+int Serve() {
+  try {
+    TheThread().AddListener(JobManagerPort());
+    TheThread().Run();
+  } catch (...) {  // Whatever keeps it from serving, the person at the console is told.
+    std::puts("FATAL ERROR: check that no other Tessarine processes are running");
+    return 1;
+  }
+  AwaitWorkers(TheState(), kWorkersPatience);
+  return 0;
+}
+
+}  // namespace tlm

@@ -1,0 +1,60 @@
+// The one process-wide object: what sessions, workers, the timer and the distributor share.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/process.h"
+#include "store/job_table.h"
+#include "store/session.h"
+#include "util/mmutex.h"
+
+namespace tlm {
+
+// Lives until the process ends: threads that nobody waits for use it to the last moment. When both locks are taken,
+// StateLock comes first; on the thread of the server loop the loop's own lock comes before both.
+struct JobManagerState {
+  MMutex StateLock;
+  MMutex PoolLock;
+
+  JobTable Jobs GUARDED_BY(StateLock);
+  std::vector<Session*> SessionList GUARDED_BY(StateLock);  // live sessions, in order of creation
+  std::int32_t ListeningSessions GUARDED_BY(StateLock) = 0;
+  JobRef LastRefusedJob GUARDED_BY(StateLock) = 0;  // keeps one trace line from repeating
+
+  bool QueueRunning GUARDED_BY(StateLock) = false;
+  std::int64_t QueueStartTime GUARDED_BY(StateLock) = 0;  // seconds since 1970, 0 if no start is pending
+  std::uint32_t QueueLimit GUARDED_BY(StateLock) = 1;     // queued jobs start only while fewer jobs run
+  std::uint32_t LocalLimit GUARDED_BY(StateLock) = 1;     // load from which on the distributor looks for a peer
+  std::uint32_t RunningCount GUARDED_BY(StateLock) = 0;   // jobs that hold a run slot
+  std::uint32_t IdleWorkers GUARDED_BY(StateLock) = 0;    // workers without a job, one that is just starting included
+  std::uint32_t BusyWorkers GUARDED_BY(StateLock) = 0;    // workers with a job
+  bool TimerStarted GUARDED_BY(StateLock) = false;
+  bool StopRequested GUARDED_BY(StateLock) = false;  // never cleared
+  std::uint32_t DefaultPriority GUARDED_BY(StateLock) = 1;
+  bool ProgressPending GUARDED_BY(StateLock) = false;  // the next GetJob, on whatever job, reports a notice
+  bool KillViaEvent GUARDED_BY(StateLock) = true;      // ask a process to end before it is terminated
+
+  // By process id, from the start of a process, or from its attachment, to the moment at which its end was seen.
+  std::map<std::int32_t, std::shared_ptr<platform::Process>> ProcessHandles GUARDED_BY(StateLock);
+
+  std::string TempRoot GUARDED_BY(StateLock);              // no separator at its end
+  std::int64_t TempExpiry GUARDED_BY(StateLock) = 604800;  // seconds
+  bool ConsoleTrace GUARDED_BY(StateLock) = false;
+
+  std::deque<JobRef> DistributionQueue GUARDED_BY(PoolLock);
+  std::deque<std::uint64_t> RemovedHandles GUARDED_BY(PoolLock);  // the last ones that clients removed, oldest first
+};
+
+// Keeps the last 100.
+void RecordRemovedHandle(JobManagerState& state, std::uint64_t handle) EXCLUDES(state.PoolLock);
+
+// Counts a change of the job once for each connected session: readers compare UpdateTimestamp with what they hold. The
+// number Removed also ends the watching of the job's output.
+void NotifyJobChange(JobManagerState& state, Job& job, std::uint32_t status) REQUIRES(state.StateLock);
+
+}  // namespace tlm

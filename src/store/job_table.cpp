@@ -1,0 +1,152 @@
+#include "store/job_table.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr JobRef kHandleStep = 4;
+
+void SetMember(std::set<JobRef>& set, JobRef ref, bool member) {
+  if (member) {
+    set.insert(ref);
+  } else {
+    set.erase(ref);
+  }
+}
+
+}  // namespace
+
+Job& JobTable::Add() {
+  lastHandle_ += kHandleStep;
+  Job& job = jobs_[lastHandle_].Record;
+  job.Handle = lastHandle_;
+  return job;
+}
+
+Job* JobTable::Find(JobRef ref) {
+  const auto found = jobs_.find(ref);
+  return found == jobs_.end() ? nullptr : &found->second.Record;
+}
+
+const Job* JobTable::Find(JobRef ref) const {
+  const auto found = jobs_.find(ref);
+  return found == jobs_.end() ? nullptr : &found->second.Record;
+}
+
+void JobTable::Erase(JobRef ref) {
+  auto node = jobs_.extract(ref);
+  if (!node) return;
+  Entry& entry = node.mapped();
+  Unfollow(ref, entry.Record.Predecessor);
+  Unfollow(ref, entry.Record.CreatorJob);
+  byPid_.erase({entry.IndexedPid, ref});
+  if (entry.UsesQueue) --queueUsers_;
+  for (std::set<JobRef>* index : {&readyAtOnce_, &readyInQueue_, &retirable_, &removed_}) index->erase(ref);
+  IndexFollowers(entry);
+}
+
+std::vector<JobRef> JobTable::All() const {
+  std::vector<JobRef> refs;
+  refs.reserve(jobs_.size());
+  for (const auto& [ref, entry] : jobs_) refs.push_back(ref);
+  return refs;
+}
+
+void JobTable::SetPredecessor(Job& job, JobRef predecessor) {
+  job.Predecessor = predecessor;
+  Follow(job.Handle, predecessor);
+  Changed(job);
+}
+
+void JobTable::SetCreator(Job& job, JobRef creator) {
+  job.CreatorJob = creator;
+  Follow(job.Handle, creator);
+}
+
+void JobTable::Follow(JobRef follower, JobRef leader) {
+  const auto found = jobs_.find(leader);
+  if (found != jobs_.end()) found->second.Followers.insert(follower);
+}
+
+void JobTable::Unfollow(JobRef follower, JobRef leader) {
+  const auto found = jobs_.find(leader);
+  if (found != jobs_.end()) found->second.Followers.erase(follower);
+}
+
+void JobTable::Changed(Job& job) {
+  Entry& entry = jobs_.at(job.Handle);
+  if (entry.IndexedPid != job.Pid) {
+    byPid_.erase({entry.IndexedPid, job.Handle});
+    if (job.Pid != 0) byPid_.emplace(job.Pid, job.Handle);
+    entry.IndexedPid = job.Pid;
+  }
+  const bool usesQueue = job.RunClass == kRunQueued && (job.Status == Queued || job.Status == Running);
+  queueUsers_ = queueUsers_ + (usesQueue ? 1 : 0) - (entry.UsesQueue ? 1 : 0);
+  entry.UsesQueue = usesQueue;
+  SetMember(retirable_, job.Handle, IsRetirable(job));
+  SetMember(removed_, job.Handle, job.Status == Removed);
+  IndexReadiness(entry);
+  if (entry.IndexedStatus != job.Status) IndexFollowers(entry);
+  entry.IndexedStatus = job.Status;
+}
+
+void JobTable::IndexReadiness(Entry& entry) {
+  const Job& job = entry.Record;
+  const bool ready = job.Status == Queued && job.RunClass != kRunDistributed && !IsBlocked(job);
+  SetMember(readyAtOnce_, job.Handle, ready && job.RunClass == kRunAtOnce);
+  SetMember(readyInQueue_, job.Handle, ready && job.RunClass != kRunAtOnce);
+}
+
+void JobTable::IndexFollowers(const Entry& entry) {
+  for (JobRef follower : entry.Followers) {
+    const auto found = jobs_.find(follower);
+    if (found != jobs_.end()) IndexReadiness(found->second);
+  }
+}
+
+bool JobTable::IsBlocked(const Job& job) const {
+  const Job* predecessor = Find(job.Predecessor);
+  return predecessor && predecessor->Status != Finished;
+}
+
+const std::set<JobRef>& JobTable::FollowersOf(JobRef ref) const {
+  static const std::set<JobRef> none;
+  const auto found = jobs_.find(ref);
+  return found == jobs_.end() ? none : found->second.Followers;
+}
+
+Job* JobTable::FindByPid(std::int32_t pid) {
+  const auto found = byPid_.lower_bound({pid, 0});
+  return pid != 0 && found != byPid_.end() && found->first == pid ? Find(found->second) : nullptr;
+}
+
+void JobTable::Attach(std::int32_t pid, JobRef ref) {
+  if (pid == 0) return;
+  processTable_[pid] = ref;
+  ReindexProcess(pid);
+}
+
+void JobTable::Detach(std::int32_t pid) {
+  if (processTable_.erase(pid) > 0) ReindexProcess(pid);
+}
+
+void JobTable::ReindexProcess(std::int32_t pid) {
+  for (auto next = byPid_.lower_bound({pid, 0}); next != byPid_.end() && next->first == pid; ++next) {
+    SetMember(retirable_, next->second, IsRetirable(*Find(next->second)));
+  }
+}
+
+Job* JobTable::FindAttached(std::int32_t pid) {
+  const auto found = processTable_.find(pid);
+  return found == processTable_.end() ? nullptr : Find(found->second);
+}
+
+bool JobTable::IsRetirable(const Job& job) const {
+  const bool killed = job.Killed < 0;
+  return (job.Dependents == 0 || killed) &&                         //
+         ((job.ResultFlags & kResultsAvailable) == 0 || killed) &&  // results that nobody took keep a job
+         (job.ResultFlags & kResultsBeingSent) == 0 &&              //
+         (job.Status == Finished || job.RemoveWhenDone) && !IsAttached(job.Pid);
+}
+
+}  // namespace tlm

@@ -1,0 +1,86 @@
+// All jobs, in order of creation, and the indexes by which each question about them is answered without a scan.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "store/job.h"
+
+namespace tlm {
+
+// Guarded by StateLock. A reference to a job lasts until the job is erased. Costs are logarithmic in the number of jobs
+// unless a comment says otherwise.
+class JobTable {
+ public:
+  // A new job with record defaults at the end of the table. Handles are 4, 8, 12 and so on.
+  Job& Add();
+  // Null for 0 and for a job that has left the table.
+  Job* Find(JobRef ref);
+  const Job* Find(JobRef ref) const;
+  void Erase(JobRef ref);
+
+  std::size_t Size() const { return jobs_.size(); }
+  // All handles, in order of creation. Linear.
+  std::vector<JobRef> All() const;
+
+  // Names the job that has to finish first, or the job whose process submitted this one. Either may be none.
+  void SetPredecessor(Job& job, JobRef predecessor);
+  void SetCreator(Job& job, JobRef creator);
+  // Brings the indexes up to date after a change of the fields that Job marks, or of the Task's Status, RunClass and
+  // ResultFlags.
+  void Changed(Job& job);
+
+  // A job waits for a predecessor that is in the table and has not finished.
+  bool IsBlocked(const Job& job) const;
+  // Jobs that are Queued and not blocked, in order of creation: those that may always start, and those that are subject
+  // to the queue's limit. Jobs to be distributed are in neither.
+  const std::set<JobRef>& ReadyAtOnce() const { return readyAtOnce_; }
+  const std::set<JobRef>& ReadyInQueue() const { return readyInQueue_; }
+  // True while a job of RunClass 1 is Queued or Running.
+  bool QueueInUse() const { return queueUsers_ != 0; }
+  // Jobs that name this one as predecessor or creator, in order of creation.
+  const std::set<JobRef>& FollowersOf(JobRef ref) const;
+
+  // The first job, in order of creation, whose process has this id. Null also for id 0.
+  Job* FindByPid(std::int32_t pid);
+  // Processes that have attached; a job is here only while its process is alive. Id 0 is never one.
+  void Attach(std::int32_t pid, JobRef ref);
+  void Detach(std::int32_t pid);
+  Job* FindAttached(std::int32_t pid);
+  bool IsAttached(std::int32_t pid) const { return processTable_.contains(pid); }
+
+  // Jobs that a sweep takes out, in order of creation: those that nothing holds any more, and those already Removed.
+  bool IsRetirable(const Job& job) const;
+  const std::set<JobRef>& Retirable() const { return retirable_; }
+  const std::set<JobRef>& RemovedJobs() const { return removed_; }
+
+ private:
+  struct Entry {
+    Job Record;
+    std::set<JobRef> Followers;
+    std::uint32_t IndexedStatus = 0;
+    std::int32_t IndexedPid = 0;
+    bool UsesQueue = false;
+  };
+
+  void Follow(JobRef follower, JobRef leader);
+  void Unfollow(JobRef follower, JobRef leader);
+  void IndexReadiness(Entry& entry);
+  void IndexFollowers(const Entry& entry);
+  void ReindexProcess(std::int32_t pid);
+
+  std::map<JobRef, Entry> jobs_;
+  JobRef lastHandle_ = 0;
+  std::map<std::int32_t, JobRef> processTable_;
+  std::set<std::pair<std::int32_t, JobRef>> byPid_;
+  std::set<JobRef> readyAtOnce_;
+  std::set<JobRef> readyInQueue_;
+  std::set<JobRef> retirable_;
+  std::set<JobRef> removed_;
+  std::size_t queueUsers_ = 0;
+};
+
+}  // namespace tlm

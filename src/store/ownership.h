@@ -1,0 +1,25 @@
+// Who may fetch a job's results and read its output: one connection at a time, of the host that submitted it.
+#pragma once
+
+#include <string>
+
+#include "platform/file.h"
+#include "store/job_manager_state.h"
+
+namespace tlm {
+
+// The job if the session owns it or could take it over because nobody does; else null.
+Job* TakeOwnership(JobManagerState& state, const Session& session, JobRef ref) REQUIRES(state.StateLock);
+
+// The session's jobs belong to nobody from now on. They keep running.
+void DisownJobs(JobManagerState& state, const Session& session) REQUIRES(state.StateLock);
+
+// Looks for new output behind what the session has seen of its own job, and counts it as a change of the job. Nothing
+// happens unless the session listens.
+void StepOutput(JobManagerState& state, Session& session, JobRef ref, platform::File& outFile)
+    REQUIRES(state.StateLock);
+
+// The job's output from the offset on, in bytes.
+std::string ReadOutputFrom(const Job& job, std::uint32_t offset);
+
+}  // namespace tlm
