@@ -1,0 +1,153 @@
+#include "support/raw_connection.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "support/eventually.h"
+
+namespace tlm::test {
+
+std::string Hex(const std::string& digits) {
+  std::string bytes;
+  std::string pair;
+  for (char c : digits) {
+    if (c == ' ' || c == '\n') continue;
+    pair += c;
+    if (pair.size() < 2) continue;
+    bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+    pair.clear();
+  }
+  return bytes;
+}
+
+std::string U32(std::uint32_t value) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
+  return bytes;
+}
+
+std::string U64(std::uint64_t value) {
+  return U32(static_cast<std::uint32_t>(value >> 32)) + U32(static_cast<std::uint32_t>(value));
+}
+
+std::string Text(const std::string& value) {
+  std::string bytes = U32(static_cast<std::uint32_t>(value.size())) + value;
+  while (bytes.size() % 4 != 0) bytes += '\0';
+  return bytes;
+}
+
+std::string Record(const std::string& payload) {
+  return U32(0x80000000U | static_cast<std::uint32_t>(payload.size())) + payload;
+}
+
+std::string Call(std::uint32_t procedure, const std::string& arguments, std::uint32_t xid, std::uint32_t program,
+                 std::uint32_t version) {
+  return U32(xid) + U32(0) + U32(2) + U32(program) + U32(version) + U32(procedure) + U32(0) + U32(0) + U32(0) + U32(0) +
+         arguments;
+}
+
+std::string Reply(const std::string& results, std::uint32_t acceptedStat, std::uint32_t xid) {
+  return U32(xid) + U32(1) + U32(0) + U32(0) + U32(0) + U32(acceptedStat) + results;
+}
+
+namespace {
+
+[[noreturn]] void Fail(const char* what) { throw std::runtime_error(std::string(what) + ": " + std::strerror(errno)); }
+
+bool WaitReadable(int socket, std::chrono::milliseconds limit) {
+  pollfd entry{socket, POLLIN, 0};
+  return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+}
+
+}  // namespace
+
+RawConnection::RawConnection(std::uint16_t port) : RawConnection(port, 0) {}
+
+RawConnection RawConnection::WithSmallBuffer(std::uint16_t port) { return RawConnection(port, 4096); }
+
+RawConnection::RawConnection(std::uint16_t port, int receiveBuffer) : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
+  if (receiveBuffer > 0) setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) Fail("connect");
+}
+
+RawConnection::RawConnection(RawConnection&& other) noexcept : socket_(other.socket_) { other.socket_ = -1; }
+
+RawConnection::~RawConnection() {
+  if (socket_ >= 0) close(socket_);
+}
+
+std::uint16_t RawConnection::LocalPort() const {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  if (getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) Fail("getsockname");
+  return ntohs(address.sin_port);
+}
+
+void RawConnection::Send(const std::string& bytes) {
+  for (std::size_t sent = 0; sent < bytes.size();) {
+    const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    if (count < 0) Fail("send");
+    sent += static_cast<std::size_t>(count);
+  }
+}
+
+std::string RawConnection::Receive(std::size_t length) {
+  std::string bytes(length, '\0');
+  for (std::size_t got = 0; got < length;) {
+    if (!WaitReadable(socket_, kPatience)) Fail("no answer in time");
+    const ssize_t count = recv(socket_, bytes.data() + got, length - got, 0);
+    if (count == 0) throw std::runtime_error("closed by the server");
+    if (count < 0) Fail("recv");
+    got += static_cast<std::size_t>(count);
+  }
+  return bytes;
+}
+
+std::string RawConnection::ReceiveRecord() {
+  std::string payload;
+  std::uint32_t mark = 0;
+  do {
+    const std::string bytes = Receive(4);
+    std::memcpy(&mark, bytes.data(), 4);
+    mark = ntohl(mark);
+    payload += Receive(mark & 0x7FFFFFFFU);
+  } while ((mark & 0x80000000U) == 0);
+  return payload;
+}
+
+std::string RawConnection::Ask(const std::string& call) {
+  Send(Record(call));
+  return ReceiveRecord();
+}
+
+std::string RawConnection::ReceiveWithin(std::chrono::milliseconds time) {
+  if (!WaitReadable(socket_, time)) return "";
+  std::string bytes(1 << 16, '\0');
+  const ssize_t count = recv(socket_, bytes.data(), bytes.size(), 0);
+  bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return bytes;
+}
+
+bool RawConnection::IsClosedByPeer() {
+  char byte = 0;
+  return WaitReadable(socket_, kPatience) && recv(socket_, &byte, 1, MSG_PEEK) <= 0;
+}
+
+void RawConnection::CloseAbruptly() {
+  const linger off{1, 0};
+  setsockopt(socket_, SOL_SOCKET, SO_LINGER, &off, sizeof off);
+  close(socket_);
+  socket_ = -1;
+}
+
+}  // namespace tlm::test

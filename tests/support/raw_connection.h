@@ -1,0 +1,56 @@
+// A TCP connection that knows nothing of the layers under test: its bytes are written out by hand.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tlm::test {
+
+// Bytes from hexadecimal digits; blanks are for the eye.
+std::string Hex(const std::string& digits);
+
+std::string U32(std::uint32_t value);
+std::string U64(std::uint64_t value);
+std::string Text(const std::string& value);  // length, bytes, padding
+
+// One record with the last-fragment bit.
+std::string Record(const std::string& payload);
+// The 40 bytes of a call's header, then the arguments.
+std::string Call(std::uint32_t procedure, const std::string& arguments = "", std::uint32_t xid = 0x102,
+                 std::uint32_t program = 0x514A4D50, std::uint32_t version = 1);
+// The 24 bytes of a reply's header, then the results.
+std::string Reply(const std::string& results = "", std::uint32_t acceptedStat = 0, std::uint32_t xid = 0x102);
+
+// All waits end with a failure of the test, by an exception, after a generous limit.
+class RawConnection {
+ public:
+  explicit RawConnection(std::uint16_t port);
+  RawConnection(RawConnection&& other) noexcept;
+  RawConnection(const RawConnection&) = delete;
+  RawConnection& operator=(const RawConnection&) = delete;
+  ~RawConnection();
+
+  std::uint16_t LocalPort() const;
+  void Send(const std::string& bytes);
+  // Exactly so many bytes.
+  std::string Receive(std::size_t length);
+  // The payload of the next record, all its fragments.
+  std::string ReceiveRecord();
+  // Sends the call in one record and gives the payload of the reply's one record.
+  std::string Ask(const std::string& call);
+  // What has come within the time, perhaps nothing.
+  std::string ReceiveWithin(std::chrono::milliseconds time);
+  // True once the server has closed or reset the connection.
+  bool IsClosedByPeer();
+  // A receive buffer so small that a long reply soon fills it. To be called first.
+  static RawConnection WithSmallBuffer(std::uint16_t port);
+  void CloseAbruptly();
+
+ private:
+  RawConnection(std::uint16_t port, int receiveBuffer);
+  int socket_ = -1;
+};
+
+}  // namespace tlm::test

@@ -1,0 +1,44 @@
+// A directory of a test's own. It goes with everything in it.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "platform/file_system.h"
+
+namespace tlm::test {
+
+class Sandbox {
+ public:
+  Sandbox() : root_(platform::MakeUniqueDirectory(platform::TemporaryDirectory(), "tlmtest").value()) {}
+  ~Sandbox() {
+    std::error_code ignored;
+    std::filesystem::remove_all(root_, ignored);
+  }
+  Sandbox(const Sandbox&) = delete;
+  Sandbox& operator=(const Sandbox&) = delete;
+
+  const std::string& Root() const { return root_; }
+  std::string Path(const std::string& name) const { return root_ + "/" + name; }
+  bool Has(const std::string& name) const { return std::filesystem::exists(Path(name)); }
+
+  void Write(const std::string& name, const std::string& content) const {
+    std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
+    std::ofstream(Path(name), std::ios::binary) << content;
+  }
+  std::string Read(const std::string& name) const {
+    std::ifstream file(Path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  void WriteScript(const std::string& name, const std::string& body) const {
+    Write(name, "#!/bin/sh\n" + body);
+    std::filesystem::permissions(Path(name), std::filesystem::perms::owner_all);
+  }
+
+ private:
+  std::string root_;
+};
+
+}  // namespace tlm::test

@@ -1,0 +1,152 @@
+#include "support/server_process.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <cstdlib>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/eventually.h"
+#include "support/raw_connection.h"
+
+namespace tlm::test {
+
+namespace {
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+int StartProgram(std::vector<std::string> arguments, const Environment& environment, int output) {
+  std::vector<std::string> entries{std::string("PATH=") + std::getenv("PATH")};
+  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+    if (const char* value = std::getenv(name)) entries.push_back(std::string(name) + "=" + value);
+  }
+  for (const auto& [name, value] : environment) entries.push_back(name + "=" + value);
+  const std::vector<char*> argumentPointers = Pointers(arguments);
+  const std::vector<char*> entryPointers = Pointers(entries);
+  const int pid = fork();
+  if (pid == 0) {
+    dup2(open("/dev/null", O_RDONLY), 0);
+    dup2(output, 1);
+    dup2(output, 2);
+    execve(argumentPointers[0], argumentPointers.data(), entryPointers.data());
+    _exit(126);
+  }
+  return pid;
+}
+
+int ExitCodeOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status); }
+
+bool Listens(std::uint16_t port) {
+  try {
+    RawConnection connection(port);
+    return true;
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+std::uint16_t FreePort() {
+  const int probe = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  socklen_t length = sizeof address;
+  std::uint16_t port = 0;
+  if (bind(probe, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+      getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+    port = ntohs(address.sin_port);
+  }
+  close(probe);
+  return port;
+}
+
+Finished RunProgram(const std::vector<std::string>& arguments, const Environment& environment) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  const int pid = StartProgram(arguments, environment, ends[1]);
+  close(ends[1]);
+  Finished result;
+  std::array<char, 4096> piece;
+  for (ssize_t count = 0; (count = read(ends[0], piece.data(), piece.size())) > 0;) {
+    result.Output.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  close(ends[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  result.ExitCode = ExitCodeOf(status);
+  return result;
+}
+
+ServerProcess::ServerProcess(const Environment& environment, const std::string& command, const std::string& executable)
+    : port_(FreePort()), environment_(environment) {
+  const Environment usual{{"TSQOR_JMPORT", std::to_string(port_)},
+                          {"TSQOR_HOME", home_.Root()},
+                          {"TSQOR_TMP", root_.Root()},
+                          {"TS_MACHINE_REGISTRY", home_.Path("no-machine-registry")},
+                          {"TS_USER_REGISTRY", home_.Path("no-user-registry")}};
+  environment_.insert(usual.begin(), usual.end());
+  port_ = static_cast<std::uint16_t>(std::stoi(environment_["TSQOR_JMPORT"]));
+  std::filesystem::create_directories(home_.Path("bin"));
+  const int log = open(home_.Path("server.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  pid_ = StartProgram({executable, command}, environment_, log);
+  close(log);
+  if (!Eventually([this] { return Listens(port_) || !IsRunning(); }) || !IsRunning()) {
+    throw std::runtime_error("the server does not listen: " + Output());
+  }
+}
+
+ServerProcess::~ServerProcess() {
+  if (pid_ > 0) EXPECT_TRUE(IsRunning()) << "the server had ended:\n" << Output();
+  if (pid_ > 0) Kill();
+}
+
+int ServerProcess::Stop() {
+  RawConnection(port_).Send(Record(Call(17)));
+  return AwaitEnd();
+}
+
+int ServerProcess::AwaitEnd() {
+  int status = 0;
+  if (!Eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) {
+    throw std::runtime_error("the server does not end: " + Output());
+  }
+  pid_ = -1;
+  return ExitCodeOf(status);
+}
+
+bool ServerProcess::IsRunning() {
+  siginfo_t info{};
+  return pid_ > 0 && waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == 0;
+}
+
+void ServerProcess::Kill() {
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+std::size_t ServerProcess::PeakMemory() const {
+  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+  for (std::string word; status >> word;) {
+    if (word != "VmHWM:") continue;
+    std::size_t kilobytes = 0;
+    status >> kilobytes;
+    return kilobytes * 1024;
+  }
+  return 0;
+}
+
+}  // namespace tlm::test

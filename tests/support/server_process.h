@@ -1,0 +1,65 @@
+// The real executable, started for a test with a root, a home and a port of its own.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/sandbox.h"
+
+namespace tlm::test {
+
+using Environment = std::map<std::string, std::string>;
+
+// A port that was free a moment ago.
+std::uint16_t FreePort();
+
+struct Finished {
+  int ExitCode = -1;
+  std::string Output;  // of both streams
+};
+
+// Runs a program to its end. Nothing of the test's own environment reaches it but PATH.
+Finished RunProgram(const std::vector<std::string>& arguments, const Environment& environment = {});
+
+class ServerProcess {
+ public:
+  // Waits until the server listens. Entries of the environment come on top of the usual ones.
+  explicit ServerProcess(const Environment& environment = {}, const std::string& command = "debug",
+                         const std::string& executable = TLMJM);
+  ServerProcess(const ServerProcess&) = delete;
+  ServerProcess& operator=(const ServerProcess&) = delete;
+  ~ServerProcess();  // kills it, and fails the test if it had ended in a way that was not asked for
+
+  std::uint16_t Port() const { return port_; }
+  int Pid() const { return pid_; }
+  // Home of the product: its jobs' programs lie in "bin" below it.
+  const Sandbox& Home() const { return home_; }
+  // The temporary root.
+  const Sandbox& Root() const { return root_; }
+  // What it has printed so far, both streams.
+  std::string Output() const { return home_.Read("server.log"); }
+  const Environment& Settings() const { return environment_; }
+
+  // A program that jobs can name.
+  void AddProgram(const std::string& name, const std::string& body) const { home_.WriteScript("bin/" + name, body); }
+
+  // Sends Shutdown and gives the exit code.
+  int Stop();
+  // Waits for the end that something else has brought about.
+  int AwaitEnd();
+  bool IsRunning();
+  void Kill();
+  // Largest amount of memory that it has held so far, in bytes.
+  std::size_t PeakMemory() const;
+
+ private:
+  Sandbox home_;
+  Sandbox root_;
+  std::uint16_t port_;
+  Environment environment_;
+  int pid_ = -1;
+};
+
+}  // namespace tlm::test
