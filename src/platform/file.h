@@ -19,7 +19,7 @@ class File {
     Update     // made if missing; the content stays, writing begins at the start
   };
 
-  // Empty if the file cannot be opened so, or is a directory.
+  // Empty if the file cannot be opened so, or is a directory. Never waits, whatever the path names.
   static std::optional<File> Open(const std::string& path, Mode mode);
 
   File(File&& other) noexcept;
@@ -30,8 +30,10 @@ class File {
 
   // How many bytes came, less than asked for only at the end of the file; empty after a failure.
   [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t length);
+  // How many bytes were written, less than given only after a failure.
+  [[nodiscard]] std::size_t WriteSome(const void* data, std::size_t length);
   // True if all of it was written.
-  [[nodiscard]] bool Write(const void* data, std::size_t length);
+  [[nodiscard]] bool Write(const void* data, std::size_t length) { return WriteSome(data, length) == length; }
   [[nodiscard]] bool Write(std::string_view text) { return Write(text.data(), text.size()); }
   bool Seek(std::uint64_t position);
   // False if the system reports that something written before was lost. Nothing else may be called afterwards.

@@ -4,13 +4,15 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace tlm::platform {
 
 // Used by one thread at a time.
 class FileLock {
  public:
-  // Opens the file, making it if it is missing, without locking it. Empty if it cannot be opened for writing.
+  // Opens the file without locking it, makes it if it is missing and empties it if it is not. Empty if it cannot be
+  // opened for writing.
   static std::optional<FileLock> Open(const std::string& path);
 
   FileLock(FileLock&& other) noexcept;

@@ -21,6 +21,8 @@ struct FileStatus {
 // 0 and the status, following links; else the system's error number.
 [[nodiscard]] int GetFileStatus(const std::string& path, FileStatus& status);
 
+bool IsLink(const std::string& path);  // a link to a file, to a directory or to nothing
+
 bool IsWritable(const std::string& path);                       // exists, and this process may write to it
 bool SetOwnerWritable(const std::string& path, bool writable);  // the owner's write permission
 bool IsExecutableFile(const std::string& path);                 // a file, no directory, that this process may start

@@ -16,7 +16,7 @@ void YieldTimeSlice();
 std::int64_t SecondsSince1970();
 
 struct LocalTime {
-  int Day, Month, Year, Hour, Minute, Second;
+  int Day, Month, Year, Hour, Minute, Second;  // as people write them: the first month is 1
 };
 LocalTime LocalTimeNow();
 

@@ -1,0 +1,110 @@
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/interrupt.h"
+
+namespace tlm::platform {
+
+namespace {
+
+constexpr std::size_t kReadPiece = 64 * 1024;
+constexpr mode_t kNewFile = 0666;  // less the umask
+
+int FlagsOf(File::Mode mode) {
+  switch (mode) {
+    case File::Mode::Read:
+      return O_RDONLY;
+    case File::Mode::Truncate:
+      return O_WRONLY | O_CREAT | O_TRUNC;
+    case File::Mode::Append:
+      return O_WRONLY | O_CREAT | O_APPEND;
+    case File::Mode::Update:
+      return O_WRONLY | O_CREAT;
+  }
+  return O_RDONLY;
+}
+
+bool IsDirectory(int descriptor) {
+  struct stat status;
+  return fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+std::optional<File> File::Open(const std::string& path, Mode mode) {
+  // Not to block is for a pipe that lies where a file is looked for: without it the open would wait for the other end.
+  const int flags = FlagsOf(mode) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const int descriptor = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFile); });
+  if (descriptor < 0) return std::nullopt;
+  File file(descriptor);
+  if (IsDirectory(descriptor)) return std::nullopt;
+  // Writing does wait, so that nothing is lost on a slow terminal.
+  if (mode != Mode::Read) fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  return file;
+}
+
+File::File(File&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+File& File::operator=(File&& other) noexcept {
+  File moved(std::move(other));  // takes what was open here along and closes it
+  std::swap(descriptor_, moved.descriptor_);
+  return *this;
+}
+
+File::~File() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+std::optional<std::size_t> File::Read(void* buffer, std::size_t length) {
+  std::size_t total = 0;
+  while (total < length) {
+    const ssize_t count =
+        RetryInterrupted([&] { return read(descriptor_, static_cast<char*>(buffer) + total, length - total); });
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    total += static_cast<std::size_t>(count);
+  }
+  return total;
+}
+
+std::size_t File::WriteSome(const void* data, std::size_t length) {
+  std::size_t total = 0;
+  while (total < length) {
+    const ssize_t count =
+        RetryInterrupted([&] { return write(descriptor_, static_cast<const char*>(data) + total, length - total); });
+    if (count <= 0) break;
+    total += static_cast<std::size_t>(count);
+  }
+  return total;
+}
+
+bool File::Seek(std::uint64_t position) {
+  if (position > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return false;
+  return lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) >= 0;
+}
+
+bool File::Close() {
+  // An interrupted close has closed all the same.
+  return close(std::exchange(descriptor_, -1)) == 0 || errno == EINTR;
+}
+
+std::optional<std::string> ReadWholeFile(const std::string& path) {
+  std::optional<File> file = File::Open(path, File::Mode::Read);
+  if (!file) return std::nullopt;
+  std::string content;
+  std::vector<char> piece(kReadPiece);
+  for (;;) {
+    const std::optional<std::size_t> count = file->Read(piece.data(), piece.size());
+    if (!count) return std::nullopt;
+    content.append(piece.data(), *count);
+    if (*count < piece.size()) return content;
+  }
+}
+
+}  // namespace tlm::platform
