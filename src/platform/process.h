@@ -37,23 +37,26 @@ class Process {
   Process& operator=(Process&& other) noexcept;
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
-  ~Process();  // leaves the process as it is
+  ~Process();  // leaves a running process as it is
 
   std::int32_t Id() const { return id_; }
 
   // Never waits. Empty while the process runs, then its exit code, the same at each call: the program's own; 128 and
   // the signal's number if a signal ended it; 0 if Terminate did; kUnknownExitCode if it was not started here.
   std::optional<std::uint32_t> ExitCode();
-  // True as soon as the process has ended, false if it has not within the limit.
+  // True as soon as the process has ended, false if it has not within the limit. Also for other threads, whatever else
+  // is being done with the process.
   bool WaitForEnd(std::chrono::milliseconds limit) const;
-  // Ends the process at once, with its group if it leads one of its own. A group whose leader has ended is still ended,
-  // as long as ExitCode has not told the leader's end.
+  // Ends the process at once, with its group if it was started to lead one. A group whose leader has ended is still
+  // ended, as long as ExitCode has not told the leader's end.
   void Terminate() noexcept;
   // Level 0 or 1 idle, 2 normal, 3 high, 4 realtime; 0x40, 0x20, 0x80 and 0x100 name the same four. Any other level has
   // no effect, and neither has one that this user may not set.
   void SetPriority(std::uint32_t level) noexcept;
 
  private:
+  void Close() noexcept;
+
   Process(std::int32_t id, int descriptor, bool isChild, bool ownGroup)
       : id_(id), descriptor_(descriptor), isChild_(isChild), ownGroup_(ownGroup) {}
 

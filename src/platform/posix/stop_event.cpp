@@ -1,0 +1,67 @@
+#include "platform/stop_event.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <semaphore.h>
+#include <utility>
+
+namespace tlm::platform {
+
+namespace {
+
+std::string SystemName(const std::string& name) { return "/" + name; }
+
+// The monotonic time after the span.
+timespec TimeAfter(std::chrono::milliseconds span) {
+  timespec time = {};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  const auto milliseconds = std::max<std::int64_t>(span.count(), 0);
+  time.tv_sec += milliseconds / 1000;
+  time.tv_nsec += milliseconds % 1000 * 1'000'000;
+  if (time.tv_nsec >= 1'000'000'000) {
+    time.tv_nsec -= 1'000'000'000;
+    ++time.tv_sec;
+  }
+  return time;
+}
+
+}  // namespace
+
+bool SetStopEvent(const std::string& name) {
+  sem_t* const semaphore = sem_open(SystemName(name).c_str(), 0);
+  if (semaphore == SEM_FAILED) return false;
+  const bool set = sem_post(semaphore) == 0;
+  sem_close(semaphore);
+  return set;
+}
+
+void RemoveStopEvent(const std::string& name) { sem_unlink(SystemName(name).c_str()); }
+
+std::optional<StopEvent> StopEvent::Create(const std::string& name) {
+  RemoveStopEvent(name);
+  sem_t* const semaphore = sem_open(SystemName(name).c_str(), O_CREAT | O_EXCL, 0600, 0);
+  if (semaphore == SEM_FAILED) return std::nullopt;
+  return StopEvent(name, semaphore);
+}
+
+StopEvent::StopEvent(StopEvent&& other) noexcept
+    : name_(std::move(other.name_)), semaphore_(std::exchange(other.semaphore_, nullptr)), set_(other.set_) {}
+
+StopEvent::~StopEvent() {
+  if (semaphore_ == nullptr) return;
+  sem_close(static_cast<sem_t*>(semaphore_));
+  RemoveStopEvent(name_);
+}
+
+bool StopEvent::WaitFor(std::chrono::milliseconds limit) {
+  const timespec end = TimeAfter(limit);
+  while (!set_) {
+    set_ = sem_clockwait(static_cast<sem_t*>(semaphore_), CLOCK_MONOTONIC, &end) == 0;
+    if (!set_ && errno != EINTR) break;
+  }
+  return set_;
+}
+
+}  // namespace tlm::platform

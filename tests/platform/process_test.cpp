@@ -1,0 +1,195 @@
+// Starting real programs, what they are given, and following them to their end.
+#include "platform/process.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/limits.h"
+#include "support/eventually.h"
+#include "support/sandbox.h"
+
+namespace tlm::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using test::Eventually;
+using test::kPatience;
+using test::Sandbox;
+
+struct ProcessTest : ::testing::Test {
+  ProcessTest() {
+    Request.Directory = Disk.Root();
+    Request.OutputFile = Disk.Path("out");
+    Request.FailureText = "not started\n";
+  }
+
+  std::optional<Process> Launch(const std::string& line) {
+    Request.CommandLine = line;
+    return Process::Launch(Request);
+  }
+  std::optional<Process> Shell(const std::string& script) { return Launch("/bin/sh -c \"" + script + "\" "); }
+  static std::optional<std::uint32_t> CodeAtEnd(std::optional<Process> process) {
+    return process && process->WaitForEnd(kPatience) ? process->ExitCode() : std::nullopt;
+  }
+  std::string OutputOf(const std::string& line) {
+    Disk.Write("out", "");
+    EXPECT_EQ(CodeAtEnd(Launch(line)), 0U) << line;
+    return Disk.Read("out");
+  }
+  // The process whose id is the output, once it is there.
+  std::optional<Process> Grandchild() const {
+    EXPECT_TRUE(Eventually([this] { return Disk.Read("out").ends_with('\n'); }));
+    return Process::Open(std::atoi(Disk.Read("out").c_str()));
+  }
+
+  Sandbox Disk;
+  LaunchRequest Request;
+};
+
+TEST_F(ProcessTest, BothStreamsAreAppendedToTheOutput) {
+  Disk.Write("out", "before\n");
+  EXPECT_EQ(CodeAtEnd(Shell("pwd; echo error >&2")), 0U);
+  EXPECT_EQ(CodeAtEnd(Shell("echo again")), 0U);
+  EXPECT_EQ(Disk.Read("out"), "before\n" + Disk.Root() + "\nerror\nagain\n");
+
+  Request.OutputFile = Disk.Root();
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(CodeAtEnd(Shell("echo out; echo error >&2")), 0U);
+  EXPECT_FALSE(Launch(Disk.Path("missing")));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "out\nerror\nnot started\n") << "no output file";
+}
+
+TEST_F(ProcessTest, NothingElseIsInherited) {
+  Request.Environment = {"Z=1", "A=two words", "Z=3"};
+  EXPECT_EQ(OutputOf("/usr/bin/env"), "Z=1\nA=two words\nZ=3\n");
+
+  const int inheritable = dup(STDERR_FILENO);
+  EXPECT_EQ(OutputOf("/bin/sh -c \"ls /proc/$$/fd; :\""), "0\n1\n2\n");
+  close(inheritable);
+
+  sigset_t blocked, former;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR2);
+  pthread_sigmask(SIG_BLOCK, &blocked, &former);
+  std::signal(SIGPIPE, SIG_IGN);
+  EXPECT_EQ(OutputOf("/bin/grep -E \"^Sig(Blk|Ign)\" /proc/self/status"),
+            "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+  std::signal(SIGPIPE, SIG_DFL);
+  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max - 1;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  RaiseDescriptorLimit();
+  EXPECT_EQ(CodeAtEnd(Shell("until [ $(ulimit -Sn) = " + std::to_string(limit.rlim_cur) + " ]; do :; done")), 0U);
+  getrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(limit.rlim_cur, limit.rlim_max);
+}
+
+TEST_F(ProcessTest, TheLineNamesTheProgramAndItsArguments) {
+  EXPECT_EQ(OutputOf("/usr/bin/printf \"[%s]\" a\"b  c\"d \"\"  e\t\"f "), "[ab  cd][][e][f ]");
+
+  std::filesystem::create_directories(Disk.Path("a  dir/my"));
+  Disk.WriteScript("a  dir/my prog", "echo \"long <$1>\"");
+  EXPECT_EQ(OutputOf(Disk.Path("a  dir/my prog x ")), "long <x>\n");
+  EXPECT_EQ(OutputOf('"' + Disk.Path("a  dir/my prog") + "\" x"), "long <x>\n");
+  std::filesystem::remove(Disk.Path("a  dir/my"));
+  Disk.WriteScript("a  dir/my", "echo \"short <$1>\"");
+  EXPECT_EQ(OutputOf(Disk.Path("a  dir/my prog x")), "short <prog>\n");
+
+  const std::filesystem::path former = std::filesystem::current_path();
+  std::filesystem::current_path(Disk.Root());
+  Request.Directory = "/";
+  EXPECT_EQ(OutputOf("a  dir/my x"), "short <x>\n") << "relative to the starter's directory";
+  std::filesystem::current_path(former);
+}
+
+TEST_F(ProcessTest, AProgramThatCannotBeStartedLeavesTheFailureText) {
+  Disk.Write("plain", "#!/bin/sh\n");
+  Disk.Write("no_format", "neither script nor binary");
+  std::filesystem::permissions(Disk.Path("no_format"), std::filesystem::perms::owner_all);
+  std::string failures;
+  for (const std::string& line :
+       {std::string(" "), Disk.Path("missing x"), Disk.Path("plain"), Disk.Path("no_format"), Disk.Root(),
+        "/bin/echo " + std::string(4'000'000, 'x'), std::string(PATH_MAX, 'x') + " y"}) {
+    EXPECT_FALSE(Launch(line)) << line.substr(0, 100);
+    EXPECT_EQ(Disk.Read("out"), failures += Request.FailureText) << line.substr(0, 100);
+  }
+  Request.Directory = Disk.Path("no directory");
+  EXPECT_FALSE(Launch("/bin/echo"));
+  EXPECT_EQ(Disk.Read("out"), failures += Request.FailureText);
+}
+
+TEST_F(ProcessTest, ExitCodesAreToldAgainAndAgain) {
+  // Left as it is, this makes the system throw the exit codes away.
+  std::signal(SIGCHLD, SIG_IGN);
+  const std::pair<const char*, std::uint32_t> cases[] = {
+      {"exit 0", 0}, {"exit 3", 3}, {"exit 255", 255}, {"kill -TERM $$", 128 + 15}, {"kill -KILL $$", 128 + 9}};
+  for (const auto& [script, code] : cases) {
+    std::optional<Process> process = Shell(script);
+    ASSERT_TRUE(process && process->WaitForEnd(kPatience)) << script;
+    for (int again = 0; again < 2; ++again) EXPECT_EQ(process->ExitCode(), code) << script;
+    EXPECT_FALSE(Process::Open(process->Id())) << "left in the process table";
+  }
+}
+
+TEST_F(ProcessTest, WaitingEndsWithTheProcessOrAtTheLimit) {
+  ASSERT_EQ(mkfifo(Disk.Path("fifo").c_str(), 0600), 0);
+  std::optional<Process> process = Shell("read line < fifo; exit 4");
+  ASSERT_TRUE(process);
+  EXPECT_FALSE(process->WaitForEnd(1ms));
+  EXPECT_EQ(process->ExitCode(), std::nullopt);
+  const auto start = std::chrono::steady_clock::now();
+  Disk.Write("fifo", "go\n");
+  EXPECT_TRUE(process->WaitForEnd(kPatience));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience / 2);
+  EXPECT_EQ(process->ExitCode(), 4U);
+}
+
+TEST_F(ProcessTest, PriorityAndTerminationReachTheGroupThatTheProgramLeads) {
+  for (const bool own : {true, false}) {
+    Disk.Write("out", "");
+    Request.OwnGroup = own;
+    std::optional<Process> process = Shell("sleep 300 & echo $!; wait");
+    ASSERT_TRUE(process);
+    std::optional<Process> grandchild = Grandchild();
+    ASSERT_TRUE(grandchild);
+    EXPECT_EQ(getpgid(process->Id()), own ? process->Id() : getpgrp());
+
+    const int normal = getpriority(PRIO_PROCESS, 0);
+    const auto nice = [](const Process& one) { return getpriority(PRIO_PROCESS, static_cast<id_t>(one.Id())); };
+    process->SetPriority(9);
+    EXPECT_EQ(nice(*process), normal);
+    process->SetPriority(1);
+    EXPECT_EQ(nice(*process), 19);
+    EXPECT_EQ(nice(*grandchild), own ? 19 : normal);
+
+    process->Terminate();
+    EXPECT_EQ(CodeAtEnd(std::move(process)), 0U);
+    if (!own) {
+      EXPECT_EQ(grandchild->ExitCode(), std::nullopt);
+      grandchild->Terminate();
+    }
+    EXPECT_EQ(CodeAtEnd(std::move(grandchild)), kUnknownExitCode);
+  }
+}
+
+TEST_F(ProcessTest, AProgramThatHasEndedKeepsItsCodeWhileItsGroupIsEnded) {
+  std::optional<Process> process = Shell("sleep 300 & echo $!; exit 3");
+  ASSERT_TRUE(process && process->WaitForEnd(kPatience));
+  std::optional<Process> grandchild = Grandchild();
+  ASSERT_TRUE(grandchild);
+  process->Terminate();
+  EXPECT_EQ(CodeAtEnd(std::move(grandchild)), kUnknownExitCode);
+  EXPECT_EQ(process->ExitCode(), 3U);
+}
+
+}  // namespace
+}  // namespace tlm::platform
