@@ -108,8 +108,9 @@ ServerProcess::ServerProcess(const Environment& environment, const std::string& 
 }
 
 ServerProcess::~ServerProcess() {
-  if (pid_ > 0) EXPECT_TRUE(IsRunning()) << "the server had ended:\n" << Output();
-  if (pid_ > 0) Kill();
+  if (pid_ <= 0) return;
+  EXPECT_TRUE(IsRunning()) << "the server had ended:\n" << Output();
+  Kill();
 }
 
 int ServerProcess::Stop() {
