@@ -31,16 +31,16 @@ TEST(Environment, TellsAnEmptyVariableFromNone) {
 }
 
 TEST(Environment, KeepsTheOrderInWhichEntriesWereMade) {
-  SetVariable("TSTEST_A", "1");
-  SetVariable("TSTEST_B", "2");
-  SetVariable("TSTEST_C", "3");
-  SetVariable("TSTEST_A", "4=5");
-  SetVariable("TSTEST_B", "");
+  SetVariable("TSTEST_ORDER_A", "1");
+  SetVariable("TSTEST_ORDER_B", "2");
+  SetVariable("TSTEST_ORDER_C", "3");
+  SetVariable("TSTEST_ORDER_A", "4=5");
+  SetVariable("TSTEST_ORDER_B", "");
   SetVariable("TSTEST_=", "x");
   SetVariable("", "x");
-  EXPECT_THAT(EntriesOf("TSTEST_"), ElementsAre("TSTEST_A=4=5", "TSTEST_C=3"));
+  EXPECT_THAT(EntriesOf("TSTEST_ORDER_"), ElementsAre("TSTEST_ORDER_A=4=5", "TSTEST_ORDER_C=3"));
   EXPECT_THAT(EntriesOf("="), ElementsAre());
-  EXPECT_EQ(::getenv("TSTEST_A"), nullptr) << "the C library's copy stays as it was";
+  EXPECT_EQ(::getenv("TSTEST_ORDER_A"), nullptr) << "the C library's copy stays as it was";
 }
 
 TEST(Environment, MayBeReadWhileAnotherThreadChangesIt) {
