@@ -1,0 +1,117 @@
+// The solution against what can be worked out by hand.
+#include <cmath>
+#include <gmock/gmock.h>
+#include <numbers>
+
+#include "heat2d/deck.h"
+#include "heat2d/heat_system.h"
+#include "heat2d/picture.h"
+#include "heat2d/solver.h"
+
+namespace heat2d {
+namespace {
+
+struct Solved {
+  explicit Solved(const std::string& text) {
+    std::vector<DeckError> errors;
+    Plate = ReadDeck(text + "\ntolerance 1e-12\n", errors);
+    for (const DeckError& error : errors) ADD_FAILURE() << error.Line << ": " << error.Text;
+    Result = Solve(BuildSystem(Plate), Plate.Tolerance, Plate.MaxIterations, [](int, double) { return true; });
+    EXPECT_EQ(Result.How, Solution::End::Converged);
+    Heat = BalanceHeat(Plate, Result.Temperatures);
+    EXPECT_NEAR(Heat.Imbalance, 0, 1e-8 * (Heat.Turnover + 1));
+  }
+  double At(int i, int j) const { return Result.Temperatures.at(static_cast<unsigned>(j * Plate.Nx + i)); }
+  SideHeat On(Side side) const { return Heat.Sides[static_cast<std::size_t>(side)]; }
+
+  Deck Plate;
+  Solution Result;
+  HeatBalance Heat;
+};
+
+TEST(Conduction, IsLinearBetweenTwoSidesOfFixedTemperature) {
+  const Solved across("size 2 1\ngrid 40 7\nconductivity 50\nleft temperature 100\nright temperature 20");
+  for (int i = 0; i < 40; ++i) EXPECT_NEAR(across.At(i, i % 7), 100 - 80 * (i + 0.5) / 40, 1e-8);
+  EXPECT_NEAR(across.On(Side::Left).Inflow, 50 * 80 / 2.0, 1e-6);
+  EXPECT_NEAR(across.On(Side::Right).Inflow, -50 * 80 / 2.0, 1e-6);
+
+  const Solved upwards("size 2 1\ngrid 5 30\nconductivity 50\nbottom temperature 300\ntop temperature 310");
+  for (int j = 0; j < 30; ++j) EXPECT_NEAR(upwards.At(2, j), 300 + 10 * (j + 0.5) / 30, 1e-8);
+  EXPECT_NEAR(upwards.On(Side::Top).Inflow, 50 * 10 * 2.0, 1e-6);
+}
+
+TEST(Conduction, ThroughTwoMaterialsAndAFilmAddsTheirResistances) {
+  const Solved slab(
+      "size 1 0.5\ngrid 50 4\nconductivity 2\nconductivity 40 in 0.4 0 1 0.5\nleft temperature 500\n"
+      "right convection 25 20");
+  const double flux = (500 - 20) / (0.4 / 2 + 0.6 / 40 + 1.0 / 25);
+  EXPECT_NEAR(slab.On(Side::Left).Inflow, flux * 0.5, 1e-6);
+  EXPECT_NEAR(slab.On(Side::Right).MeanTemperature, 20 + flux / 25, 1e-7);
+  EXPECT_NEAR(slab.At(19, 1), 500 - flux * 0.39 / 2, 1e-7);
+  EXPECT_NEAR(slab.At(20, 1), 20 + flux * (1.0 / 25 + 0.59 / 40), 1e-7);
+}
+
+TEST(Conduction, CarriesAGivenFluxAndAGivenSourceOutOfThePlate) {
+  const Solved flux("size 1 2\ngrid 30 3\nconductivity 4\nleft flux 80\nright temperature 10");
+  EXPECT_NEAR(flux.On(Side::Left).MeanTemperature, 10 + 80 / 4.0, 1e-8);
+  EXPECT_NEAR(flux.On(Side::Right).Inflow, -160, 1e-6);
+
+  const Solved source(
+      "size 1 2\ngrid 101 3\nconductivity 4\nsource 60\nsource 20\nleft temperature 0\nright temperature 0");
+  EXPECT_NEAR(source.At(50, 1), 80 / (8 * 4.0), 1e-3);  // q L^2 / 8 k in the middle
+  EXPECT_NEAR(source.Heat.Source, 160, 1e-8);
+  EXPECT_NEAR(source.On(Side::Left).Inflow, -80, 1e-6);
+}
+
+TEST(Conduction, InASquareWithOneHotSideFollowsTheFourierSeries) {
+  constexpr int kCells = 81;
+  const Solved square(
+      "size 1 1\ngrid 81 81\nconductivity 3\ntop temperature 1\nleft temperature 0\n"
+      "right temperature 0\nbottom temperature 0");
+  EXPECT_NEAR(square.At(40, 40), 0.25, 1e-9);
+  const auto series = [](double x, double y) {
+    double sum = 0;
+    for (int n = 1; n < 60; n += 2) {
+      const double wave = n * std::numbers::pi;
+      sum += 4 / wave * std::sin(wave * x) * std::sinh(wave * y) / std::sinh(wave);
+    }
+    return sum;
+  };
+  for (const auto& [i, j] : {std::pair{20, 40}, {40, 60}, {60, 20}, {10, 70}}) {
+    EXPECT_NEAR(square.At(i, j), series((i + 0.5) / kCells, (j + 0.5) / kCells), 1e-3) << i << ", " << j;
+  }
+}
+
+TEST(Conduction, OfAPlateWithoutAnyDifferenceNeedsNoIteration) {
+  const Solved plate("size 1 1\ngrid 9 9\nconductivity 3\nleft temperature 293.15\ntop convection 5 293.15");
+  EXPECT_EQ(plate.Result.Iterations, 0);
+  EXPECT_EQ(plate.At(4, 4), 293.15);
+}
+
+TEST(Conduction, IsDrawnWithTheHotSideRedTheColdSideBlueAndTheTopOnTop) {
+  for (const char* sides :
+       {"top temperature 500\nbottom temperature 0", "top temperature 9.1\nbottom convection 1e9 9"}) {
+    const Solved plate(std::string("size 1 0.5\ngrid 20 10\nconductivity 3\n") + sides);
+    Picture picture = DrawField(plate.Plate, plate.Result.Temperatures);
+    const Colour hot = picture.At(100, 30), cold = picture.At(100, picture.Height() - 30);
+    EXPECT_GT(hot.Red, hot.Blue + 80) << sides;
+    EXPECT_GT(cold.Blue, cold.Red + 50) << sides;
+    const std::string size = std::to_string(picture.Width()) + " " + std::to_string(picture.Height());
+    const std::string head = "P6\n" + size + "\n255\n";
+    const std::string file = picture.Ppm();
+    EXPECT_EQ(file.substr(0, head.size()), head);
+    EXPECT_EQ(file.size(), head.size() + static_cast<std::size_t>(3 * picture.Width() * picture.Height()));
+  }
+}
+
+TEST(Conduction, ThatRanAwayIsDrawnAllTheSame) {
+  constexpr double kInfinite = std::numeric_limits<double>::infinity();
+  std::vector<DeckError> errors;
+  const Deck deck = ReadDeck("size 1 1\ngrid 2 2\nconductivity 3\ntop temperature 7", errors);
+  for (const double value : {kInfinite, std::nan(""), 1e308}) {
+    EXPECT_GT(DrawField(deck, {value, -value, 0, 1}).Ppm().size(), 100'000u) << value;
+  }
+}
+
+}  // namespace
+}  // namespace heat2d
