@@ -89,9 +89,9 @@ TEST_F(MDirectoryOnDisk, EndsWithAnAnswerWhereNothingCanBeMade) {
 TEST_F(MDirectoryOnDisk, IsMadeByOneOfManyAndFoundByTheRest) {
   for (int round = 0; round < 50; ++round) {
     const std::string path = disk / ("r" + std::to_string(round)) + "/a/b";
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([&] { EXPECT_TRUE(MDirectory(path).Create()); });
+    std::vector<std::thread> threads(4);
+    for (std::thread& thread : threads) {
+      thread = std::thread([&] { EXPECT_TRUE(MDirectory(path).Create()); });
     }
     for (std::thread& thread : threads) thread.join();
   }

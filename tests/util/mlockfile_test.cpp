@@ -99,6 +99,7 @@ TEST_F(LockOnAPath, HasOneHolderAtATimeThoughItsFileComesAndGoes) {
   std::atomic<int> doubles = 0;
   std::atomic<int> unlisted = 0;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < kRounds;) {

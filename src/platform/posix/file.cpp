@@ -13,7 +13,7 @@ namespace tlm::platform {
 
 namespace {
 
-constexpr std::size_t kReadPiece = 64 * 1024;
+constexpr std::size_t kReadPiece = 0x10000;
 constexpr mode_t kNewFile = 0666;  // less the umask
 
 int FlagsOf(File::Mode mode) {

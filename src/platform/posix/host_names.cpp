@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kHostNameSize = 255;
 constexpr std::size_t kFirstEntrySize = 1024;
-constexpr std::size_t kLargestEntrySize = 1024 * 1024;
+constexpr std::size_t kLargestEntrySize = 0x100000;
 
 }  // namespace
 
