@@ -14,7 +14,7 @@ constexpr std::size_t kLongestShortRelease = 3;
 
 // "2010" of tlm2010, but "3.0" of plm300: the middle one of three digits is not told.
 std::string VersionPart(const std::string& token) {
-  const std::string digits = token.substr(token.find_first_of("0123456789"));
+  std::string digits = token.substr(token.find_first_of("0123456789"));
   if (digits.size() > kLongestShortRelease) return digits;
   return digits.substr(0, 1) + '.' + digits.substr(2, 1);
 }

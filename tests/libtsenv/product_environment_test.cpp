@@ -3,7 +3,6 @@
 
 #include <cstdlib>
 
-#include "libtsenv/ini_file.h"
 #include "settings_fixture.h"
 
 namespace tlm {
@@ -83,22 +82,13 @@ TEST_F(ProductEnvironmentTest, GenericNamesFallBackToPlacesBelowHome) {
     const char *Name, *Value;
   } cases[] = {
       {"PRODUCT_NAME", "none"},
-      {"PRODUCT_HOME", "/home"},
       {"PRODUCT_DAT", "/home/data/dat"},
-      {"PRODUCT_EXE", "/home/bin"},
       {"PRODUCT_UDM", "/elsewhere/udm"},
       {"PRODUCT_TMP", "/home/tmp"},
-      {"PRODUCT_EXAMPLE", "/home/example"},
-      {"PRODUCT_USER_HOME", "/user"},
       {"PRODUCT_USER_DAT", "/user/dat"},
-      {"PRODUCT_USER_UDM", "/user/udm"},
-      {"PRODUCT_USER_TMP", "/user/tmp"},
       {"PRODUCT_USER_UDB", "/user/udb"},
-      {"PRODUCT_UDB", "/home/data/udb"},
       {"PRODUCT_INSTDATA", "/home/bin/instdata.tsd3"},
-      {"PRODUCT_HTML", "/home/data/html"},
       {"PRODUCT_LOCAL_UDB", "none"},
-      {"PRODUCT_LOCALE", "none"},
       {"PRODUCT_JMPORT", "2000"},
       {"PRODUCT_TOOLS", "/home/tools"},
       {"PRODUCT_WORKSPACE", "/home/data/workspace"},

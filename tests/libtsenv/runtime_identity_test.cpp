@@ -13,19 +13,17 @@ struct IdentityTest : SettingsTest {
 
 TEST_F(IdentityTest, FollowsTheWordInTheProgramsPath) {
   const struct {
-    std::string Path, Code, ShortName, LongName, StatusFile, PoolFile, PortName, SignalsName;
+    const char *Path, *Code, *ShortName, *LongName, *PoolFile, *PortName;
     int Port;
   } cases[] = {
-      {"/opt/tlm/bin/tlmjm", "", "tlmjm2010", "Corvanta Tessarine Lumora 2010 Job Manager", "/tlm2010.sta",
-       "/tlm2010_dp.sta", "TSQOR_JMPORT", "TSQOR_DONT_KILL_VIA_SIGNALS", 20317},
-      {"KSBJM", "", "tlmjm2010", "Corvanta Tessarine Lumora 2010 Job Manager", "/tlm2010.sta", "/tlm2010_dp.sta",
-       "TSQOR_JMPORT", "TSQOR_DONT_KILL_VIA_SIGNALS", 20317},
-      {"./ksbjm.exe", "ksb", "ksbjm2010", "Corvanta Tessarine Kestrel 2010 Job Manager", "/ksb2010.sta",
-       "/ksb2010_dp.sta", "KSB_JMPORT", "KSB_DONT_KILL_VIA_SIGNALS", 20615},
-      {"/vrkjm/tlmjm", "vrk", "vrkjm2010", "Corvanta Vireo Link 2010 Job Manager", "/vrk2010.sta", "/vrk2010_dp.sta",
-       "VRK_JMPORT", "VRK_DONT_KILL_VIA_SIGNALS", 20700},
-      {"/vrkjm/ksbjm", "ksb", "ksbjm2010", "Corvanta Tessarine Kestrel 2010 Job Manager", "/ksb2010.sta",
-       "/ksb2010_dp.sta", "KSB_JMPORT", "KSB_DONT_KILL_VIA_SIGNALS", 20615},
+      {"/opt/tlm/bin/KSBJM", "", "tlmjm2010", "Corvanta Tessarine Lumora 2010 Job Manager", "/tlm2010_dp.sta",
+       "TSQOR_JMPORT", 20317},
+      {"./ksbjm.exe", "ksb", "ksbjm2010", "Corvanta Tessarine Kestrel 2010 Job Manager", "/ksb2010_dp.sta",
+       "KSB_JMPORT", 20615},
+      {"/vrkjm/tlmjm", "vrk", "vrkjm2010", "Corvanta Vireo Link 2010 Job Manager", "/vrk2010_dp.sta", "VRK_JMPORT",
+       20700},
+      {"/vrkjm/ksbjm", "ksb", "ksbjm2010", "Corvanta Tessarine Kestrel 2010 Job Manager", "/ksb2010_dp.sta",
+       "KSB_JMPORT", 20615},
   };
   for (const auto& expected : cases) {
     SCOPED_TRACE(expected.Path);
@@ -35,14 +33,13 @@ TEST_F(IdentityTest, FollowsTheWordInTheProgramsPath) {
     EXPECT_EQ(identity.DefaultPort, expected.Port);
     EXPECT_EQ(identity.RUNTIME_JM_SHORT_NAME, expected.ShortName);
     EXPECT_EQ(identity.RUNTIME_JM_LONG_NAME, expected.LongName);
-    EXPECT_EQ(identity.RUNTIME_JM_STATUS_FILE, expected.StatusFile);
     EXPECT_EQ(identity.RUNTIME_JM_DISTPOOL_STATUS_FILE, expected.PoolFile);
     EXPECT_EQ(identity.RUNTIME_JM_ENVIRONMENT_PORT, expected.PortName);
-    EXPECT_EQ(identity.RUNTIME_JM_ENVIRONMENT_SIGNALS, expected.SignalsName);
     EXPECT_EQ(identity.RUNTIME_JM_VERSION_YEAR, "2010");
-    EXPECT_EQ(platform::GetVariable("TSJM_CLIENT").value_or(""), expected.Code);
-    EXPECT_EQ(platform::GetVariable("TS_BUILDCODE").value_or(""), expected.Code);
-    EXPECT_EQ(platform::GetVariable("TS_BUILDREL").value_or(""), expected.Code.empty() ? "" : expected.Code + "2010");
+    const std::string code = expected.Code;
+    EXPECT_EQ(platform::GetVariable("TSJM_CLIENT").value_or(""), code);
+    EXPECT_EQ(platform::GetVariable("TS_BUILDCODE").value_or(""), code);
+    EXPECT_EQ(platform::GetVariable("TS_BUILDREL").value_or(""), code.empty() ? code : code + "2010");
   }
 }
 

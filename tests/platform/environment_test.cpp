@@ -11,7 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 
-const int inherited = ::setenv("TSTEST_INHERITED", "", 1);
+const int inherited = ::setenv("INHERITED_EMPTY", "", 1);
 
 // The entries that begin so, in their order.
 std::vector<std::string> EntriesOf(const std::string& prefix) {
@@ -24,10 +24,10 @@ std::vector<std::string> EntriesOf(const std::string& prefix) {
 
 TEST(Environment, TellsAnEmptyVariableFromNone) {
   ASSERT_EQ(inherited, 0);
-  EXPECT_EQ(GetVariable("TSTEST_INHERITED"), "");
+  EXPECT_EQ(GetVariable("INHERITED_EMPTY"), "");
   EXPECT_EQ(GetVariable("TSTEST_NONE"), std::nullopt);
-  SetVariable("TSTEST_INHERITED", "");
-  EXPECT_EQ(GetVariable("TSTEST_INHERITED"), std::nullopt);
+  SetVariable("INHERITED_EMPTY", "");
+  EXPECT_EQ(GetVariable("INHERITED_EMPTY"), std::nullopt);
 }
 
 TEST(Environment, KeepsTheOrderInWhichEntriesWereMade) {

@@ -48,7 +48,7 @@ class EnvironmentTable {
     const std::lock_guard lock(mutex_);
     std::vector<std::string> lines;
     lines.reserve(entries_.size());
-    for (const auto& [name, value] : entries_) lines.push_back(name + '=' + value);
+    for (const auto& [name, value] : entries_) lines.emplace_back(name).append("=").append(value);
     return lines;
   }
 
