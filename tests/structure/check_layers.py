@@ -1,0 +1,41 @@
+#!/usr/bin/env python3
+"""Keeps the promises of the source tree: arrows between layers point down, and the system is met in one folder only."""
+import pathlib
+import re
+import sys
+
+# From the top down: a folder includes only itself and those behind it.
+LAYERS = ["shell", "server", "dist", "exec", "store", "jm", "rpc", "libtsenv", "util", "platform"]
+# Programs of their own on top of one layer.
+CLIENTS = {"tlmctl": "jm"}
+
+SYSTEM = re.compile(
+    r"#\s*include\s*<(sys/|unistd|fcntl|poll|netinet/|arpa/|netdb|signal|csignal|spawn|pthread|semaphore|dirent|dlfcn|pwd|errno)"
+    r"|#\s*if(n?def)?\s.*(__linux__|__unix__|_WIN32|__APPLE__)|/proc/|\bfork\s*\(")
+
+
+def allowed(folder):
+    if folder in CLIENTS:
+        return {folder} | set(LAYERS[LAYERS.index(CLIENTS[folder]):])
+    return set(LAYERS[LAYERS.index(folder):])
+
+
+def faults(source):
+    for path in sorted(source.rglob("*")):
+        if path.suffix not in (".h", ".cpp", ".def"):
+            continue
+        folder = path.relative_to(source).parts[0]
+        in_posix = path.relative_to(source).parts[:2] == ("platform", "posix")
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            where = f"{path.relative_to(source)}:{number}"
+            included = re.match(r'#include "([^/"]+)/', line)
+            if included and included.group(1) not in allowed(folder):
+                yield f"{where}: {folder} includes {included.group(1)}"
+            if not in_posix and SYSTEM.search(line):
+                yield f"{where}: a system's own service: {line.strip()}"
+
+
+if __name__ == "__main__":
+    found = list(faults(pathlib.Path(sys.argv[1])))
+    print("\n".join(found) or "no faults")
+    sys.exit(1 if found else 0)
