@@ -4,6 +4,7 @@
 
 #include "exec/command_line.h"
 #include "libtsenv/runtime_identity.h"
+#include "platform/host.h"
 #include "platform/stop_event.h"
 
 namespace tlm {
@@ -33,7 +34,8 @@ std::shared_ptr<Process> ProcessHandle(JobManagerState& state, std::int32_t pid)
 }
 
 void HoldProcess(JobManagerState& state, std::int32_t pid) {
-  if (ProcessHandle(state, pid)) return;
+  // A stop of the job must not become one of the server.
+  if (pid == platform::ProcessId() || ProcessHandle(state, pid)) return;
   if (std::optional<Process> process = Process::Open(pid)) {
     state.ProcessHandles[pid] = std::make_shared<Process>(std::move(*process));
   }

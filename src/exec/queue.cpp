@@ -1,6 +1,8 @@
 #include "exec/queue.h"
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
 
 #include "exec/worker.h"
 #include "platform/thread.h"
@@ -37,7 +39,9 @@ void StartQueue(JobManagerState& state, std::uint64_t delay) {
     WakeWorkers(state);
     return;
   }
-  state.QueueStartTime = static_cast<std::int64_t>(static_cast<std::uint64_t>(platform::SecondsSince1970()) + delay);
+  const std::int64_t now = platform::SecondsSince1970();
+  const auto longest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - now);
+  state.QueueStartTime = now + static_cast<std::int64_t>(std::min(delay, longest));
   if (!state.TimerStarted) {
     state.TimerStarted = platform::StartDetachedThread([&state] { QueueTimerLoop(state); });
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "exec/completion.h"
 #include "exec/run_job.h"
 #include "platform/thread.h"
 
@@ -25,7 +26,14 @@ JobRef FirstStartable(const JobManagerState& state) REQUIRES(state.StateLock) {
 }
 
 void RunOneJob(JobManagerState& state, JobRef ref) {
-  RunJob(state, ref);
+  try {
+    RunJob(state, ref);
+  } catch (...) {  // The worker leaves, and its slot must not go with it.
+    const MAutoLock lock(state.StateLock);
+    ReleaseRunSlot(state);
+    --state.BusyWorkers;
+    throw;
+  }
   const MAutoLock lock(state.StateLock);
   --state.BusyWorkers;
 }
