@@ -12,10 +12,12 @@
 
 #include "platform/file_lock.h"
 #include "platform/file_system.h"
-#include "util/sandbox.h"
+#include "support/sandbox.h"
 
 namespace tlm::platform {
 namespace {
+
+using tlm::test::Sandbox;
 
 namespace fs = std::filesystem;
 

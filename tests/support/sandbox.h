@@ -21,20 +21,30 @@ class Sandbox {
   Sandbox& operator=(const Sandbox&) = delete;
 
   const std::string& Root() const { return root_; }
-  std::string Path(const std::string& name) const { return root_ + "/" + name; }
-  bool Has(const std::string& name) const { return std::filesystem::exists(Path(name)); }
+  std::string operator/(const std::string& name) const { return root_ + "/" + name; }
+  std::string Path(const std::string& name) const { return *this / name; }
+  bool Has(const std::string& name) const {
+    return std::filesystem::exists(std::filesystem::symlink_status(*this / name));
+  }
 
-  void Write(const std::string& name, const std::string& content) const {
-    std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
-    std::ofstream(Path(name), std::ios::binary) << content;
+  std::string MakeDirectory(const std::string& name) const {
+    std::filesystem::create_directories(*this / name);
+    return *this / name;
+  }
+  // Makes the directories on the way as well. Gives the path.
+  std::string Write(const std::string& name, const std::string& content = "") const {
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path(), ignored);
+    std::ofstream(*this / name, std::ios::binary) << content;
+    return *this / name;
   }
   std::string Read(const std::string& name) const {
-    std::ifstream file(Path(name), std::ios::binary);
+    std::ifstream file(*this / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
   void WriteScript(const std::string& name, const std::string& body) const {
     Write(name, "#!/bin/sh\n" + body);
-    std::filesystem::permissions(Path(name), std::filesystem::perms::owner_all);
+    std::filesystem::permissions(*this / name, std::filesystem::perms::owner_all);
   }
 
  private:

@@ -8,10 +8,12 @@
 #include <thread>
 #include <vector>
 
-#include "util/sandbox.h"
+#include "support/sandbox.h"
 
 namespace tlm {
 namespace {
+
+using test::Sandbox;
 
 using ::testing::ElementsAre;
 namespace fs = std::filesystem;

@@ -6,12 +6,14 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "support/sandbox.h"
 #include "util/mdirectorychanger.h"
 #include "util/mfile.h"
-#include "util/sandbox.h"
 
 namespace tlm {
 namespace {
+
+using test::Sandbox;
 
 const std::string kLongName(255, 'n');
 

@@ -7,11 +7,13 @@
 #include <sys/stat.h>
 
 #include "platform/file_system.h"
+#include "support/sandbox.h"
 #include "util/mfile.h"
-#include "util/sandbox.h"
 
 namespace tlm {
 namespace {
+
+using test::Sandbox;
 
 struct MFileOnDisk : ::testing::Test {
   Sandbox disk;

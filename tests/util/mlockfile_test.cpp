@@ -12,10 +12,12 @@
 #include <vector>
 
 #include "platform/host.h"
-#include "util/sandbox.h"
+#include "support/sandbox.h"
 
 namespace tlm {
 namespace {
+
+using test::Sandbox;
 
 struct LockOnAPath : ::testing::Test {
   Sandbox disk;
