@@ -1,0 +1,164 @@
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tlmctl/command_text.h"
+#include "tlmctl/commands.h"
+#include "tlmctl/follow.h"
+
+namespace tlm::ctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kFooter[] =
+    "A command's program lies in the bin directory of the server's installation.\n"
+    "A job counts as successful if its program reports so to the server. For a program that\n"
+    "knows nothing of job managers, give --complete-on-failure, else its job ends as Aborted.\n"
+    "The output of the programs goes to STEM_out in the job's directory.\n\n"
+    "  tlmctl submit --deck runs/plate.inp heat2d    runs 'heat2d plate.inp' in runs\n"
+    "  tlmctl submit --watch -- solve -v plate.inp   runs here, and waits for the end\n"
+    "  tlmctl submit --command 'mesh a; solve a'     runs two programs, one after the other";
+
+struct SubmitOptions {
+  std::vector<std::string> Words;
+  std::string Command;
+  std::string Deck;
+  std::string Directory;
+  std::string Stem;
+  std::string Input;
+  std::string Name;
+  std::string Note;
+  std::string TaskKey;
+  std::uint64_t After = 0;
+  std::string Priority;
+  bool Queue = false;
+  bool CompleteOnFailure = false;
+  bool Watch = false;
+};
+
+std::string Absolute(const fs::path& directory) {
+  std::string path = fs::absolute(directory).lexically_normal().string();
+  while (path.size() > 1 && path.back() == fs::path::preferred_separator) path.pop_back();
+  return path;
+}
+
+std::string StemOf(const std::string& path) { return fs::path(path).stem().string(); }
+
+const std::string& FirstOf(const std::string& given, const std::string& byDefault) {
+  return given.empty() ? byDefault : given;
+}
+
+std::optional<std::uint32_t> PriorityOf(const std::string& name) {
+  static const std::map<std::string, std::uint32_t> kLevels{{"idle", 1}, {"normal", 2}, {"high", 3}, {"realtime", 4}};
+  if (name.empty()) return std::nullopt;
+  const auto level = kLevels.find(name);
+  if (level == kLevels.end()) throw Failure{ExitCode::Usage, "there is no priority " + name};
+  return level->second;
+}
+
+void CheckUsage(const SubmitOptions& options) {
+  if (options.Words.empty() == options.Command.empty()) {
+    throw Failure{ExitCode::Usage, "submit takes a command or --command, and not both"};
+  }
+  if (!options.Deck.empty() && !options.Command.empty()) {
+    throw Failure{ExitCode::Usage, "--deck goes with a command, not with --command"};
+  }
+  std::error_code ignored;
+  if (!options.Deck.empty() && !fs::is_regular_file(options.Deck, ignored)) {
+    throw Failure{ExitCode::Usage, "there is no deck " + options.Deck};
+  }
+}
+
+// A deck in the job's directory goes by its name alone.
+std::string DeckWord(const SubmitOptions& options, const std::string& directory) {
+  const fs::path deck = fs::absolute(options.Deck).lexically_normal();
+  return Absolute(deck.parent_path()) == directory ? deck.filename().string() : deck.string();
+}
+
+Submission Describe(const SubmitOptions& options) {
+  Submission job;
+  std::vector<std::string> words = options.Words;
+  std::string stem = words.empty() ? "job" : StemOf(words.front());
+  std::string directory = Absolute(fs::current_path());
+  if (!options.Deck.empty()) {
+    stem = StemOf(options.Deck);
+    directory = Absolute(fs::absolute(options.Deck).parent_path());
+    job.InputFile = fs::path(options.Deck).filename().string();
+  }
+  job.WorkDir = options.Directory.empty() ? directory : Absolute(options.Directory);
+  if (!options.Deck.empty()) words.push_back(DeckWord(options, job.WorkDir));
+  job.Command = FirstOf(options.Command, CommandText(words));
+  job.InputFile = FirstOf(options.Input, job.InputFile);
+  job.ResultStem = FirstOf(options.Stem, stem);
+  job.InputStem = job.InputFile.empty() ? job.ResultStem : StemOf(job.InputFile);
+  job.AnalysisID = FirstOf(options.Name, job.ResultStem);
+  job.ClientNote = options.Note;
+  job.TaskKey = options.TaskKey;
+  job.RunClass = options.Queue ? kRunQueued : kRunAtOnce;
+  job.Predecessor = options.After;
+  job.CompleteOnFailure = options.CompleteOnFailure;
+  return job;
+}
+
+ExitCode Submit(const ServerOptions& server, const SubmitOptions& options) {
+  CheckUsage(options);
+  const std::optional<std::uint32_t> priority = PriorityOf(options.Priority);
+  const Submission job = Describe(options);
+  QorJMClient client;
+  Connect(client, server);
+  if (!SayHello(client, server)) {
+    throw Failure{ExitCode::Refused, "the server has no programs of release " + server.Release + " and takes no job"};
+  }
+  const std::uint64_t handle = client.SubmitJob(job);
+  if (handle == 0) {
+    throw Failure{ExitCode::Refused, "the server has no job " + std::to_string(job.Predecessor) + " to wait for"};
+  }
+  if (priority) client.SetJobPriority(handle, *priority);
+  std::cout << handle << std::endl;
+  if (options.Queue && !client.IsQueueRunning()) {
+    std::cerr << "tlmctl: the server's queue stands still; the job waits until it is started\n";
+  }
+  return options.Watch ? FollowJob(client, handle) : ExitCode::Good;
+}
+
+void AddCommandOptions(CLI::App& command, SubmitOptions& options) {
+  command.add_option("COMMAND", options.Words, "Program and arguments, behind -- if one begins with a -")
+      ->allow_extra_args(false);  // or a word in brackets is taken for a list
+  command.add_option("--command", options.Command,
+                     "Instead: one or more commands as the server reads them, separated by ';'");
+  command.add_option("--deck", options.Deck, "Input file: the command's last argument; gives directory, stem and name");
+  command.add_option("--dir", options.Directory, "The job's directory on the server; the deck's or the current one");
+}
+
+void AddJobOptions(CLI::App& command, SubmitOptions& options) {
+  command.add_option("--stem", options.Stem, "Name of the result files without suffix; the deck's or the program's");
+  command.add_option("--input", options.Input,
+                     "Name of the input file. If its stem is not that of the results, former results are deleted");
+  command.add_option("--name", options.Name, "What the job is called; the stem");
+  command.add_option("--after", options.After, "Handle of a job that must succeed first");
+  command.add_flag("--queue", options.Queue, "Run within the limit of the server's queue, not at once");
+  command.add_flag("--complete-on-failure", options.CompleteOnFailure, "Count as success whatever the program reports");
+  command.add_option("--priority", options.Priority, "Of the job's processes: idle, normal, high or realtime");
+  command.add_option("--note", options.Note, "A remark that stays with the job");
+  command.add_option("--task-key", options.TaskKey, "Handed to the programs as TS_ENTERPRISE_ENV");
+  command.add_flag("--watch", options.Watch, "Follow the job to its end, as watch does");
+}
+
+}  // namespace
+
+void AddSubmit(Program& program) {
+  const auto options = std::make_shared<SubmitOptions>();
+  CLI::App& command = program.AddCommand("submit", "Send a job and print its handle",
+                                         [options](const auto& server) { return Submit(server, *options); });
+  AddCommandOptions(command, *options);
+  AddJobOptions(command, *options);
+  command.footer(kFooter);
+}
+
+}  // namespace tlm::ctl

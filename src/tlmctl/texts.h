@@ -1,0 +1,32 @@
+// How states, times and durations are written for a reader.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "jm/task.h"
+
+namespace tlm::ctl {
+
+inline constexpr char kNothing[] = "-";  // stands for a value that there is not yet, or never was
+
+std::string StatusText(std::uint32_t status);
+std::string RunClassText(std::uint32_t runClass);
+std::string PriorityText(std::uint32_t priority);
+std::string ResultFlagsText(std::uint32_t flags);
+
+// In local time, as in "2010-05-31 17:04:09"; kNothing for 0.
+std::string LocalTimeText(std::int64_t time);
+// Of seconds, as in "7 s", "3:07" and "26:03:07".
+std::string DurationText(std::int64_t seconds);
+
+// Of the job's last process. kNothing unless the job has ended and a process was started for it.
+std::string ExitCodeText(const Task& task);
+// From the start of the job's last process to its end, or to now; kNothing if none was started.
+std::string ElapsedText(const Task& task);
+
+// "[#######.............]  35 %", with as many characters between the brackets. The number stands as it was reported,
+// also outside 0 to 100.
+std::string ProgressBar(std::int32_t percent, int width);
+
+}  // namespace tlm::ctl
