@@ -109,7 +109,9 @@ void QorJMServer::WatchOutput(std::uint64_t handle, std::uint32_t offset) {
 
 void QorJMServer::ReadOutput(std::uint64_t handle, std::uint32_t offset, std::string& text) {
   const MAutoLock lock(state_.StateLock);
-  if (const Job* job = tlm::TakeOwnership(state_, session_, handle)) text += ReadOutputFrom(*job, offset);
+  const Job* job = tlm::TakeOwnership(state_, session_, handle);
+  // What one string cannot carry the client fetches from its new offset.
+  if (job && text.size() < kMaxStringLength) text += ReadOutputFrom(*job, offset, kMaxStringLength - text.size());
 }
 
 }  // namespace tlm

@@ -1,5 +1,6 @@
 #include "store/ownership.h"
 
+#include <algorithm>
 #include <array>
 
 #include "store/trace.h"
@@ -21,12 +22,15 @@ void ForgetWhatWasSent(Job& job) {
   job.SentFileDate.clear();
 }
 
-// Reads the file from the offset to its end, a piece at a time.
+// Reads the file from the offset to its end or to the limit, a piece at a time.
 template <class Consumer>
-void ReadPieces(File& file, std::uint64_t offset, Consumer consume) {
+void ReadPieces(File& file, std::uint64_t offset, Consumer consume, std::size_t limit = SIZE_MAX) {
   std::array<char, kPiece> piece;
   if (!file.Seek(offset)) return;
-  while (const std::size_t count = file.Read(piece.data(), piece.size()).value_or(0)) consume(piece.data(), count);
+  while (const std::size_t count = file.Read(piece.data(), std::min(piece.size(), limit)).value_or(0)) {
+    consume(piece.data(), count);
+    limit -= count;
+  }
 }
 
 }  // namespace
@@ -76,10 +80,11 @@ void StepOutput(JobManagerState& state, Session& session, JobRef ref, File& outF
   if (found > 0) ++job->UpdateTimestamp;
 }
 
-std::string ReadOutputFrom(const Job& job, std::uint32_t offset) {
+std::string ReadOutputFrom(const Job& job, std::uint32_t offset, std::size_t limit) {
   std::string text;
   std::optional<File> file = File::Open(job.OutFile, File::Mode::Read);
-  if (file) ReadPieces(*file, offset, [&text](const char* data, std::size_t count) { text.append(data, count); });
+  const auto append = [&text](const char* data, std::size_t count) { text.append(data, count); };
+  if (file) ReadPieces(*file, offset, append, limit);
   return text;
 }
 

@@ -19,7 +19,7 @@ void DisownJobs(JobManagerState& state, const Session& session) REQUIRES(state.S
 void StepOutput(JobManagerState& state, Session& session, JobRef ref, platform::File& outFile)
     REQUIRES(state.StateLock);
 
-// The job's output from the offset on, in bytes.
-std::string ReadOutputFrom(const Job& job, std::uint32_t offset);
+// The job's output from the offset on, at most so many bytes.
+std::string ReadOutputFrom(const Job& job, std::uint32_t offset, std::size_t limit);
 
 }  // namespace tlm
