@@ -1,7 +1,9 @@
 #include "tlmctl/program.h"
 
+#include <algorithm>
 #include <iostream>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 
 #include "platform/host.h"
@@ -70,9 +72,24 @@ CLI::App& Program::AddCommand(const std::string& name, const std::string& descri
   return command;
 }
 
+void Program::AddTrailingWords(const CLI::App& command, std::vector<std::string>& words) {
+  trailingWords_.emplace(&command, &words);
+}
+
+void Program::PassTrailingWords(char** first, char** end) {
+  if (first == end) return;
+  const auto taker = trailingWords_.find(app_.get_subcommands().front());
+  if (taker == trailingWords_.end()) throw Failure{ExitCode::Usage, std::string("not expected behind --: ") + *first};
+  taker->second->insert(taker->second->end(), first, end);
+}
+
 bool Program::ReadCommandLine(int argc, char** argv, ExitCode& code) {
   try {
-    app_.parse(argc, argv);
+    // The parser would take words in brackets for lists.
+    char** const end = argv + argc;
+    char** const dashes = std::find(argv, end, std::string_view("--"));
+    app_.parse(static_cast<int>(dashes - argv), argv);
+    PassTrailingWords(dashes == end ? end : dashes + 1, end);
     return true;
   } catch (const CLI::Success& help) {
     app_.exit(help);

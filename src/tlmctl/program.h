@@ -3,7 +3,9 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "tlmctl/connection.h"
 #include "tlmctl/exit_code.h"
@@ -21,15 +23,20 @@ class Program {
   // once the line has been read.
   CLI::App& AddCommand(const std::string& name, const std::string& description, Action action);
 
+  // Of this sub-command the line may go on behind "--"; what stands there is appended to the words as it is.
+  void AddTrailingWords(const CLI::App& command, std::vector<std::string>& words);
+
   // Reads the command line and runs what it names. What goes wrong is told on standard error. Gives the exit code.
   int Run(int argc, char** argv);
 
  private:
   bool ReadCommandLine(int argc, char** argv, ExitCode& code);
+  void PassTrailingWords(char** first, char** end);
 
   CLI::App app_;
   ServerOptions server_;
   Action chosen_;
+  std::map<const CLI::App*, std::vector<std::string>*> trailingWords_;
 };
 
 }  // namespace tlm::ctl

@@ -128,8 +128,7 @@ ExitCode Submit(const ServerOptions& server, const SubmitOptions& options) {
 }
 
 void AddCommandOptions(CLI::App& command, SubmitOptions& options) {
-  command.add_option("COMMAND", options.Words, "Program and arguments, behind -- if one begins with a -")
-      ->allow_extra_args(false);  // or a word in brackets is taken for a list
+  command.add_option("COMMAND", options.Words, "Program and arguments, behind -- if one begins with a - or a [");
   command.add_option("--command", options.Command,
                      "Instead: one or more commands as the server reads them, separated by ';'");
   command.add_option("--deck", options.Deck, "Input file: the command's last argument; gives directory, stem and name");
@@ -156,6 +155,7 @@ void AddSubmit(Program& program) {
   const auto options = std::make_shared<SubmitOptions>();
   CLI::App& command = program.AddCommand("submit", "Send a job and print its handle",
                                          [options](const auto& server) { return Submit(server, *options); });
+  program.AddTrailingWords(command, options->Words);
   AddCommandOptions(command, *options);
   AddJobOptions(command, *options);
   command.footer(kFooter);

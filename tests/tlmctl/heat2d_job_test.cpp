@@ -1,0 +1,50 @@
+// The example analysis as a job, from its deck to its results.
+#include <gmock/gmock.h>
+#include <regex>
+
+#include "tlmctl/tlmctl_fixture.h"
+
+namespace tlm::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+
+class Heat2dJob : public Tlmctl {
+ protected:
+  Heat2dJob() { std::filesystem::create_symlink(BIN_DIRECTORY "/heat2d", server.Home().Path("bin/heat2d")); }
+  void WriteDeck(const std::string& pace) const {
+    disk.Write("plate.inp",
+               "size 1 1\ngrid 20 20\nconductivity 50\nleft temperature 0\nright temperature 9\npace " + pace + "\n");
+  }
+};
+
+TEST_F(Heat2dJob, ReportsItsProgressAndLeavesItsResults) {
+  WriteDeck("3");
+  const Finished watch = Ctl({"submit", "--watch", "--deck", "plate.inp", "heat2d"});
+  EXPECT_EQ(watch.ExitCode, 0);
+  EXPECT_TRUE(std::regex_search(watch.Output, std::regex("Running, [1-9][0-9]? %"))) << watch.Output;
+  EXPECT_THAT(watch.Output, HasSubstr("job 4 plate: Finished, exit code 0"));
+  for (const char* result : {"plate.dat", "plate.csv", "plate.ppm"}) EXPECT_TRUE(disk.Has(result)) << result;
+  EXPECT_THAT(Ctl({"show", "4"}).Output, AllOf(HasSubstr("100 %"), HasSubstr("available")));
+}
+
+TEST_F(Heat2dJob, FailsOnAWrongDeckAndSaysWhere) {
+  disk.Write("plate.inp", "size 1 1\ngrid 20\n");
+  EXPECT_EQ(Ctl({"submit", "--watch", "--deck", "plate.inp", "heat2d"}).ExitCode, 1);
+  EXPECT_THAT(Ctl({"output", "4"}).Output, HasSubstr("plate.inp:2: "));
+  EXPECT_THAT(Ctl({"list"}).Output, HasSubstr("Aborted"));
+  EXPECT_FALSE(disk.Has("plate.dat"));
+}
+
+TEST_F(Heat2dJob, EndsByItselfWhenItIsCancelled) {
+  WriteDeck("3000");
+  ASSERT_EQ(Ctl({"submit", "--deck", "plate.inp", "heat2d"}).Output, "4\n");
+  ASSERT_TRUE(Eventually([this] { return disk.Read("plate_out").find("cells") != std::string::npos; }));
+  EXPECT_EQ(Ctl({"cancel", "4"}).Output, "job 4: Aborted\n");
+  EXPECT_THAT(disk.Read("plate_out"), HasSubstr("stopped on request"));
+  EXPECT_TRUE(std::regex_search(Ctl({"show", "4"}).Output, std::regex("Exit code +3\n")));
+}
+
+}  // namespace
+}  // namespace tlm::test
