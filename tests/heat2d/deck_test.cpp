@@ -88,7 +88,7 @@ TEST(Deck, SaysWhatIsMissingInTheWhole) {
 
 TEST(Deck, ExamplesAreGoodAndTheBrokenOneIsBrokenAllOver) {
   const auto errorsOfFile = [](const std::string& name) {
-    std::ifstream file(std::string(HEAT2D_DECKS "/") + name);
+    std::ifstream file(std::string(SOURCE_DIRECTORY "/examples/heat2d/") + name);
     EXPECT_TRUE(file) << name;
     return ErrorsOf({std::istreambuf_iterator<char>(file), {}});
   };
