@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <set>
 
 #include "exec/launch.h"
 #include "exec/retirement.h"
@@ -64,6 +65,7 @@ bool RemoveJob(JobManagerState& state, JobRef ref) {
 void AbortAllJobs(JobManagerState& state) {
   const MAutoLock lock(state.StateLock);
   const std::vector<JobRef> all = state.Jobs.All();
+  std::set<JobRef> failed;
   for (JobRef ref : all) {
     Job* job = state.Jobs.Find(ref);
     if (!job) continue;
@@ -76,7 +78,7 @@ void AbortAllJobs(JobManagerState& state) {
       NotifyJobChange(state, *job, job->Status);
     }
     RecordRemovedHandle(state, ref);
-    FailDependants(state, *job);
+    FailDependants(state, *job, failed);
   }
   if (!all.empty()) SweepJobs(state);
 }

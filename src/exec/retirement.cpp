@@ -10,9 +10,9 @@ namespace tlm {
 
 namespace {
 
-// Goes up the chain of predecessors, as far as each is free to go.
-void RetireJob(JobManagerState& state, Job* job) REQUIRES(state.StateLock) {
-  while (job && state.Jobs.IsRetirable(*job)) {
+// Goes up the chain of predecessors, as far as each is free to go. A released job stays retirable, but goes once only.
+void RetireJob(JobManagerState& state, Job* job, std::set<JobRef>& retired) REQUIRES(state.StateLock) {
+  while (job && state.Jobs.IsRetirable(*job) && retired.insert(job->Handle).second) {
     Trace(state, "Deleting job from server [%s] status[%u]\n", job->InputFile.c_str(), job->Status);
     job->Status = Removed;
     state.Jobs.Changed(*job);
@@ -37,20 +37,24 @@ void PushFollowers(const JobManagerState& state, JobRef leader, std::vector<JobR
 
 void SweepJobs(JobManagerState& state) {
   const std::set<JobRef> retirable = state.Jobs.Retirable();
-  for (JobRef ref : retirable) RetireJob(state, state.Jobs.Find(ref));
+  std::set<JobRef> retired;
+  for (JobRef ref : retirable) RetireJob(state, state.Jobs.Find(ref), retired);
   const std::set<JobRef> removed = state.Jobs.RemovedJobs();
   for (JobRef ref : removed) state.Jobs.Erase(ref);
 }
 
 void EndWithoutProcess(JobManagerState& state, Job& job) {
-  job.Status = job.Status == Finished ? Removed : Aborted;
+  job.Status = job.Status == Finished || job.Status == Removed ? Removed : Aborted;
   state.Jobs.Changed(job);
 }
 
 void FailDependants(JobManagerState& state, const Job& job) {
-  // Depth first and in table order, without recursion: a chain may be as long as the table. A job that hangs on several
-  // failed ones is failed once.
   std::set<JobRef> met;
+  FailDependants(state, job, met);
+}
+
+void FailDependants(JobManagerState& state, const Job& job, std::set<JobRef>& met) {
+  // Depth first and in table order, without recursion: a chain may be as long as the table.
   std::vector<JobRef> pending;
   PushFollowers(state, job.Handle, pending);
   while (!pending.empty()) {
