@@ -55,15 +55,18 @@ std::string PrepareRun(JobManagerState& state, JobRef ref) {
   return job->Command + ";";
 }
 
+// Removed while it was being started, or killed between two commands: nothing further is started.
+bool IsGivenUp(const Job* job) { return !job || job->Status == Aborted || job->Killed != 0; }
+
 // Starts the command. 0 if no process came of it: then nothing further is tried.
 std::int32_t StartCommand(JobManagerState& state, JobRef ref, std::vector<std::string> tokens) {
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(ref);
-  // Removed while it was being started, or killed between two commands.
-  if (!job || job->Status == Aborted || job->Killed != 0) return 0;
+  if (IsGivenUp(job)) return 0;
   tokens.front().insert(0, job->BinPath);
   const std::int32_t pid = LaunchProcess(state, *job, tokens);
   ApplyPriority(state, pid, job->Priority);
+  state.Jobs.Detach(job->Pid);  // the process of the command before has ended
   job->Pid = pid;
   job->Started = platform::SecondsSince1970();
   SetStatus(state, *job, pid != 0 ? Running : LaunchFailed);
@@ -117,7 +120,7 @@ Outcome FollowProcess(JobManagerState& state, JobRef ref, std::int32_t pid) {
 void RefuseCommand(JobManagerState& state, JobRef ref, const std::string& rest) {
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(ref);
-  if (!job) return;
+  if (IsGivenUp(job)) return;
   if (std::optional<File> out = File::Open(job->OutFile, File::Mode::Append)) {
     static_cast<void>(out->Write(FailureText(rest)));
   }
