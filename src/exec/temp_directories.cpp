@@ -6,15 +6,15 @@
 namespace tlm {
 
 std::string DeriveTempRoot() {
-  std::optional<std::string> root = ProductValue("PRODUCT_TMP");
-  if (!root) root = platform::GetVariable("TMPDIR");
-  if (!root) {
-    root = platform::GetVariable("TMP");
-    if (root) return *root;
+  std::string root = ProductValue("PRODUCT_TMP").value_or("");
+  if (root.empty()) root = platform::GetVariable("TMPDIR").value_or("");
+  if (root.empty()) {
+    root = platform::GetVariable("TMP").value_or("");
+    if (!root.empty()) return root;
   }
-  if (!root) root = platform::GetVariable("TEMP");
+  if (root.empty()) root = platform::GetVariable("TEMP").value_or("");
   platform::SetVariable("TMP", "");
-  return root.value_or("/tmp");
+  return root.empty() ? "/tmp" : root;
 }
 
 }  // namespace tlm

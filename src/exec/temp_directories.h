@@ -6,7 +6,7 @@
 namespace tlm {
 
 // The product's temporary directory, else what TMPDIR, TMP or TEMP of the process environment says, else the system's.
-// Unless TMP gave it, TMP is taken out of the environment, so that no child inherits it.
+// An empty text is no value. Unless TMP gave it, TMP is taken out of the environment, so that no child inherits it.
 std::string DeriveTempRoot();
 
 }  // namespace tlm

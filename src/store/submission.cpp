@@ -101,8 +101,9 @@ std::string CommandBaseName(const std::string& command) {
   static constexpr const char* kWhiteSpace = " \n\r\t\f\v";
   std::string word;
   bool quoted = false;
-  const std::size_t start = command.find_first_not_of(kWhiteSpace);
-  for (std::size_t i = start; i < command.size(); ++i) {
+  std::size_t i = command.find_first_not_of(kWhiteSpace);
+  const std::size_t end = command.find_last_not_of(kWhiteSpace) + 1;
+  for (; i < end; ++i) {
     const char c = command[i];
     if (c == '"') quoted = !quoted;
     if (!quoted && std::string_view(kWhiteSpace).find(c) != std::string_view::npos) break;
