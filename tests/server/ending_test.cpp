@@ -1,0 +1,144 @@
+// Jobs that end before their time: removed by a client, or with the server.
+#include <gmock/gmock.h>
+
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+struct Ending : JobTest {
+  explicit Ending(const Environment& environment = {}) : JobTest(environment) {
+    std::filesystem::create_symlink(BIN_DIRECTORY "/stop_event_program", Server.Home().Path("bin/polite"));
+  }
+
+  template <class Action>
+  static seconds TimeOf(Action action) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start);
+  }
+
+  static bool HasEvent(std::int32_t pid) {
+    return std::filesystem::exists("/dev/shm/sem.tlm2010_" + std::to_string(pid));
+  }
+};
+
+TEST_F(Ending, OfARemovedJobDependsOnHowFarItCame) {
+  const std::uint64_t running =
+      Submit(Do("(echo $$; exec sleep 60) >group & echo $! >grandchild; echo $$ >child; wait"));
+  const std::uint64_t chain = Submit(Do("echo $$ >chain; sleep 60") + ";" + Do("touch never"));
+  const std::uint64_t open = Submit(Do("echo $$ >open; sleep 60") + "; do 'never closed");
+  const std::uint64_t queued = SubmitQueued(Do(":"));
+  const std::uint64_t failed = Submit(Do(":"));
+  const std::uint64_t finished = Submit(Succeed(":"));
+  const std::int32_t child = AwaitNumber("child");
+  const std::int32_t grandchild = AwaitNumber("grandchild");
+  const std::int32_t first = AwaitNumber("chain");
+  const std::int32_t second = AwaitNumber("open");
+  Client.Await(finished, {Finished});
+  Client.Await(failed, {Aborted});
+
+  EXPECT_LT(TimeOf([&] {
+              for (std::uint64_t handle : {running, running, chain, open, queued, failed, finished}) {
+                EXPECT_TRUE(Client.RemoveJob(handle));
+              }
+            }),
+            seconds(5))
+      << "without an event there is no wait";
+  EXPECT_FALSE(Client.RemoveJob(finished)) << "it has gone";
+  for (std::int32_t pid : {child, grandchild, first, second}) EXPECT_TRUE(IsGone(pid));
+  for (std::uint64_t handle : {running, chain, open, queued, failed}) {
+    const Task task = Client.AwaitEnd(handle);
+    EXPECT_EQ(task.Status, std::uint32_t{Aborted});
+    EXPECT_EQ(task.ExitCode, 0U) << "terminated";
+  }
+  EXPECT_FALSE(Work.Has("never")) << "nothing of a chain is started behind a kill";
+  HandleList removed;
+  Client.ListRemovedJobs(removed);
+  EXPECT_THAT(removed, ElementsAre(running, running, chain, open, queued, failed, finished));
+  EXPECT_THAT(Client.Jobs(), ElementsAre(running, chain, open, queued, failed)) << "these wait to be released";
+  EXPECT_EQ(Client.GetJobCount(), 0U);
+}
+
+TEST_F(Ending, IsAskedForByAnEventBeforeItIsForced) {
+  const std::uint64_t obedient = Submit("polite obey obedient");
+  const std::uint64_t stubborn = Submit("polite ignore stubborn");
+  const std::int32_t first = AwaitNumber("obedient");
+  const std::int32_t second = AwaitNumber("stubborn");
+  EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Client.RemoveJob(obedient)); }), seconds(5));
+  EXPECT_TRUE(IsGone(first));
+  Client.AwaitEnd(obedient);
+  EXPECT_EQ(Client.Output(obedient), "stopped\n");
+  const seconds time = TimeOf([&] { EXPECT_TRUE(Client.RemoveJob(stubborn)); });
+  EXPECT_GE(time, seconds(9));
+  EXPECT_LT(time, seconds(20));
+  EXPECT_TRUE(IsGone(second));
+  EXPECT_EQ(Client.AwaitEnd(stubborn).Status, std::uint32_t{Aborted});
+  EXPECT_FALSE(HasEvent(second)) << "nothing is left of the event of a process that could not tidy up";
+}
+
+struct EndingWithoutEvents : Ending {
+  EndingWithoutEvents() : Ending({{"TSQOR_DONT_KILL_VIA_SIGNALS", "1"}}) {}
+};
+
+TEST_F(EndingWithoutEvents, IsForcedAtOnce) {
+  const std::uint64_t job = Submit("polite obey pid");
+  const std::int32_t pid = AwaitNumber("pid");
+  EXPECT_TRUE(HasEvent(pid));
+  EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Client.RemoveJob(job)); }), seconds(5));
+  EXPECT_TRUE(IsGone(pid));
+  Client.AwaitEnd(job);
+  EXPECT_EQ(Client.Output(job), "") << "it had no chance to use its event";
+}
+
+TEST_F(Ending, OfTheServerLeavesNoProcessBehindAndWaitsForAllSideBySide) {
+  for (const char* name : {"a", "b", "c"}) Submit(std::string("polite ignore ") + name);
+  Submit("polite obey d");
+  Submit(Do("sleep 60 & echo $! >e; echo $$ >f; wait"));
+  const std::uint64_t chain = Submit(Do("echo $$ >g; sleep 60") + ";" + Do("touch never"));
+  SubmitQueued(Do("touch never"));
+  std::vector<std::int32_t> processes;
+  for (const char* name : {"a", "b", "c", "d", "e", "f", "g"}) processes.push_back(AwaitNumber(name));
+  const std::uint64_t released = Submit(Do("echo $$ >h; sleep 60"));
+  processes.push_back(AwaitNumber("h"));
+  Client.ReleaseJob(released);
+  Client.Get(released);
+  EXPECT_EQ(Client.Get(released).Status, 0U);
+  EXPECT_EQ(Client.Get(chain).Status, std::uint32_t{Running});
+
+  int exitCode = -1;
+  EXPECT_LT(TimeOf([&] { exitCode = Server.Stop(); }), seconds(15));
+  EXPECT_EQ(exitCode, 0);
+  for (std::int32_t pid : processes) {
+    const auto process = platform::Process::Open(pid);
+    EXPECT_TRUE(!process || process->WaitForEnd(seconds(1))) << pid;
+  }
+  EXPECT_FALSE(Work.Has("never"));
+}
+
+TEST_F(Ending, OfAProcessWhoseJobWasReleasedGivesItsSlotBack) {
+  // The job leaves the table while its process runs; a queue of limit one waits behind it.
+  EXPECT_TRUE(Client.SetQueueLimit(1));
+  EXPECT_TRUE(Client.StartQueue(0));
+  const std::uint64_t released =
+      SubmitQueued(Do("echo $$ >pid; while ! test -e stop; do sleep 0.1; done; echo end >end"));
+  const std::int32_t pid = AwaitNumber("pid");
+  const std::uint64_t next = SubmitQueued(Succeed("test -e end && echo behind"));
+  Client.ReleaseJob(released);
+  EXPECT_EQ(Client.Await(released, {Running}).Status, std::uint32_t{Running});
+  EXPECT_THAT(Client.Jobs(), ElementsAre(next));
+  EXPECT_FALSE(Client.RemoveJob(released));
+  EXPECT_EQ(Client.GetJobCount(), 1U) << "its slot is still taken";
+  EXPECT_FALSE(platform::Process::Open(pid)->WaitForEnd(std::chrono::milliseconds(0)));
+  Work.Write("stop", "");
+  Client.Await(next, {Finished});
+  EXPECT_EQ(Client.Output(next), "behind\n");
+  EXPECT_TRUE(Eventually([&] { return Client.GetJobCount() == 0; }));
+}
+
+}  // namespace
+}  // namespace tlm::test

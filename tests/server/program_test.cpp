@@ -1,0 +1,116 @@
+// The program itself: its commands, its settings, and the product that its name says.
+#include <gmock/gmock.h>
+
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+TEST(Program, StopsItsServerWithoutAWord) {
+  ServerProcess server;
+  const Environment settings{{"TSQOR_JMPORT", std::to_string(server.Port())}};
+  const auto stop = RunProgram({TLMJM, "stop", "ignored"}, settings);
+  EXPECT_EQ(stop.Output, "");
+  EXPECT_EQ(stop.ExitCode, 0);
+  EXPECT_EQ(server.AwaitEnd(), 0);
+  const auto again = RunProgram({TLMJM, "stop"}, settings);
+  EXPECT_EQ(again.Output, "");
+  EXPECT_EQ(again.ExitCode, 0);
+}
+
+TEST(Program, ThatFindsItsPortTakenSaysSoAndEndsWell) {
+  const ServerProcess server({}, "serve");
+  EXPECT_EQ(server.Output(), "") << "only the one command prints the names";
+  const auto second = RunProgram({TLMJM, "debug"}, server.Settings());
+  EXPECT_THAT(second.Output,
+              ::testing::EndsWith("\nFATAL ERROR: check that no other Tessarine processes are running\n"));
+  EXPECT_EQ(second.ExitCode, 0);
+}
+
+TEST(Program, ServesTheProductOfItsName) {
+  const Sandbox links;
+  for (const std::string code : {"ksb", "vrk"}) {
+    std::string prefix = code;
+    for (char& c : prefix) c = static_cast<char>(std::toupper(c));
+    const std::string link = links.Path(code + "jm");
+    std::filesystem::create_symlink(TLMJM, link);
+    const std::string port = std::to_string(FreePort());
+    const Sandbox home;
+    home.WriteScript("bin/show", "echo $" + prefix + "_HOME $TSJM_CLIENT $TS_BUILDREL\necho 4 1 >qorjmmsg.$$\n");
+    const ServerProcess server({{prefix + "_JMPORT", port},
+                                {"TSQOR_JMPORT", port},
+                                {prefix + "_HOME", home.Root()},
+                                {prefix + "_TMP", home.Root()}},
+                               "debug", link);
+    EXPECT_THAT(server.Output(), HasSubstr("RUNTIME_JM_SHORT_NAME           = " + code + "jm2010\n"));
+    EXPECT_THAT(server.Output(), HasSubstr("= " + prefix + "_JMPORT\n"));
+    JobClient client(server.Port());
+    Submission job;
+    job.WorkDir = home.Root();
+    job.ResultStem = job.InputStem = "a";
+    job.Command = "show";
+    const std::uint64_t handle = client.SubmitJob(job);
+    client.Await(handle, {Finished});
+    EXPECT_EQ(client.Output(handle), home.Root() + " " + code + " " + code + "2010\n");
+  }
+}
+
+TEST(Program, TakesItsSettingsFromTheEnvironment) {
+  const std::pair<const char*, std::uint32_t> expiries[] = {
+      {"1.5", 5400}, {"0", 30}, {"0.001", 30}, {"-1", 604800}, {"no number", 30}};
+  for (const auto& [hours, expected] : expiries) {
+    const ServerProcess server(Environment{{"TSQOR_TMP_EXPIRY", hours}, {"TSQOR_TRACE", "0"}});
+    JobClient client(server.Port());
+    std::string root;
+    std::uint32_t expiry = 0;
+    client.GetTempRoot({root}, {expiry});
+    EXPECT_EQ(root, server.Root().Root());
+    EXPECT_EQ(expiry, expected) << hours;
+    EXPECT_EQ(server.Output().find("Full Trace ON"), std::string::npos);
+    EXPECT_EQ(server.Output().find("Hello from"), std::string::npos);
+  }
+  const ServerProcess server(Environment{{"TSQOR_TRACE", "1"}});
+  JobClient client(server.Port());
+  EXPECT_THAT(server.Output(), ::testing::StartsWith("Full Trace ON\n"));
+  EXPECT_THAT(server.Output(), HasSubstr("\nHello from desk:0, ClientPort="));
+  EXPECT_THAT(server.Output(), HasSubstr(" Version=tlm2010\nServer recieving message =tlm2010\n"));
+  EXPECT_THAT(server.Output(), HasSubstr("\nInstall Path " + server.Home().Root() + "\n"));
+}
+
+TEST(Program, ChoosesItsRootAndHidesATmpThatDidNotGiveIt) {
+  const Sandbox a, b, c;
+  struct Case {
+    Environment Variables;
+    std::string Root;
+    std::string TmpOfChildren;
+  };
+  const std::vector<Case> cases{
+      {{{"TMPDIR", a.Root()}, {"TMP", b.Root()}, {"TEMP", c.Root()}}, a.Root(), ""},
+      {{{"TMP", b.Root()}, {"TEMP", c.Root()}}, b.Root(), b.Root()},
+      {{{"TMPDIR", ""}, {"TMP", ""}, {"TEMP", c.Root()}}, c.Root(), ""},
+      {{}, "/tmp", ""},
+  };
+  for (const Case& one : cases) {
+    Environment environment = one.Variables;
+    environment["TSQOR_TMP"] = "";
+    const ServerProcess server(environment);
+    server.AddProgram("show", "echo \"<$TMP>\"\n");
+    JobClient client(server.Port());
+    std::string root;
+    std::uint32_t expiry = 0;
+    client.GetTempRoot({root}, {expiry});
+    EXPECT_EQ(root, one.Root);
+    Submission job;
+    job.WorkDir = a.Root();
+    job.ResultStem = job.InputStem = "show";
+    job.Command = "show";
+    const std::uint64_t handle = client.SubmitJob(job);
+    client.AwaitEnd(handle);
+    EXPECT_EQ(client.Output(handle), "<" + one.TmpOfChildren + ">\n");
+  }
+}
+
+}  // namespace
+}  // namespace tlm::test

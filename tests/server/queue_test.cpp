@@ -1,0 +1,90 @@
+// Which jobs start when: the queue, its limit and its start time.
+#include <gmock/gmock.h>
+
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using ::testing::Each;
+using ::testing::ElementsAre;
+
+struct Queue : JobTest {
+  const std::string Wait = Do("while ! test -e stop; do sleep 0.1; done; echo 4 1 >qorjmmsg.$$");
+  void LetAllEnd() { Work.Write("stop", ""); }
+};
+
+TEST_F(Queue, StartsAsManyAsItsLimitAllowsWhileJobsOfTheOtherClassAlwaysStart) {
+  EXPECT_EQ(Client.GetQueueLimit(), std::thread::hardware_concurrency() > 1 ? 2U : 1U);
+  EXPECT_FALSE(Client.SetQueueLimit(0));
+  EXPECT_TRUE(Client.SetQueueLimit(1));
+  EXPECT_EQ(Client.GetQueueLimit(), 1U);
+  const HandleList queued{SubmitQueued(Wait), SubmitQueued(Wait), SubmitQueued(Wait)};
+  Submission distributed = NewJob(Wait);
+  distributed.RunClass = kRunDistributed;
+  const std::uint64_t waits = Client.SubmitJob(distributed);
+  const HandleList atOnce{Submit(Wait), Submit(Wait)};
+  for (std::uint64_t handle : atOnce) Client.Await(handle, {Running});
+  EXPECT_FALSE(Client.IsQueueRunning());
+  EXPECT_EQ(Client.GetJobCount(), 2U);
+
+  EXPECT_TRUE(Client.StartQueue(0));
+  EXPECT_TRUE(Client.IsQueueRunning());
+  EXPECT_THAT(Client.Statuses(queued), Each(Queued)) << "two jobs run already, and the limit is one";
+  EXPECT_TRUE(Client.SetQueueLimit(4));
+  Client.Await(queued[0], {Running});
+  Client.Await(queued[1], {Running});
+  EXPECT_EQ(Client.GetJobCount(), 4U);
+  EXPECT_EQ(Client.Get(queued[2]).Status, std::uint32_t{Queued});
+
+  EXPECT_TRUE(Client.StopQueue());
+  EXPECT_FALSE(Client.StopQueue());
+  LetAllEnd();
+  for (std::uint64_t handle : {atOnce[0], atOnce[1], queued[0], queued[1]}) Client.Await(handle, {Finished});
+  EXPECT_EQ(Client.GetJobCount(), 0U);
+  EXPECT_THAT(Client.Statuses({queued[2], waits}), ElementsAre(Queued, Queued)) << "the queue does not run";
+  EXPECT_TRUE(Client.StartQueue(0));
+  Client.Await(queued[2], {Finished});
+  EXPECT_TRUE(Eventually([&] { return !Client.IsQueueRunning(); })) << "stops by itself when it has run empty";
+  EXPECT_EQ(Client.Get(waits).Status, std::uint32_t{Queued}) << "is nobody's here";
+}
+
+TEST_F(Queue, StaysOnWithoutAWorkerAndWithAJobThatWaits) {
+  EXPECT_TRUE(Client.StartQueue(0));
+  EXPECT_TRUE(Client.IsQueueRunning()) << "nobody has looked yet";
+  const std::uint64_t first = SubmitQueued(Wait);
+  const std::uint64_t second = SubmitQueued(Wait, first);
+  Submission odd = NewJob(Succeed(":"));
+  odd.RunClass = 17;  // counts as queued
+  const std::uint64_t other = Client.SubmitJob(odd);
+  Client.Await(first, {Running});
+  EXPECT_EQ(Client.Get(second).Status, std::uint32_t{Queued});
+  EXPECT_TRUE(Client.IsQueueRunning());
+  LetAllEnd();
+  Client.Await(second, {Finished});
+  EXPECT_TRUE(Eventually([&] { return !Client.IsQueueRunning(); }));
+  Client.Await(other, {Finished});
+}
+
+TEST_F(Queue, CanBeStartedLater) {
+  EXPECT_EQ(Client.GetQueueStartTime(), 0U);
+  const auto now = [] { return static_cast<std::uint64_t>(std::time(nullptr)); };
+  const std::uint64_t before = now();
+  EXPECT_TRUE(Client.StartQueue(1000));
+  EXPECT_GE(Client.GetQueueStartTime(), before + 1000);
+  EXPECT_LE(Client.GetQueueStartTime(), now() + 1000);
+  EXPECT_TRUE(Client.StartQueue(~std::uint64_t{0}));
+  EXPECT_EQ(Client.GetQueueStartTime(), 0U);
+  EXPECT_FALSE(Client.IsQueueRunning());
+
+  const std::uint64_t job = SubmitQueued(Succeed(":"));
+  EXPECT_TRUE(Client.StartQueue(1));
+  EXPECT_FALSE(Client.StopQueue()) << "a pending start stays";
+  EXPECT_NE(Client.GetQueueStartTime(), 0U);
+  Client.Await(job, {Finished});  // up to 15 seconds after the time
+  EXPECT_TRUE(Eventually([&] { return !Client.IsQueueRunning(); }));
+  EXPECT_EQ(Client.GetQueueStartTime(), 0U);
+}
+
+}  // namespace
+}  // namespace tlm::test

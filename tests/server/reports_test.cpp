@@ -1,0 +1,227 @@
+// What a process says of its job, while it runs and by what it leaves behind, and what clients see of it.
+#include <gmock/gmock.h>
+
+#include "rpc/orpcerror.h"
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+struct Reports : JobTest {
+  JobClient Process{Server.Port()};  // the connection of a job's process
+
+  // Shell text of a process that waits for the file "stop"; its id goes to the file of the given name.
+  static std::string Wait(const std::string& name) {
+    return "echo $$ >" + name + "; while ! test -e stop; do sleep 0.1; done";
+  }
+  std::uint64_t AttachedPid(const std::string& name) {
+    const auto pid = static_cast<std::uint64_t>(AwaitNumber(name));
+    Process.AttachProcess(pid, "unused", "unused");
+    return pid;
+  }
+};
+
+TEST_F(Reports, CountFromItsAttachmentToItsEnd) {
+  const std::uint64_t job = Submit(Do(Wait("pid") + "; echo 9 9 >qorjmmsg.$$; exit 1"));
+  const std::uint64_t other = Submit(Do(Wait("other")));
+  const auto pid = static_cast<std::uint64_t>(AwaitNumber("pid"));
+  AwaitNumber("other");
+  EXPECT_FALSE(Process.SetProgress(pid, 1)) << "has to attach first";
+  EXPECT_FALSE(Process.JobSucceeded(pid));
+  EXPECT_EQ(Process.AttachProcess(pid, "x", "y"), job);
+  EXPECT_EQ(Process.AttachProcess(pid | 1ULL << 32, "x", "y"), job) << "the low 32 bits count";
+  EXPECT_EQ(Client.Await(job, {Running}).ExitCode, 0xFFFFFFFFU);
+
+  Task task = Client.Get(job);
+  EXPECT_FALSE(Client.GetJob(job, task)) << "nothing has changed";
+  EXPECT_TRUE(Process.SetProgress(pid, 40));
+  const std::uint64_t before = task.UpdateTimestamp;
+  EXPECT_EQ(Client.Get(other).Status, kProgressNotice) << "whoever asks first, and for whatever job";
+  EXPECT_TRUE(Client.GetJob(job, task));
+  EXPECT_EQ(task.Status, std::uint32_t{Running});
+  EXPECT_EQ(task.Progress, 40);
+  EXPECT_EQ(task.UpdateTimestamp, before + 2) << "once for each connection";
+  EXPECT_TRUE(Process.SetProgress(pid, 40));
+  EXPECT_FALSE(Client.GetJob(job, task)) << "an unchanged value is no change";
+  task.UpdateTimestamp += 100;
+  EXPECT_FALSE(Client.GetJob(job, task));
+  EXPECT_EQ(task.UpdateTimestamp, before + 2);
+
+  EXPECT_TRUE(Process.ResultsAvailable(pid));
+  Process.RequiredLevel(pid, (std::uint64_t{1} << 32) + 5, 6);
+  EXPECT_TRUE(Process.RequestRetry(pid));
+  EXPECT_TRUE(Process.JobSucceeded(pid));
+  EXPECT_TRUE(Client.GetJob(job, task));
+  EXPECT_EQ(task.ResultFlags, kResultsAvailable);
+  EXPECT_EQ(task.TaskType, (std::uint64_t{1} << 32) + 5);
+  EXPECT_EQ(task.TaskLevel, 6U);
+  EXPECT_THAT(Server.Output(), HasSubstr("plmjm - QorJMServer::Dispatch - Recieving " + std::to_string(pid) +
+                                         " 5 6\nplmjm -  QorJMServer::RequiredLevel - Received 5 6\n"));
+  Work.Write("stop", "");
+  task = Client.AwaitEnd(job);
+  EXPECT_EQ(task.Status, std::uint32_t{Finished}) << "success was reported, the exit code says nothing";
+  EXPECT_EQ(task.ExitCode, 1U);
+  EXPECT_FALSE(Work.Has("qorjmmsg." + std::to_string(pid)));
+  EXPECT_FALSE(Process.SetProgress(pid, 41));
+}
+
+TEST_F(Reports, DecideHowAJobEnds) {
+  struct Case {
+    std::string Script;
+    std::uint32_t Status;
+    std::uint32_t Flags;
+    bool CompleteOnFailure = false;
+  };
+  const std::vector<Case> cases{
+      {"echo 4 1 >qorjmmsg.$$; exit 3", Finished, 1},
+      {"echo 1 2 3 4 4 0 5 5 >qorjmmsg.$$", Finished, 1},
+      {"echo 3 4 >qorjmmsg.$$", Aborted, 0},  // a value is no code
+      {"echo x 4 1 >qorjmmsg.$$", Aborted, 0},
+      {"printf '4 1' >qorjmmsg.$$", Finished, 1},
+      {"echo 4 1 >qorjmmsg.$$0", Aborted, 0},
+      {"exit 0", Aborted, 0},
+      {"exit 9", Finished, 1, true},
+      {"echo 4 1 >qorjmmsg.$$; exit 255", LaunchFailed, 0, true},
+  };
+  HandleList handles;
+  for (const Case& one : cases) {
+    Submission job = NewJob("do \"" + one.Script + "\"");
+    job.CompleteOnFailure = one.CompleteOnFailure;
+    handles.push_back(Client.SubmitJob(job));
+  }
+  // By the process itself.
+  const std::uint64_t again = Submit(Do(Wait("again")));
+  const std::uint64_t failed = Submit(Do(Wait("failed") + "; exit 255"));
+  const std::uint64_t partly = Submit(Do(Wait("partly")));
+  const std::uint64_t chain =
+      Submit(Do(Wait("first")) + ";" + Do("echo $$ >second; while ! test -e end; do sleep 0.1; done"));
+  const std::uint64_t pid = AttachedPid("again");
+  EXPECT_TRUE(Process.JobSucceeded(pid));
+  Process.AttachProcess(pid, "", "");  // what was reported before counts no more
+  EXPECT_TRUE(Process.JobSucceeded(AttachedPid("failed")));
+  EXPECT_TRUE(Process.ResultsAvailable(AttachedPid("partly")));
+  const std::uint64_t first = AttachedPid("first");
+  Work.Write("stop", "");
+  AwaitNumber("second");
+  EXPECT_FALSE(Process.JobSucceeded(first)) << "its command is over";
+  Work.Write("end", "");
+
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const Task task = Client.AwaitEnd(handles[i]);
+    EXPECT_EQ(task.Status, cases[i].Status) << cases[i].Script;
+    EXPECT_EQ(task.ResultFlags, cases[i].Flags) << cases[i].Script;
+  }
+  for (std::uint64_t handle : {again, partly, chain}) EXPECT_EQ(Client.AwaitEnd(handle).Status, std::uint32_t{Aborted});
+  EXPECT_EQ(Client.Get(partly).ResultFlags, kResultsAvailable) << "survives";
+  EXPECT_EQ(Client.AwaitEnd(failed).Status, std::uint32_t{LaunchFailed});
+}
+
+TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
+  const auto start = [this](const std::string& name, const std::string& text) {
+    Work.WriteScript(name, text);
+    platform::LaunchRequest request;
+    request.CommandLine = Work.Path(name);
+    request.Directory = Work.Root();
+    request.Environment = {"PATH=/usr/bin:/bin"};
+    request.OutputFile = Work.Path("stranger.out");
+    return platform::Process::Launch(request).value();
+  };
+  const platform::Process good = start("good", Wait("good.pid") + "; echo 4 1 >qorjmmsg.$$");
+  const platform::Process bad = start("bad", Wait("bad.pid"));
+  const platform::Process killed = start("killed", "while :; do sleep 0.1; done");
+  HandleList handles;
+  for (const platform::Process* process : {&good, &bad, &killed}) {
+    const auto pid = static_cast<std::uint64_t>(process->Id());
+    handles.push_back(Process.AttachProcess(pid, "\"C:\\the bin\\solve.exe\" -x", Work.Root()));
+    EXPECT_EQ(Process.AttachProcess(pid, "again", ""), handles.back());
+  }
+  const Task task = Client.Get(handles[0]);
+  EXPECT_EQ(task.Status, std::uint32_t{Running});
+  EXPECT_EQ(task.AnalysisID, "solve");
+  EXPECT_EQ(task.WorkDir, Work.Root());
+  EXPECT_NE(task.Started, 0);
+  EXPECT_EQ(Client.GetJobCount(), 3U) << "each holds a slot";
+  EXPECT_TRUE(Client.RemoveJob(handles[2]));
+  EXPECT_TRUE(killed.WaitForEnd(kPatience));
+  Work.Write("stop", "");
+  EXPECT_EQ(Client.AwaitEnd(handles[0]).Status, std::uint32_t{Finished});
+  EXPECT_EQ(Client.Get(handles[0]).ResultFlags, kResultsAvailable);
+  for (std::size_t i : {1U, 2U}) EXPECT_EQ(Client.AwaitEnd(handles[i]).Status, std::uint32_t{Aborted});
+  for (std::uint64_t noProcess : {0ULL, 0x7FFFFFFFULL, ~0ULL}) {
+    const std::uint64_t handle = Process.AttachProcess(noProcess, "", "");
+    EXPECT_EQ(Client.AwaitEnd(handle).Status, std::uint32_t{Aborted}) << noProcess;
+  }
+  EXPECT_TRUE(Eventually([&] { return Client.GetJobCount() == 0; }));
+}
+
+TEST_F(Reports, OnOutputGoToTheOwnerWhoCanBeSucceededByItsHost) {
+  auto owner = std::make_unique<JobClient>(Server.Port());
+  const std::uint64_t job =
+      owner->SubmitJob(NewJob(Do("echo one; " + Wait("pid") + "; echo two; while ! test -e end; do sleep 0.1; done")));
+  AwaitNumber("pid");
+  EXPECT_EQ(owner->Output(job), "one\n");
+  EXPECT_EQ(Client.Output(job), "");
+  EXPECT_FALSE(Client.TakeOwnership(job));
+  owner.reset();
+  JobClient stranger(Server.Port(), "elsewhere");
+  EXPECT_FALSE(stranger.TakeOwnership(job));
+  EXPECT_TRUE(Eventually([&] { return Client.TakeOwnership(job); }));
+  EXPECT_EQ(Client.Output(job), "one\n");
+
+  Client.SetListening(true);
+  Client.WatchOutput(job, 4);
+  Task task = Client.Get(job);
+  Work.Write("stop", "");
+  EXPECT_TRUE(Eventually([&] { return Client.GetJob(job, task); })) << "new output is a change";
+  EXPECT_EQ(task.Status, std::uint32_t{Running});
+  std::string text = "<";
+  Client.ReadOutput(job, 4, text);
+  EXPECT_EQ(text, "<two\n");
+  Work.Write("end", "");
+  Client.AwaitEnd(job);
+}
+
+TEST_F(Reports, OnWhatIsNotThereChangeNothing) {
+  JobClient silent(Server.Port());
+  for (std::uint64_t handle : {0ULL, 1ULL, 4ULL, ~0ULL}) {
+    Task task;
+    task.AnalysisID = "mine";
+    EXPECT_FALSE(Client.GetJob(handle, task));
+    EXPECT_EQ(task.AnalysisID, "mine");
+    std::string text = "mine";
+    Client.ReadOutput(handle, 0, text);
+    EXPECT_EQ(text, "mine");
+    EXPECT_FALSE(Client.RemoveJob(handle));
+    EXPECT_FALSE(Client.SetJobPriority(handle, 1));
+    EXPECT_FALSE(Client.TakeOwnership(handle));
+    EXPECT_FALSE(Client.ResultsNotSent(handle));
+    FileTransferList files;
+    EXPECT_FALSE(Client.RequestResults(handle, files));
+    EXPECT_FALSE(Client.SetProgress(handle, 1));
+    EXPECT_FALSE(Client.ResultsAvailable(handle));
+    EXPECT_FALSE(Client.JobSucceeded(handle));
+    EXPECT_FALSE(Client.RequestRetry(handle));
+    Client.RequiredLevel(handle, 1, 1);
+    Client.WatchOutput(handle, 5);
+    Client.ReleaseJob(handle);
+    Client.ResultsReceived(handle);
+    Client.ResultsIncomplete(handle, {"a"});
+  }
+  EXPECT_TRUE(Client.AbortAllJobs());
+  HandleList removed{5};
+  Client.ListRemovedJobs(removed);
+  EXPECT_THAT(removed, ElementsAre(5));
+  Submission nothing;
+  nothing.WorkDir = Work.Root();
+  EXPECT_EQ(Client.AwaitEnd(Client.SubmitJob(nothing)).Status, std::uint32_t{LaunchFailed});
+
+  QorJMClient unknown;
+  unknown.Connect("127.0.0.1", Server.Port());
+  EXPECT_THROW(unknown.SubmitJob(NewJob("do :")), OrpcSocketError) << "has not said who it is";
+}
+
+}  // namespace
+}  // namespace tlm::test

@@ -1,0 +1,117 @@
+// A client of a real server, with jobs whose commands are shell texts.
+#pragma once
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "jm/qorjmclient.h"
+#include "platform/process.h"
+#include "support/eventually.h"
+#include "support/server_process.h"
+
+namespace tlm::test {
+
+using tlm::Finished;  // the state of a job, not the end of a program
+
+// Connected and greeted.
+class JobClient : public QorJMClient {
+ public:
+  explicit JobClient(std::uint16_t port, const std::string& host = "desk") {
+    Connect("127.0.0.1", port);
+    EXPECT_TRUE(Hello("tlm2010", host, 0));
+  }
+
+  // The job as the server describes it; a Status of 0 stands for a job that is gone.
+  Task Get(std::uint64_t handle) {
+    Task task;
+    GetJob(handle, task);
+    return task;
+  }
+
+  std::vector<std::uint32_t> Statuses(const HandleList& handles) {
+    std::vector<std::uint32_t> statuses;
+    for (std::uint64_t handle : handles) statuses.push_back(Get(handle).Status);
+    return statuses;
+  }
+
+  // Waits until the job has come to one of the states, and gives it as it is then.
+  Task Await(std::uint64_t handle, std::initializer_list<std::uint32_t> states) {
+    Task task;
+    EXPECT_TRUE(Eventually([&] {
+      task = Get(handle);
+      return std::find(states.begin(), states.end(), task.Status) != states.end();
+    })) << "job "
+        << handle << " has status " << task.Status;
+    return task;
+  }
+  Task AwaitEnd(std::uint64_t handle) { return Await(handle, {LaunchFailed, Finished, Aborted}); }
+
+  HandleList Jobs() {
+    HandleList handles;
+    ListJobs(handles);
+    return handles;
+  }
+
+  std::string Output(std::uint64_t handle) {
+    std::string text;
+    ReadOutput(handle, 0, text);
+    return text;
+  }
+};
+
+// A server, a directory in which its jobs run, and a client.
+struct JobTest : ::testing::Test {
+  ServerProcess Server;
+  Sandbox Work;
+  JobClient Client;
+
+  explicit JobTest(const Environment& environment = {}) : Server(environment), Client(Server.Port()) {
+    Server.AddProgram("do", "eval \"$*\"\n");
+  }
+
+  // A command that runs shell text. Quotes do not survive the way to the program.
+  static std::string Do(const std::string& text) { return "do '" + text + "'"; }
+  // The same, ending with success.
+  static std::string Succeed(const std::string& text) { return Do(text + "; echo 4 1 > qorjmmsg.$$"); }
+
+  // A job of its own stem that starts at once.
+  Submission NewJob(const std::string& command, std::uint64_t predecessor = 0) {
+    Submission job;
+    job.AnalysisID = job.ResultStem = job.InputStem = "job" + std::to_string(++submitted_);
+    job.InputFile = job.ResultStem + ".in";
+    job.WorkDir = Work.Root();
+    job.Command = command;
+    job.Predecessor = predecessor;
+    return job;
+  }
+  std::uint64_t Submit(const std::string& command, std::uint64_t predecessor = 0) {
+    return Client.SubmitJob(NewJob(command, predecessor));
+  }
+  std::uint64_t SubmitQueued(const std::string& command, std::uint64_t predecessor = 0) {
+    Submission job = NewJob(command, predecessor);
+    job.RunClass = kRunQueued;
+    return Client.SubmitJob(job);
+  }
+
+  // A number that a job has written to a file of its directory.
+  std::int32_t AwaitNumber(const std::string& file) const {
+    EXPECT_TRUE(Eventually([&] { return Work.Read(file).ends_with('\n'); })) << file;
+    return std::atoi(Work.Read(file).c_str());
+  }
+
+  // True once the process has ended.
+  static testing::AssertionResult IsGone(std::int32_t pid) {
+    return Eventually([pid] {
+      const auto process = platform::Process::Open(pid);
+      return !process || process->WaitForEnd(std::chrono::milliseconds(0));
+    });
+  }
+
+ private:
+  int submitted_ = 0;
+};
+
+}  // namespace tlm::test
