@@ -52,7 +52,7 @@ TEST_F(Dependants, ThatRunAreKilledWhenTheJobThatSubmittedThemFails) {
   const std::uint64_t creator = SubmitEndless("creator");
   JobClient process(Server.Port());
   EXPECT_EQ(process.AttachProcess(static_cast<std::uint64_t>(AwaitNumber("creator")), "", ""), creator);
-  const std::uint64_t created = process.SubmitJob(NewJob(Do("echo $$ >created; sleep 60")));
+  const std::uint64_t created = process.SubmitJob(NewJob(Do("echo $$ >created; sleep 600")));
   const std::uint64_t waiting = process.SubmitJob(NewJob(Succeed(":"), created));
   const std::int32_t pid = AwaitNumber("created");
   EXPECT_TRUE(Client.RemoveJob(creator));

@@ -29,9 +29,9 @@ struct Ending : JobTest {
 
 TEST_F(Ending, OfARemovedJobDependsOnHowFarItCame) {
   const std::uint64_t running =
-      Submit(Do("(echo $$; exec sleep 60) >group & echo $! >grandchild; echo $$ >child; wait"));
-  const std::uint64_t chain = Submit(Do("echo $$ >chain; sleep 60") + ";" + Do("touch never"));
-  const std::uint64_t open = Submit(Do("echo $$ >open; sleep 60") + "; do 'never closed");
+      Submit(Do("(echo $$; exec sleep 600) >group & echo $! >grandchild; echo $$ >child; wait"));
+  const std::uint64_t chain = Submit(Do("echo $$ >chain; sleep 600") + ";" + Do("touch never"));
+  const std::uint64_t open = Submit(Do("echo $$ >open; sleep 600") + "; do 'never closed");
   const std::uint64_t queued = SubmitQueued(Do(":"));
   const std::uint64_t failed = Submit(Do(":"));
   const std::uint64_t finished = Submit(Succeed(":"));
@@ -98,12 +98,12 @@ TEST_F(EndingWithoutEvents, IsForcedAtOnce) {
 TEST_F(Ending, OfTheServerLeavesNoProcessBehindAndWaitsForAllSideBySide) {
   for (const char* name : {"a", "b", "c"}) Submit(std::string("polite ignore ") + name);
   Submit("polite obey d");
-  Submit(Do("sleep 60 & echo $! >e; echo $$ >f; wait"));
-  const std::uint64_t chain = Submit(Do("echo $$ >g; sleep 60") + ";" + Do("touch never"));
+  Submit(Do("sleep 600 & echo $! >e; echo $$ >f; wait"));
+  const std::uint64_t chain = Submit(Do("echo $$ >g; sleep 600") + ";" + Do("touch never"));
   SubmitQueued(Do("touch never"));
   std::vector<std::int32_t> processes;
   for (const char* name : {"a", "b", "c", "d", "e", "f", "g"}) processes.push_back(AwaitNumber(name));
-  const std::uint64_t released = Submit(Do("echo $$ >h; sleep 60"));
+  const std::uint64_t released = Submit(Do("echo $$ >h; sleep 600"));
   processes.push_back(AwaitNumber("h"));
   Client.ReleaseJob(released);
   Client.Get(released);

@@ -104,10 +104,12 @@ struct JobTest : ::testing::Test {
 
   // True once the process has ended.
   static testing::AssertionResult IsGone(std::int32_t pid) {
-    return Eventually([pid] {
-      const auto process = platform::Process::Open(pid);
-      return !process || process->WaitForEnd(std::chrono::milliseconds(0));
-    });
+    return Eventually(
+        [pid] {
+          const auto process = platform::Process::Open(pid);
+          return !process || process->WaitForEnd(std::chrono::milliseconds(0));
+        },
+        std::chrono::seconds(20));
   }
 
  private:
