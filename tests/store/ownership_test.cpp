@@ -100,8 +100,8 @@ TEST_F(Ownership, LetsOnlyAListeningOwnerCountNewOutput) NO_THREAD_SAFETY_ANALYS
   EXPECT_EQ(step(A), 1U);
   EXPECT_EQ(A.WatchOffsets[job.Handle], 10000U);
   EXPECT_EQ(step(A), 0U) << "nothing new";
-  EXPECT_EQ(ReadOutputFrom(job, 9997), "xxx");
-  EXPECT_EQ(ReadOutputFrom(job, 10001), "");
+  EXPECT_EQ(ReadOutputFrom(job, 9997, 100), "xxx");
+  EXPECT_EQ(ReadOutputFrom(job, 9990, 2), "xx");
   State.SessionList = {&A, &B};
   NotifyJobChange(State, job, Removed);
   EXPECT_EQ(job.UpdateTimestamp, 3U) << "once for each session";
