@@ -16,7 +16,7 @@ namespace {
 
 using platform::File;
 
-constexpr std::uint32_t kPiece = 4096;  // bytes of a chunk that is sent
+constexpr std::uint32_t kPiece = 4096;  // bytes of a chunk that is sent, and of a step in receiving one
 
 std::string TemporaryName(const FileTransferItem& item) { return item.Destination + ".tmp"; }
 
@@ -43,7 +43,7 @@ std::optional<File> OpenTemporary(const FileTransferItem& item) {
 
 // Moves one chunk from the stream into the file; without a file, past it. False if the file did not take it.
 bool ReceiveChunk(ORpcIO& io, std::optional<File>& file, std::uint32_t length) {
-  std::array<char, 16 * kPiece> piece;
+  std::array<char, kPiece> piece;  // small: hundreds of calls can wait here, one above the other
   bool written = true;
   for (std::uint32_t remaining = length; remaining > 0;) {
     const std::uint32_t wanted = std::min<std::uint32_t>(remaining, piece.size());
