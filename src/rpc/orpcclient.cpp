@@ -37,6 +37,7 @@ void ORpcClient::Connect(std::uint32_t address, std::uint16_t port) {
 }
 
 void ORpcClient::MakeSocket() {
+  stream_.reset();  // it must not speak on a number that is closed, or somebody else's by now
   if (socket_ != 0) platform::CloseSocket(socket_);
   const platform::Socket socket = platform::OpenTcpSocket();
   const int error = platform::LastSocketError();
@@ -47,9 +48,10 @@ void ORpcClient::MakeSocket() {
 
 void ORpcClient::Disconnect() {
   const MAutoLock lock(lock_);
-  if (socket_ == 0) return;
-  platform::ShutdownSocket(socket_);
-  TracedClose(socket_);
+  if (socket_ != 0) {
+    platform::ShutdownSocket(socket_);
+    TracedClose(socket_);
+  }
   state_ = State::Closed;
   socket_ = 0;
   stream_.reset();
@@ -72,7 +74,7 @@ ORpcIO& ORpcClient::BeginCall(std::uint32_t procedure) {
 
 void ORpcClient::DrainReplies() {
   const MAutoLock lock(lock_);
-  while (outstanding_ > 0 && platform::BytesReadable(socket_) >= kReplyHeaderSize) {
+  while (stream_ && outstanding_ > 0 && platform::BytesReadable(socket_) >= kReplyHeaderSize) {
     lastReply_ = Decoded<ReplyHeader>(*stream_);
     --outstanding_;
   }

@@ -20,8 +20,10 @@ constexpr std::uint32_t kLastFragment = 0x80000000;
 constexpr std::uint32_t kInitialCapacity = 8192;
 constexpr std::uint32_t kSmallestPacket = 4096;
 constexpr std::uint32_t kDefaultPacket = 0x200000;
-// Memory for a record grows in steps of this size, as its bytes arrive.
-constexpr std::uint32_t kReadPiece = 0x40000;
+// Leaves room in the 31 bits of a mark for the longest write that may follow.
+constexpr std::uint32_t kLargestPacket = 0x40000000;
+// Memory for a record grows with the bytes that arrive, at most by this at once.
+constexpr std::uint32_t kLargestReadPiece = 0x40000;
 
 // No sender makes a longer record: a packet and the longest single write behind it, with room to spare.
 std::uint64_t LargestRecord() { return std::uint64_t{PacketSize()} + 4 * std::uint64_t{kMaxStringLength}; }
@@ -32,7 +34,7 @@ std::uint32_t PacketSize() {
   static const std::uint32_t size = [] {
     const std::optional<std::string> text = platform::GetVariable("ORPC_PACKET_SIZE");
     const auto value = static_cast<std::uint32_t>(text ? std::atoi(text->c_str()) : 0);
-    return value < kSmallestPacket ? kDefaultPacket : value;
+    return value < kSmallestPacket ? kDefaultPacket : std::min(value, kLargestPacket);
   }();
   return size;
 }
@@ -87,7 +89,7 @@ void ORpcRecordIO::ReadFragment(std::uint32_t size) {
     throw kMarshalError;
   }
   while (size > 0) {
-    const std::uint32_t piece = std::min(size, kReadPiece);
+    const std::uint32_t piece = std::min(size, std::clamp(unread_, kInitialCapacity, kLargestReadPiece));
     readBuffer_.resize(readBuffer_.size() + piece);
     inner_->Read(readBuffer_.data() + readBuffer_.size() - piece, piece);
     unread_ += piece;

@@ -9,7 +9,7 @@
 namespace tlm {
 
 // A write that finds this many bytes gathered, mark included, first sends them off. ORPC_PACKET_SIZE sets it, from 4096
-// bytes up; it is read once.
+// bytes to 1 GiB; it is read once.
 std::uint32_t PacketSize();
 
 class ORpcRecordIO : public ORpcIO {

@@ -195,14 +195,13 @@ void ORpcThread::Answer(platform::Socket socket, const CallHeader& call, ORpcIO&
 }
 
 std::shared_ptr<ORpcServer> ORpcThread::FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) {
-  std::shared_ptr<ORpcServer>& server = servers_[socket][key];
-  if (!server) {
-    server = CreateServer(key);
-    if (server) {
-      server->listenerPort_ = GetListenerPort(socket);
-      server->remotePort_ = GetRemotePort(socket);
-    }
-  }
+  ServersOfConnection& servers = servers_[socket];
+  if (const auto found = servers.find(key); found != servers.end()) return found->second;
+  const std::shared_ptr<ORpcServer> server = CreateServer(key);
+  if (!server) return nullptr;
+  servers.emplace(key, server);
+  server->listenerPort_ = GetListenerPort(socket);
+  server->remotePort_ = GetRemotePort(socket);
   return server;
 }
 
@@ -244,7 +243,8 @@ void ORpcThread::SendQueued(platform::Socket socket, SendQueue& queue, std::size
     DescriptorSet readSet;
     DescriptorSet writeSet{socket};
     PollOnce(socket, readSet, writeSet);
-    if (stop_) return;
+    // A reply without an end, or a peer that reads slowly, must not keep a loop alive that is to end.
+    if (stop_) throw OrpcSocketError(platform::kConnectionAborted);
   }
 }
 
@@ -265,9 +265,7 @@ void ORpcThread::DropConnection(platform::Socket socket) {
   const MAutoLock lock(lock_);
   const auto node = servers_.extract(socket);
   if (node) {
-    for (const auto& [key, server] : node.mapped()) {
-      if (server) server->Abandon();
-    }
+    for (const auto& [key, server] : node.mapped()) server->Abandon();
   }
   sendQueues_.erase(socket);
   TracedClose(socket);

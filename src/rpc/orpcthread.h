@@ -39,7 +39,8 @@ class ORpcThread {
   bool IsStopped() const { return stop_; }
 
   // Sends the bytes behind those that wait for the socket already, running passes of the loop while it is full. After
-  // Stop nothing is sent any more. Raises OrpcSocketError if the connection fails, or stays full for too many attempts.
+  // Stop nothing is sent any more. Raises OrpcSocketError if the connection fails, stays full for too many attempts, or
+  // if Stop comes while it is full.
   std::uint32_t Send(platform::Socket socket, const void* buffer, std::uint32_t length);
   // One pass: waits until a socket of the sets, a connection or a listener has work, serves one call of the earliest
   // accepted connection that is ready and has none in progress, then accepts. The sets come back with what is ready.
