@@ -1,7 +1,6 @@
 #include "jm/file_transfer.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
 #include "platform/file.h"
@@ -18,12 +17,15 @@ using platform::File;
 
 constexpr std::uint32_t kPiece = 4096;  // bytes of a chunk that is sent, and of a step in receiving one
 
+// Not on the stack, where hundreds of calls may wait for their clients, one above the other.
+using Buffer = std::vector<char>;
+
 std::string TemporaryName(const FileTransferItem& item) { return item.Destination + ".tmp"; }
 
 void SendData(ORpcIO& io, const FileTransferItem& item) {
   std::optional<File> source = File::Open(item.Source, File::Mode::Read);
   if (source && source->Seek(item.Offset)) {
-    std::array<char, kPiece> piece;
+    Buffer piece(kPiece);
     while (true) {
       const std::size_t length = source->Read(piece.data(), piece.size()).value_or(0);
       if (length == 0) break;
@@ -42,11 +44,10 @@ std::optional<File> OpenTemporary(const FileTransferItem& item) {
 }
 
 // Moves one chunk from the stream into the file; without a file, past it. False if the file did not take it.
-bool ReceiveChunk(ORpcIO& io, std::optional<File>& file, std::uint32_t length) {
-  std::array<char, kPiece> piece;  // small: hundreds of calls can wait here, one above the other
+bool ReceiveChunk(ORpcIO& io, std::optional<File>& file, std::uint32_t length, Buffer& piece) {
   bool written = true;
   for (std::uint32_t remaining = length; remaining > 0;) {
-    const std::uint32_t wanted = std::min<std::uint32_t>(remaining, piece.size());
+    const std::uint32_t wanted = std::min(remaining, kPiece);
     const std::uint32_t count = io.Read(piece.data(), wanted);
     written = written && file && file->Write(piece.data(), count);
     if (count < wanted) throw kMarshalError;
@@ -64,8 +65,9 @@ void ReceiveItem(ORpcIO& io, FileTransferItem& item) {
   static_cast<void>(lock.Lock(TemporaryName(item), false));  // the file is written whatever the answer
   std::optional<File> file = OpenTemporary(item);
   item.Stored = file.has_value();
+  Buffer piece(kPiece);
   while (const auto length = Decoded<std::uint32_t>(io)) {
-    if (!ReceiveChunk(io, file, length)) item.Stored = false;
+    if (!ReceiveChunk(io, file, length, piece)) item.Stored = false;
   }
   if (file && !file->Close()) item.Stored = false;
 }

@@ -150,4 +150,25 @@ void RawConnection::CloseAbruptly() {
   socket_ = -1;
 }
 
+RawListener::RawListener() : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  if (bind(socket_, generic, length) != 0 || listen(socket_, 10) != 0) Fail("listen");
+  if (getsockname(socket_, generic, &length) != 0) Fail("getsockname");
+  port_ = ntohs(address.sin_port);
+}
+
+RawListener::~RawListener() { close(socket_); }
+
+RawConnection RawListener::Accept() {
+  if (!WaitReadable(socket_, kPatience)) Fail("nobody connects");
+  RawConnection connection;
+  connection.socket_ = accept(socket_, nullptr, nullptr);
+  if (connection.socket_ < 0) Fail("accept");
+  return connection;
+}
+
 }  // namespace tlm::test

@@ -49,8 +49,26 @@ class RawConnection {
   void CloseAbruptly();
 
  private:
+  friend class RawListener;
+  RawConnection() = default;
   RawConnection(std::uint16_t port, int receiveBuffer);
   int socket_ = -1;
+};
+
+// The other side: a peer that is scripted by the test.
+class RawListener {
+ public:
+  RawListener();
+  RawListener(const RawListener&) = delete;
+  RawListener& operator=(const RawListener&) = delete;
+  ~RawListener();
+
+  std::uint16_t Port() const { return port_; }
+  RawConnection Accept();
+
+ private:
+  int socket_;
+  std::uint16_t port_;
 };
 
 }  // namespace tlm::test
