@@ -17,8 +17,8 @@ constexpr int kBlockedRetries = 500;
 // How long the listeners rest after an accept that failed for want of descriptors or memory.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 // Calls in progress on the stack. A peer that stops in the middle of a call keeps its frame, so that the stack could
-// else be filled up by half calls. One takes about 2 KB, so that this is a quarter of the usual 8 MB.
-constexpr std::size_t kDeepestNesting = 1000;
+// else be filled up by half calls. One takes about 2 KB of the usual 8 MB, four times as much with address checks.
+constexpr std::size_t kDeepestNesting = 500;
 constexpr std::chrono::milliseconds kNestingPause{1};
 
 thread_local ORpcThread* currentThread = nullptr;

@@ -183,9 +183,9 @@ TEST_F(LoopTest, EachPassServesOneCallOfTheEarliestConnectionThatIsReady) {
 }
 
 TEST_F(LoopTest, AServerThatCallsItselfIsServedInsideItsWait) {
-  RawConnection caller = Greeted();
   RawConnection half(Port);
   half.Send(Record(CallOf(kEcho, U32(1))).substr(0, 30));
+  RawConnection caller = Greeted();  // later, so that the half call waits beneath it
   EXPECT_EQ(caller.Ask(CallOf(kAskOther, U32(Port))), Reply(U32(1) + U32(77)));
 }
 

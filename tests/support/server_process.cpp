@@ -35,9 +35,10 @@ int StartProgram(std::vector<std::string> arguments, const Environment& environm
   const std::vector<char*> entryPointers = Pointers(entries);
   const int pid = fork();
   if (pid == 0) {
-    dup2(open("/dev/null", O_RDONLY), 0);
+    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), 0);
     dup2(output, 1);
     dup2(output, 2);
+    close_range(3, ~0U, 0);  // nor does anything reach it that the test was started with
     execve(argumentPointers[0], argumentPointers.data(), entryPointers.data());
     _exit(126);
   }

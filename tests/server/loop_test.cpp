@@ -1,0 +1,245 @@
+// The real server among many connections, slow ones, broken ones and hostile ones.
+#include <algorithm>
+#include <chrono>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
+#include <sys/resource.h>
+
+#include "support/eventually.h"
+#include "support/raw_connection.h"
+#include "support/server_process.h"
+
+namespace tlm::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMeasuresMemory = false;  // what a sanitizer keeps for itself comes on top
+#else
+constexpr bool kMeasuresMemory = true;
+#endif
+constexpr std::size_t kMegabyte = 1 << 20;
+
+constexpr std::uint32_t kNull = 0;
+constexpr std::uint32_t kHello = 1;
+constexpr std::uint32_t kPutFiles = 5;
+constexpr std::uint32_t kRequestResults = 24;
+constexpr std::uint32_t kListJobs = 47;
+
+struct ServerLoop : ::testing::Test {
+  ServerProcess Server{Environment{{"ORPC_TRACE", "1"}}};
+  RawConnection Healthy{Server.Port()};
+
+  bool Serves() { return Healthy.Ask(Call(kNull)) == Reply(); }
+  // Once it is true, all earlier connections have been accepted, too.
+  bool ServesNewcomers() const { return RawConnection(Server.Port()).Ask(Call(kNull)) == Reply(); }
+  bool HasPrinted(const std::string& text) const { return Server.Output().find(text) != std::string::npos; }
+  std::ptrdiff_t OpenDescriptors() const {
+    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(Server.Pid()) + "/fd");
+    return std::distance(begin(entries), end(entries));
+  }
+  // Clock ticks of its own and of the system on its behalf.
+  long ProcessorTime() const {
+    std::ifstream file("/proc/" + std::to_string(Server.Pid()) + "/stat");
+    const std::string stat{std::istreambuf_iterator<char>(file), {}};
+    std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+    std::string skipped;
+    for (int field = 3; field < 14; ++field) fields >> skipped;
+    long user = 0;
+    long system = 0;
+    fields >> user >> system;
+    return user + system;
+  }
+  // A request for results whose reply carries the server's file.
+  std::string CallForFile(const std::string& source) const {
+    const std::string head = Text(Server.Root().Path("scratch")) + Text(source) + U32(0);
+    return Call(kRequestResults, U64(4) + U32(1) + head + U32(0));
+  }
+  std::string SparseFile(std::size_t size) const {
+    Server.Root().Write("large", "");
+    std::filesystem::resize_file(Server.Root().Path("large"), size);
+    return Server.Root().Path("large");
+  }
+  // A call that stops before the bytes of its only chunk.
+  std::string HalfTransfer(int number) const {
+    const std::string name = Server.Root().Path("half" + std::to_string(number));
+    return Record(Call(kPutFiles, U32(1) + Text(name) + Text("") + U32(0) + U32(4)));
+  }
+};
+
+// -- many connections
+TEST_F(ServerLoop, AThousandConnectionsAreServed) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  std::deque<RawConnection> all;
+  for (int i = 0; i < 1000; ++i) {
+    all.emplace_back(Server.Port());
+    if (i % 8 == 7) {  // lets the server keep up with its short queue of new ones
+      ASSERT_TRUE(ServesNewcomers());
+    }
+  }
+  for (RawConnection* one : {&all.front(), &all[500], &all.back()}) EXPECT_EQ(one->Ask(Call(kNull)), Reply());
+}
+
+TEST_F(ServerLoop, WithoutDescriptorsItRestsUntilThereAreSomeAgain) {
+  ASSERT_TRUE(Serves());
+  const auto few = static_cast<rlim_t>(OpenDescriptors() + 4);
+  const rlimit limit{few, few};
+  ASSERT_EQ(prlimit(Server.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  std::deque<RawConnection> all;
+  for (int i = 0; i < 10; ++i) all.emplace_back(Server.Port());
+  ASSERT_TRUE(Eventually([&] { return OpenDescriptors() == static_cast<std::ptrdiff_t>(few); }));
+  const long before = ProcessorTime();
+  EXPECT_EQ(all.back().ReceiveWithin(std::chrono::seconds(1)), "");
+  EXPECT_LT(ProcessorTime() - before, sysconf(_SC_CLK_TCK) / 4) << "it spins";
+  EXPECT_TRUE(Serves());
+  while (all.size() > 3) all.pop_front();
+  for (RawConnection& late : all) EXPECT_EQ(late.Ask(Call(kNull)), Reply());
+}
+
+// -- large replies
+TEST_F(ServerLoop, ASlowReaderOfALargeReplyHoldsNobodyUp) {
+  constexpr std::size_t kSize = 300 * kMegabyte;
+  RawConnection reader(Server.Port());
+  reader.Send(Record(CallForFile(SparseFile(kSize))));
+  const std::string mark = reader.Receive(4);  // the reply is under way
+  for (int i = 0; i < 50; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(Serves());
+    ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  }
+  const std::size_t head =
+      24 + 4 + Text(Server.Root().Path("scratch")).size() + Text(Server.Root().Path("large")).size();
+  const std::size_t whole = head + 4 + kSize / 4096 * 4100 + 4 + 4;
+  std::size_t got = reader
+                        .Receive(static_cast<unsigned char>(mark[1]) * 65536UL +
+                                 static_cast<unsigned char>(mark[2]) * 256UL + static_cast<unsigned char>(mark[3]))
+                        .size();
+  std::string last;
+  while (got < whole) {
+    last = reader.ReceiveRecord();
+    got += last.size();
+  }
+  EXPECT_EQ(got, whole);
+  EXPECT_EQ(last.substr(last.size() - 8), U32(0) + U32(0)) << "the end of the file, and the result";
+  if (kMeasuresMemory) {
+    EXPECT_LT(Server.PeakMemory(), 40 * kMegabyte);
+  }
+}
+
+TEST_F(ServerLoop, AReaderThatSendsMoreOrGoesAwayLosesItsConnection) {
+  const std::string call = Record(CallForFile(SparseFile(300 * kMegabyte)));
+  RawConnection impatient(Server.Port());
+  impatient.Send(call);
+  impatient.Receive(4);
+  impatient.Send(Record(Call(kNull)));
+  EXPECT_TRUE(Eventually(
+      [&] { return HasPrinted(": ORpcThread::Send::blocked ERROR: Resource temporarily unavailable(11)\n"); }));
+  RawConnection leaving(Server.Port());
+  leaving.Send(call);
+  leaving.Receive(4);
+  leaving.CloseAbruptly();
+  EXPECT_TRUE(Eventually([&] { return HasPrinted(": ORpcThread::Send::send ERROR: "); }));
+  EXPECT_TRUE(Serves());
+}
+
+TEST_F(ServerLoop, AReplyWithoutAnEndDoesNotHoldAStopUp) {
+  RawConnection reader(Server.Port());
+  reader.Send(Record(CallForFile("/dev/zero")));
+  reader.Receive(4);
+  RawConnection half(Server.Port());
+  half.Send(HalfTransfer(1));
+  EXPECT_EQ(Server.Stop(), 0);
+}
+
+// -- broken connections
+TEST_F(ServerLoop, AConnectionMayBreakAtAnyByteOfACall) {
+  ASSERT_TRUE(Serves());
+  const std::ptrdiff_t descriptors = OpenDescriptors();
+  Server.Root().Write("kept", "former");
+  const std::string files = U32(1) + Text(Server.Root().Path("kept")) + Text("") + U32(0) + Text("new") + U32(0);
+  for (const std::string& call : {Record(Call(kHello, Text("QOR100") + Text("host") + U32(0))),
+                                  Record(Call(kPutFiles, files)).substr(0, 44 + files.size() - 1)}) {
+    for (std::size_t cut = 0; cut <= call.size(); ++cut) {
+      RawConnection broken(Server.Port());
+      broken.Send(call.substr(0, cut));
+      if (cut % 2 == 0) broken.CloseAbruptly();
+      if (cut % 8 == 0) {
+        ASSERT_TRUE(ServesNewcomers()) << cut;
+      }
+    }
+  }
+  EXPECT_TRUE(Eventually([&] { return Serves() && OpenDescriptors() == descriptors; })) << OpenDescriptors();
+  EXPECT_EQ(Server.Root().Read("kept"), "former");
+}
+
+// -- hostile ones
+TEST_F(ServerLoop, PromisesOfManyBytesTakeNoMemory) {
+  ASSERT_TRUE(Serves());
+  const std::size_t before = Server.PeakMemory();
+  RawConnection huge(Server.Port());
+  huge.Send(U32(0xFFFFFFFF));
+  EXPECT_TRUE(huge.IsClosedByPeer());
+  EXPECT_TRUE(Eventually([&] { return HasPrinted("ERROR: Fragment size is 2147483647\n"); }));
+
+  std::deque<RawConnection> promising;
+  for (int i = 0; i < 32; ++i) {
+    promising.emplace_back(Server.Port()).Send(U32(0x80000000 | (64 * kMegabyte)) + "few");
+    promising.emplace_back(Server.Port()).Send(Record(Call(kListJobs, U32(0xFFFFFFFF) + U64(1))));
+    promising.emplace_back(Server.Port()).Send(Record(Call(kRequestResults, U64(4) + U32(0xFFFFFFFF))));
+    ASSERT_TRUE(ServesNewcomers());
+  }
+  if (kMeasuresMemory) {
+    EXPECT_LT(Server.PeakMemory(), before + 8 * kMegabyte);
+  }
+}
+
+TEST_F(ServerLoop, RandomBytesDoNoHarm) {
+  std::mt19937 random(20240517);
+  const auto bytes = [&random](std::size_t most) {
+    std::string text(random() % (most + 1), '\0');
+    for (char& byte : text) byte = static_cast<char>(random());
+    return text;
+  };
+  // Those that only read, or fail for want of a job.
+  const std::uint32_t harmless[] = {1,  2,  3,  4,  7,  8,  10, 12, 14, 15, 16, 19, 20, 21, 22, 23, 25, 27,
+                                    29, 30, 31, 32, 33, 34, 35, 36, 38, 39, 41, 42, 44, 45, 47, 48, 49, 50};
+  for (int i = 0; i < 200; ++i) {
+    RawConnection hostile(Server.Port());
+    try {
+      for (int calls = 0; calls < 3; ++calls) {
+        if (i % 4 == 0) hostile.Send(bytes(300));
+        hostile.Send(Record(Call(harmless[random() % std::size(harmless)], bytes(200))));
+      }
+    } catch (const std::runtime_error&) {  // The server has had enough of it.
+    }
+    ASSERT_TRUE(ServesNewcomers()) << i;
+  }
+}
+
+TEST_F(ServerLoop, CallsThatStopHalfWayWaitBeneathThoseThatGoOn) {
+  std::deque<RawConnection> waiting;
+  for (int i = 0; i < 300; ++i) {
+    const std::string half = i % 2 == 0 ? HalfTransfer(i) : Record(Call(kNull)).substr(0, 20);
+    waiting.emplace_back(Server.Port()).Send(half);
+    if (i % 8 == 7) {
+      ASSERT_TRUE(ServesNewcomers());
+    }
+  }
+  EXPECT_TRUE(Serves());
+  for (int i = 0; i < 300; ++i)
+    waiting[i].Send(i % 2 == 0 ? Record("data") + Record(U32(0)) : Record(Call(kNull)).substr(20));
+  for (int i = 0; i < 300; ++i) EXPECT_EQ(waiting[i].ReceiveRecord(), i % 2 == 0 ? Reply(U32(1)) : Reply()) << i;
+  EXPECT_EQ(Server.Root().Read("half298"), "data");
+}
+
+}  // namespace
+}  // namespace tlm::test
