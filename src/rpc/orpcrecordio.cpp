@@ -25,8 +25,9 @@ constexpr std::uint32_t kLargestPacket = 0x40000000;
 // Memory for a record grows with the bytes that arrive, at most by this at once.
 constexpr std::uint32_t kLargestReadPiece = 0x40000;
 
-// No sender makes a longer record: a packet and the longest single write behind it, with room to spare.
-std::uint64_t LargestRecord() { return std::uint64_t{PacketSize()} + 4 * std::uint64_t{kMaxStringLength}; }
+// No sender makes a longer record, whatever its packet size: a packet and the longest single write behind it, with room
+// to spare.
+constexpr std::uint32_t kLargestRecord = kLargestPacket + 4 * kMaxStringLength;
 
 }  // namespace
 
@@ -84,7 +85,7 @@ void ORpcRecordIO::FetchRecord() {
 }
 
 void ORpcRecordIO::ReadFragment(std::uint32_t size) {
-  if (std::uint64_t{size} + unread_ > LargestRecord()) {
+  if (size > kLargestRecord - unread_) {
     std::printf("ERROR: Fragment size is %d\n", static_cast<int>(size));
     throw kMarshalError;
   }

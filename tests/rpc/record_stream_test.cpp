@@ -19,7 +19,7 @@ using test::U32;
 using test::U64;
 
 constexpr std::uint32_t kPacket = 8192;
-constexpr std::uint32_t kLargestRecord = kPacket + 4 * kMaxStringLength;
+constexpr std::uint32_t kLargestRecord = 0x44000000;
 // The size is read once, before the first test of this program writes.
 const bool kPacketIsSet = (platform::SetVariable("ORPC_PACKET_SIZE", std::to_string(kPacket)), true);
 
@@ -117,8 +117,8 @@ TEST_F(RecordStream, ARecordOverTheLimitIsRefused) {
     std::string Printed;
   } cases[] = {
       {U32(0xFFFFFFFF), "ERROR: Fragment size is 2147483647\n"},
-      {U32(kLargestRecord + 1), "ERROR: Fragment size is 67117057\n"},
-      {U32(4) + "abcd" + U32(0x80000000 | (kLargestRecord - 3)), "ERROR: Fragment size is 67117053\n"},
+      {U32(kLargestRecord + 1), "ERROR: Fragment size is 1140850689\n"},
+      {U32(4) + "abcd" + U32(0x80000000 | (kLargestRecord - 3)), "ERROR: Fragment size is 1140850685\n"},
   };
   for (const auto& [input, expected] : cases) {
     std::string printed;
