@@ -71,7 +71,8 @@ RawConnection::RawConnection(std::uint16_t port) : RawConnection(port, 0) {}
 
 RawConnection RawConnection::WithSmallBuffer(std::uint16_t port) { return RawConnection(port, 4096); }
 
-RawConnection::RawConnection(std::uint16_t port, int receiveBuffer) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawConnection::RawConnection(std::uint16_t port, int receiveBuffer)
+    : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   if (receiveBuffer > 0) setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
   sockaddr_in address{};
   address.sin_family = AF_INET;
