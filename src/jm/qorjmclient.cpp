@@ -9,9 +9,9 @@
 namespace tlm {
 
 std::uint16_t JobManagerPort() {
-  constexpr int kLastReservedPort = 1024;
+  constexpr long kLastReservedPort = 1024;
   const auto text = ProductValue(Identity().RUNTIME_JM_ENVIRONMENT_PORT.c_str());
-  const int port = text ? std::atoi(text->c_str()) : 0;
+  const long port = text ? std::strtol(text->c_str(), nullptr, 10) : 0;
   return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
 }
 

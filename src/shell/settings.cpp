@@ -16,10 +16,10 @@ constexpr double kSecondsPerHour = 3600.0;
 constexpr double kLongestExpiry = 1e15;  // seconds
 constexpr std::int64_t kShortestExpiry = 30;
 
-// A value that is no number counts as 0.
+// A value that is no number counts as 0; one beyond the range is a number all the same.
 bool IsOn(const std::string& name) {
   const auto text = ProductValue(name.c_str());
-  return text && std::atoi(text->c_str()) != 0;
+  return text && std::strtol(text->c_str(), nullptr, 10) != 0;
 }
 
 std::int64_t Expiry(std::int64_t byDefault) {
