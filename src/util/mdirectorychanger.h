@@ -9,7 +9,7 @@ class MDirectoryChanger {
  public:
   // Failures, here and when changing back, are not told.
   explicit MDirectoryChanger(const std::string& directory);
-  ~MDirectoryChanger();
+  virtual ~MDirectoryChanger();
   MDirectoryChanger(const MDirectoryChanger&) = delete;
   MDirectoryChanger& operator=(const MDirectoryChanger&) = delete;
 
