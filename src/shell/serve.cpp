@@ -27,6 +27,15 @@ ORpcThread& TheThread() {
   return thread;
 }
 
+// However the serving ended, no process of a job is left behind.
+void EndWorkers() {
+  {
+    const MAutoLock lock(TheState().StateLock);
+    TheState().StopRequested = true;
+  }
+  AwaitWorkers(TheState(), kWorkersPatience);
+}
+
 }  // namespace
 
 void PrepareServer() {
@@ -35,15 +44,16 @@ void PrepareServer() {
 }
 
 int Serve() {
+  int code = 0;
   try {
     TheThread().AddListener(JobManagerPort());
     TheThread().Run();
   } catch (...) {  // Whatever keeps it from serving, the person at the console is told.
     std::puts("FATAL ERROR: check that no other Tessarine processes are running");
-    return 1;
+    code = 1;
   }
-  AwaitWorkers(TheState(), kWorkersPatience);
-  return 0;
+  EndWorkers();
+  return code;
 }
 
 }  // namespace tlm
