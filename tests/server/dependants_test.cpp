@@ -76,14 +76,6 @@ TEST_F(Dependants, ThatVanishedOrWereRemovedBlockNothing) {
   EXPECT_EQ(Client.Get(first).Status, std::uint32_t{Queued}) << "told once more, and retired by it";
   EXPECT_EQ(Client.Get(first).Status, 0U);
   EXPECT_EQ(Submit(Succeed(":"), first), 0U);
-
-  // Released, a chain goes from its end upward: the dependant first.
-  const std::uint64_t leader = SubmitQueued(Succeed(":"));
-  const std::uint64_t dependant = SubmitQueued(Succeed(":"), leader);
-  Client.ReleaseJob(leader);
-  Client.ReleaseJob(dependant);
-  EXPECT_EQ(Client.Get(dependant).Predecessor, leader);
-  EXPECT_THAT(Client.Jobs(), ElementsAre(waiting, second));
 }
 
 TEST_F(Dependants, OfFinishedJobsAreSweptWithThemWhenAllAreAborted) {

@@ -8,7 +8,6 @@ namespace {
 
 using std::chrono::seconds;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 struct Ending : JobTest {
   explicit Ending(const Environment& environment = {}) : JobTest(environment) {

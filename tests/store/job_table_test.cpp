@@ -170,17 +170,5 @@ TEST_P(JobTableModel, AnswersAsALookAtEveryJobWould) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, JobTableModel, ::testing::Range(1U, 9U));
 
-TEST(JobTable, GivesHandlesInStepsOfFourAndKnowsNeitherNoneNorTheErased) {
-  JobTable table;
-  EXPECT_EQ(table.Add().Handle, 4U);
-  EXPECT_EQ(table.Add().Handle, 8U);
-  table.Erase(8);
-  EXPECT_EQ(table.Add().Handle, 12U);
-  for (JobRef ref : {0U, 1U, 8U, 16U}) EXPECT_EQ(table.Find(ref), nullptr) << ref;
-  table.Erase(8);
-  EXPECT_EQ(table.Size(), 2U);
-  EXPECT_TRUE(table.FollowersOf(8).empty());
-}
-
 }  // namespace
 }  // namespace tlm

@@ -55,6 +55,24 @@ class JobClient : public QorJMClient {
     return handles;
   }
 
+  std::string TempRoot(std::uint32_t* expirySeconds = nullptr) {
+    std::string root;
+    std::uint32_t expiry = 0;
+    GetTempRoot({root}, {expiry});
+    if (expirySeconds != nullptr) *expirySeconds = expiry;
+    return root;
+  }
+
+  // What a program prints that is run in the directory.
+  std::string OutputOf(const std::string& command, const std::string& directory) {
+    Submission job;
+    job.WorkDir = directory;
+    job.ResultStem = job.InputStem = job.Command = command;
+    const std::uint64_t handle = SubmitJob(job);
+    AwaitEnd(handle);
+    return Output(handle);
+  }
+
   std::string Output(std::uint64_t handle) {
     std::string text;
     ReadOutput(handle, 0, text);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sstream>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,14 +16,8 @@ namespace tlm::test {
 
 std::string Hex(const std::string& digits) {
   std::string bytes;
-  std::string pair;
-  for (char c : digits) {
-    if (c == ' ' || c == '\n') continue;
-    pair += c;
-    if (pair.size() < 2) continue;
-    bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-    pair.clear();
-  }
+  std::istringstream words(digits);
+  for (std::string word; words >> word;) bytes += U32(static_cast<std::uint32_t>(std::stoul(word, nullptr, 16)));
   return bytes;
 }
 
@@ -60,6 +55,14 @@ namespace {
 
 [[noreturn]] void Fail(const char* what) { throw std::runtime_error(std::string(what) + ": " + std::strerror(errno)); }
 
+sockaddr_in Loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
 bool WaitReadable(int socket, std::chrono::milliseconds limit) {
   pollfd entry{socket, POLLIN, 0};
   return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
@@ -67,31 +70,15 @@ bool WaitReadable(int socket, std::chrono::milliseconds limit) {
 
 }  // namespace
 
-RawConnection::RawConnection(std::uint16_t port) : RawConnection(port, 0) {}
-
-RawConnection RawConnection::WithSmallBuffer(std::uint16_t port) { return RawConnection(port, 4096); }
-
-RawConnection::RawConnection(std::uint16_t port, int receiveBuffer)
-    : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  if (receiveBuffer > 0) setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) Fail("connect");
+RawConnection::RawConnection(std::uint16_t port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  const sockaddr_in address = Loopback(port);
+  if (connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) Fail("connect");
 }
 
 RawConnection::RawConnection(RawConnection&& other) noexcept : socket_(other.socket_) { other.socket_ = -1; }
 
 RawConnection::~RawConnection() {
   if (socket_ >= 0) close(socket_);
-}
-
-std::uint16_t RawConnection::LocalPort() const {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  if (getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) Fail("getsockname");
-  return ntohs(address.sin_port);
 }
 
 void RawConnection::Send(const std::string& bytes) {
@@ -131,13 +118,7 @@ std::string RawConnection::Ask(const std::string& call) {
   return ReceiveRecord();
 }
 
-std::string RawConnection::ReceiveWithin(std::chrono::milliseconds time) {
-  if (!WaitReadable(socket_, time)) return "";
-  std::string bytes(1 << 16, '\0');
-  const ssize_t count = recv(socket_, bytes.data(), bytes.size(), 0);
-  bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-  return bytes;
-}
+bool RawConnection::IsReadableWithin(std::chrono::milliseconds time) { return WaitReadable(socket_, time); }
 
 bool RawConnection::IsClosedByPeer() {
   char byte = 0;
@@ -152,9 +133,7 @@ void RawConnection::CloseAbruptly() {
 }
 
 RawListener::RawListener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in address = Loopback(0);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   if (bind(socket_, generic, length) != 0 || listen(socket_, 10) != 0) Fail("listen");

@@ -3,12 +3,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace tlm::test {
 
-// Bytes from hexadecimal digits; blanks are for the eye.
+// Bytes from words of eight hexadecimal digits.
 std::string Hex(const std::string& digits);
 
 std::string U32(std::uint32_t value);
@@ -32,7 +31,6 @@ class RawConnection {
   RawConnection& operator=(const RawConnection&) = delete;
   ~RawConnection();
 
-  std::uint16_t LocalPort() const;
   void Send(const std::string& bytes);
   // Exactly so many bytes.
   std::string Receive(std::size_t length);
@@ -40,18 +38,15 @@ class RawConnection {
   std::string ReceiveRecord();
   // Sends the call in one record and gives the payload of the reply's one record.
   std::string Ask(const std::string& call);
-  // What has come within the time, perhaps nothing.
-  std::string ReceiveWithin(std::chrono::milliseconds time);
+  // True once bytes, or the end, have come; false if nothing has within the time.
+  bool IsReadableWithin(std::chrono::milliseconds time);
   // True once the server has closed or reset the connection.
   bool IsClosedByPeer();
-  // A receive buffer so small that a long reply soon fills it. To be called first.
-  static RawConnection WithSmallBuffer(std::uint16_t port);
   void CloseAbruptly();
 
  private:
   friend class RawListener;
   RawConnection() = default;
-  RawConnection(std::uint16_t port, int receiveBuffer);
   int socket_ = -1;
 };
 

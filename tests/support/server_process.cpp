@@ -1,13 +1,10 @@
 #include "support/server_process.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <cstdlib>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,20 +55,7 @@ bool Listens(std::uint16_t port) {
 
 }  // namespace
 
-std::uint16_t FreePort() {
-  const int probe = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  socklen_t length = sizeof address;
-  std::uint16_t port = 0;
-  if (bind(probe, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-      getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-    port = ntohs(address.sin_port);
-  }
-  close(probe);
-  return port;
-}
+std::uint16_t FreePort() { return RawListener().Port(); }
 
 Finished RunProgram(const std::vector<std::string>& arguments, const Environment& environment) {
   int ends[2];
