@@ -70,6 +70,21 @@ struct ServerLoop : ::testing::Test {
   }
 };
 
+TEST_F(ServerLoop, AThousandConnectionsAreServed) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  std::deque<RawConnection> all;
+  for (int i = 0; i < 1000; ++i) {
+    all.emplace_back(Server.Port());
+    if (i % 8 == 7) {  // lets the server keep up with its short queue of new ones
+      ASSERT_TRUE(ServesNewcomers());
+    }
+  }
+  for (RawConnection* one : {&all.front(), &all[500], &all.back()}) EXPECT_EQ(one->Ask(Call(kNull)), Reply());
+}
+
 TEST_F(ServerLoop, WithoutDescriptorsItRestsUntilThereAreSomeAgain) {
   ASSERT_TRUE(Serves());
   const auto few = static_cast<rlim_t>(OpenDescriptors() + 4);
