@@ -3,12 +3,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
 #include <sstream>
 #include <vector>
+
+#include "support/sandbox.h"
 
 namespace heat2d {
 namespace {
@@ -38,106 +37,71 @@ struct NotingReporter : Reporter {
 
 // Runs in a directory of its own.
 struct Analysis : ::testing::Test {
-  Analysis() {
-    std::filesystem::remove_all(directory_);
-    std::filesystem::create_directory(directory_);
-    std::filesystem::current_path(directory_);
-  }
-  ~Analysis() override {
-    std::filesystem::current_path(former_);
-    std::filesystem::remove_all(directory_);
-  }
-  ExitCode Run(const std::string& deck, const std::string& file = "plate.inp") {
-    std::ofstream(file) << deck;
+  Analysis() { std::filesystem::current_path(Disk.Root()); }
+  ~Analysis() override { std::filesystem::current_path(former_); }
+  ExitCode Run(const std::string& more, const std::string& file = "plate.inp") {
+    Disk.Write(file, kPlate + more);
     return Analyse(file, Follower, Log, Errors);
   }
-  static std::string Content(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
 
+  tlm::test::Sandbox Disk;
   NotingReporter Follower;
   std::ostringstream Log, Errors;
 
  private:
   const std::filesystem::path former_ = std::filesystem::current_path();
-  const std::filesystem::path directory_ =
-      std::filesystem::path(::testing::TempDir()) /
-      ("heat2d_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
 };
 
 TEST_F(Analysis, LeavesItsResultsBesideEachOtherAndReportsThemOnceTheyAreWhole) {
-  EXPECT_EQ(Run(kPlate + std::string("title A plate\n")), kGood);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Run("title A plate\npace 0.6\n"), kGood);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600));
   EXPECT_THAT(Errors.str(), IsEmpty());
   EXPECT_TRUE(Follower.Success);
   EXPECT_THAT(Follower.Files, ElementsAre("plate.csv", "plate.dat", "plate.inp", "plate.ppm"));
-  EXPECT_EQ(Follower.Percents.front(), 0u);
   EXPECT_EQ(Follower.Percents.back(), 100u);
   EXPECT_TRUE(std::ranges::is_sorted(Follower.Percents));
 
   // 80 K through 2 m of 50 W/(m K) and a film of 30 W/(m2 K), 1 m high.
-  const std::string summary = Content("plate.dat");
-  EXPECT_THAT(summary, HasSubstr("A plate\n"));
-  EXPECT_THAT(summary, HasSubstr("SOLUTION   converged\n"));
-  EXPECT_THAT(summary, HasSubstr("  left              1090.91            100   temperature 100\n"));
-  EXPECT_THAT(summary, HasSubstr("  right            -1090.91        56.3636   convection 30 20\n"));
-  EXPECT_THAT(summary, HasSubstr("    3  conductivity 50\n"));
-  const std::string field = Content("plate.csv");
-  EXPECT_THAT(field, StartsWith("x,y,T\n0.025,0.025,99.45454"));
-  EXPECT_EQ(std::ranges::count(field, '\n'), 1 + 40 * 20);
+  for (const char* line : {"A plate\n", "SOLUTION   converged\n", "    3  conductivity 50\n",
+                           "  left              1090.91            100   temperature 100\n",
+                           "  right            -1090.91        56.3636   convection 30 20\n"}) {
+    EXPECT_THAT(Disk.Read("plate.dat"), HasSubstr(line));
+  }
+  EXPECT_THAT(Disk.Read("plate.csv"), StartsWith("x,y,T\n0.025,0.025,99.45454"));
 }
 
 TEST_F(Analysis, ThatDoesNotConvergeShowsItsResultsButDoesNotSucceed) {
-  EXPECT_EQ(Run(kPlate + std::string("iterations 5\n")), kNotConverged);
+  EXPECT_EQ(Run("iterations 5\n"), kNotConverged);
   EXPECT_FALSE(Follower.Success);
   EXPECT_EQ(Follower.Files.size(), 4u);
-  EXPECT_LT(Follower.Percents.back(), 100u);
   EXPECT_THAT(Errors.str(), HasSubstr("did not converge in 5 iterations"));
-  EXPECT_THAT(Content("plate.dat"), HasSubstr("DID NOT CONVERGE"));
 }
 
 TEST_F(Analysis, ThatIsStoppedLeavesFormerResultsAlone) {
-  ASSERT_EQ(Run(kPlate), kGood);
-  const std::string former = Content("plate.dat");
+  Disk.Write("plate.dat", "former");
   // In the midst of the iterations, and in the midst of being held back.
-  for (const char* pace : {"", "pace 3600\n"}) {
-    Follower = NotingReporter();
+  for (const std::string pace : {"", "pace 3600\n"}) {
     Follower.PassesUntilStop = 10;
-    EXPECT_EQ(Run(kPlate + std::string("source 7\n") + pace), kStopped);
+    EXPECT_EQ(Run("source 7\n" + pace), kStopped);
     EXPECT_FALSE(Follower.Success);
     EXPECT_THAT(Follower.Files, IsEmpty());
-    EXPECT_EQ(Content("plate.dat"), former);
+    EXPECT_EQ(Disk.Read("plate.dat"), "former");
   }
 }
 
-TEST_F(Analysis, KeepsToThePaceOfItsDeck) {
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Run(kPlate + std::string("pace 0.6\n")), kGood);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600));
-  EXPECT_GE(Follower.Percents.size(), 3u);
-}
-
-TEST_F(Analysis, OfABadDeckNamesFileAndLine) {
-  EXPECT_EQ(Run(kPlate + std::string("top warm\nbottom 7\n"), "my.plate.inp"), kBadInput);
-  EXPECT_THAT(Errors.str(), StartsWith("my.plate.inp:6: unknown boundary condition \"warm\""));
-  EXPECT_THAT(Errors.str(), HasSubstr("\nmy.plate.inp:7: unknown boundary condition \"7\""));
-  EXPECT_FALSE(Follower.Success);
-  EXPECT_FALSE(std::filesystem::exists("my.plate.dat"));
-}
-
 TEST_F(Analysis, RefusesWhatItCannotReadOrWrite) {
+  EXPECT_EQ(Run("top warm\n", "my.plate.inp"), kBadInput);
+  EXPECT_THAT(Errors.str(), StartsWith("my.plate.inp:6: unknown boundary condition \"warm\""));
   EXPECT_EQ(Analyse("none.inp", Follower, Log, Errors), kBadInput);
-  EXPECT_EQ(Errors.str(), "none.inp: cannot be read\n");
+  EXPECT_THAT(Errors.str(), HasSubstr("\nnone.inp: cannot be read\n"));
+  EXPECT_EQ(Run("", "plate.csv"), kBadInput) << "the results would take the deck's place";
+  EXPECT_EQ(Disk.Read("plate.csv"), kPlate);
 
-  EXPECT_EQ(Run(kPlate, "plate.csv"), kBadInput);
-  EXPECT_EQ(Content("plate.csv"), kPlate);
-  std::filesystem::remove("plate.csv");
-
-  std::filesystem::create_directories("plate.ppm/in the way");
-  EXPECT_EQ(Run(kPlate), kBadInput);
+  Disk.MakeDirectory("plate.ppm/in the way");
+  EXPECT_EQ(Run(""), kBadInput);
   EXPECT_THAT(Errors.str(), HasSubstr("plate.ppm: cannot be written\n"));
-  EXPECT_FALSE(std::filesystem::exists("~plate.ppm"));
-  EXPECT_THAT(Follower.Files, IsEmpty());
+  EXPECT_FALSE(Disk.Has("~plate.ppm"));
 }
 
 }  // namespace

@@ -17,7 +17,6 @@ std::vector<std::string> ErrorsOf(const std::string& text) {
   std::vector<DeckError> errors;
   ReadDeck(text, errors);
   std::vector<std::string> lines;
-  lines.reserve(errors.size());
   for (const DeckError& error : errors) lines.push_back(std::to_string(error.Line) + ": " + error.Text);
   return lines;
 }
@@ -31,54 +30,35 @@ TEST(Deck, IsReadWhateverItsOrderCaseCommentsAndLineEnds) {
       errors);
   ASSERT_THAT(errors, IsEmpty());
   EXPECT_EQ(deck.Title, "Two  words");
-  EXPECT_EQ(deck.Width, 2);
-  EXPECT_EQ(deck.Height, 1);
-  EXPECT_EQ(deck.Nx, 20);
-  EXPECT_EQ(deck.Ny, 10);
+  EXPECT_THAT((std::vector{deck.Width, deck.Height, deck.Tolerance, deck.Pace}), ElementsAre(2, 1, 1e-5, 0.5));
+  EXPECT_THAT((std::vector{deck.Nx, deck.Ny, deck.MaxIterations}), ElementsAre(20, 10, 7));
   ASSERT_EQ(deck.Conductivities.size(), 2u);
-  EXPECT_FALSE(deck.Conductivities[0].Where);
   EXPECT_EQ(deck.Conductivities[1].Where->Right, 1);
   EXPECT_EQ(deck.Sources.at(0).Value, -3);
   EXPECT_EQ(Describe(deck.At(Side::Top)), "convection 12 20");
-  EXPECT_EQ(Describe(deck.At(Side::Bottom)), "flux -5");
-  EXPECT_EQ(Describe(deck.At(Side::Left)), "insulated");
-  EXPECT_EQ(deck.Tolerance, 1e-5);
-  EXPECT_EQ(deck.MaxIterations, 7);
-  EXPECT_EQ(deck.Pace, 0.5);
-  EXPECT_EQ(deck.Lines.size(), 14u);
 }
 
 TEST(Deck, NamesTheLineAndTheMistake) {
-  const struct {
-    const char* Line;
-    const char* Message;
-  } cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       {"size 2 1", R"(5: "size" stands already in line 1)"},
       {"top", R"(5: something is missing behind "top"; the line reads: )"
               R"(top insulated | temperature T | flux Q | convection H T)"},
-      {"top warm", R"(5: unknown boundary condition "warm"; the line reads: )"
-                   R"(top insulated | temperature T | flux Q | convection H T)"},
+      {"conductvity 5", R"(5: unknown keyword "conductvity"; there are bottom, conductivity, grid, iterations, left, )"
+                        "pace, right, size, source, title, tolerance, top"},
       {"top convection 0 20", "5: the convection coefficient must be above 0, not 0"},
       {"pace 1,5", R"(5: "1,5" is not a number; the line reads: pace SECONDS)"},
-      {"pace nan", R"(5: "nan" is not a number; the line reads: pace SECONDS)"},
-      {"pace -1", "5: the pace must be 0 to 3600 seconds"},
-      {"tolerance 1", "5: the tolerance must be below 1"},
       {"iterations 2.5", "5: the number of iterations must be a whole number from 1 to 10000000, not 2.5"},
       {"source 5 on 1 2 3 4", R"(5: expected "in" instead of "on"; the line reads: source Q [in X0 Y0 X1 Y1])"},
       {"source 5 in 1 0 1 1", "5: the rectangle is empty: X1 must be above X0, and Y1 above Y0"},
       {"source 5 in 0.96 0 1.04 1",
        "5: the rectangle holds no cell centre: it lies outside the plate, or the grid is too coarse for it"},
-      {"conductivity 5 in 2 0 3 1",
-       "5: the rectangle holds no cell centre: it lies outside the plate, or the grid is too coarse for it"},
   };
   ASSERT_THAT(ErrorsOf(kGood), IsEmpty());
-  for (const auto& each : cases) EXPECT_THAT(ErrorsOf(kGood + std::string(each.Line)), ElementsAre(each.Message));
+  for (const auto& [line, message] : cases) EXPECT_THAT(ErrorsOf(kGood + line), ElementsAre(message));
 }
 
 TEST(Deck, SaysWhatIsMissingInTheWhole) {
-  EXPECT_THAT(ErrorsOf(""),
-              ElementsAre(R"(1: the deck ends without a line "size")", R"(1: the deck ends without a line "grid")",
-                          R"(1: the deck ends without a line "conductivity")"));
+  EXPECT_THAT(ErrorsOf("grid 2 2\nsize 1 1"), ElementsAre(R"(2: the deck ends without a line "conductivity")"));
   EXPECT_THAT(ErrorsOf("size 2 1\ngrid 2000 2000\nconductivity 5 in 0 0 1 1\ntop flux 3\n"),
               ElementsAre("2: the grid has more than 1000000 cells"));
   EXPECT_THAT(ErrorsOf("size 2 1\ngrid 20 20\nconductivity 5 in 0 0 1 1\ntop flux 3\n"),
@@ -87,19 +67,11 @@ TEST(Deck, SaysWhatIsMissingInTheWhole) {
 }
 
 TEST(Deck, ExamplesAreGoodAndTheBrokenOneIsBrokenAllOver) {
-  const auto errorsOfFile = [](const std::string& name) {
+  for (const auto& [name, mistakes] : {std::pair{"plate.inp", 0u}, {"fin.inp", 0u}, {"broken.inp", 8u}}) {
     std::ifstream file(std::string(SOURCE_DIRECTORY "/examples/heat2d/") + name);
-    EXPECT_TRUE(file) << name;
-    return ErrorsOf({std::istreambuf_iterator<char>(file), {}});
-  };
-  EXPECT_THAT(errorsOfFile("plate.inp"), IsEmpty());
-  EXPECT_THAT(errorsOfFile("fin.inp"), IsEmpty());
-  const std::vector<std::string> broken = errorsOfFile("broken.inp");
-  ASSERT_EQ(broken.size(), 8u);
-  EXPECT_EQ(broken[0], "3: the height must be above 0, not -0.30");
-  EXPECT_EQ(broken[2],
-            R"(5: unknown keyword "conductvity"; there are bottom, conductivity, grid, iterations, left, pace, right, )"
-            "size, source, title, tolerance, top");
+    ASSERT_TRUE(file) << name;
+    EXPECT_EQ(ErrorsOf({std::istreambuf_iterator<char>(file), {}}).size(), mistakes) << name;
+  }
 }
 
 }  // namespace

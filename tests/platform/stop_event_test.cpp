@@ -17,19 +17,16 @@ TEST(StopEventTest, AnEventIsSetByItsNameAndStaysSet) {
     std::optional<StopEvent> event = StopEvent::Create(name);
     ASSERT_TRUE(event);
     EXPECT_FALSE(event->WaitFor(1ms));
-    std::thread setter([&] { EXPECT_TRUE(SetStopEvent(name)); });
+    std::jthread setter([&] { EXPECT_TRUE(SetStopEvent(name)); });
     EXPECT_TRUE(event->WaitFor(60s));
-    setter.join();
     EXPECT_TRUE(event->IsSet());
 
     const StopEvent moved = std::move(*event);
     EXPECT_TRUE(SetStopEvent(name)) << "a moved event keeps its name";
     std::optional<StopEvent> successor = StopEvent::Create(name);
-    ASSERT_TRUE(successor);
     EXPECT_FALSE(successor->IsSet()) << "an event that was left behind is replaced";
     RemoveStopEvent(name);
     EXPECT_FALSE(SetStopEvent(name)) << "removed";
-    ASSERT_TRUE(StopEvent::Create(name));
   }
   EXPECT_FALSE(SetStopEvent(name)) << "the name goes with the event";
 }
