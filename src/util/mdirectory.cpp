@@ -70,7 +70,11 @@ bool MDirectory::Create() {
   std::string path = WithoutEndingSeparators(Path());
   while (!MakeOrFind(path)) {
     const std::string parent = WithoutEndingSeparators(MFile(path).DirectoryPart());
-    if (parent.empty() || MFile(parent).Exists()) return false;
+    if (parent.empty()) return false;
+    if (MFile(parent).Exists()) {
+      if (!MakeOrFind(path)) return false;
+      break;  // another had made the parent meanwhile
+    }
     missing.push_back(std::exchange(path, parent));
   }
   return std::all_of(missing.rbegin(), missing.rend(), MakeOrFind);
