@@ -140,21 +140,28 @@ void ORpcThread::Forget(platform::Socket socket) {
 void ORpcThread::AcceptReady(const DescriptorSet& readSet) {
   for (platform::Socket listener : listeners_) {
     if (!Contains(readSet, listener)) continue;
-    platform::SocketAddress peer;
-    const platform::Socket socket = platform::AcceptSocket(listener, peer);
-    if (socket < 0) {
-      if (platform::IsOutOfResources(platform::LastSocketError())) {
-        acceptAgain_ = std::chrono::steady_clock::now() + kAcceptPause;
-      }
-      continue;
+    // All that the short queue of the listener can hold, or a burst of clients would be turned away meanwhile.
+    for (int i = 0; i <= kBacklog && AcceptOne(listener); ++i) {
     }
-    acceptAgain_.reset();
-    ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener, platform::FormatAddress(peer.Address).c_str(), peer.Port,
-                       socket);
-    platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
-    platform::SendWithoutDelay(socket);
-    connections_.push_back(socket);
   }
+}
+
+bool ORpcThread::AcceptOne(platform::Socket listener) {
+  platform::SocketAddress peer;
+  const platform::Socket socket = platform::AcceptSocket(listener, peer);
+  if (socket < 0) {
+    if (platform::IsOutOfResources(platform::LastSocketError())) {
+      acceptAgain_ = std::chrono::steady_clock::now() + kAcceptPause;
+    }
+    return false;
+  }
+  acceptAgain_.reset();
+  ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener, platform::FormatAddress(peer.Address).c_str(), peer.Port,
+                     socket);
+  platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
+  platform::SendWithoutDelay(socket);
+  connections_.push_back(socket);
+  return true;
 }
 
 void ORpcThread::ServeCall(platform::Socket socket) {

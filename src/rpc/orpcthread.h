@@ -67,6 +67,7 @@ class ORpcThread {
   bool ListenersPaused() const;
   void ServeReady(const DescriptorSet& readSet);
   void AcceptReady(const DescriptorSet& readSet);
+  bool AcceptOne(platform::Socket listener);
   void ServeCall(platform::Socket socket);
   void Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) REQUIRES(lock_);
   std::shared_ptr<ORpcServer> FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) REQUIRES(lock_);
