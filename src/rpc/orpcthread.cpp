@@ -204,7 +204,7 @@ void ORpcThread::Answer(platform::Socket socket, const CallHeader& call, ORpcIO&
 std::shared_ptr<ORpcServer> ORpcThread::FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) {
   ServersOfConnection& servers = servers_[socket];
   if (const auto found = servers.find(key); found != servers.end()) return found->second;
-  const std::shared_ptr<ORpcServer> server = CreateServer(key);
+  std::shared_ptr<ORpcServer> server = CreateServer(key);
   if (!server) return nullptr;
   servers.emplace(key, server);
   server->listenerPort_ = GetListenerPort(socket);

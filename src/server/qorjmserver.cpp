@@ -19,7 +19,7 @@ QorJMServer::QorJMServer(JobManagerState& state, ORpcThread& thread) : state_(st
   state_.SessionList.push_back(&session_);
 }
 
-QorJMServer::~QorJMServer() { Abandon(); }
+QorJMServer::~QorJMServer() { QorJMServer::Abandon(); }
 
 void QorJMServer::Abandon() {
   if (abandoned_) return;
