@@ -42,6 +42,8 @@ std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) {
 }
 
 void KillProcess(JobManagerState& state, Job& job) {
+  // At the server's end every worker stops its own process, side by side with the others.
+  if (state.StopRequested) return;
   job.Killed = KillProcess(state, job.Pid);
   state.Jobs.Changed(job);
 }
@@ -60,6 +62,13 @@ bool RemoveJob(JobManagerState& state, JobRef ref) {
   FailDependants(state, *job);
   SweepJobs(state);
   return true;
+}
+
+void TerminateChildren(JobManagerState& state) {
+  const MAutoLock lock(state.StateLock);
+  for (const auto& [pid, process] : state.ProcessHandles) {
+    if (process->IsChild()) process->Terminate();
+  }
 }
 
 void AbortAllJobs(JobManagerState& state) {

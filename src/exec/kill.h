@@ -8,13 +8,17 @@
 namespace tlm {
 
 // Stops the job's process: asks it by its stop event and gives it 10 seconds, or terminates it at once if there is no
-// such event. Only Killed of the job changes; whoever follows the process sees its end and goes on from there.
+// such event. Only Killed of the job changes; whoever follows the process sees its end and goes on from there. Does
+// nothing once the server is ending.
 void KillProcess(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
 // The same for a process that is followed by the caller. Gives what Killed becomes. Takes the lock only for a moment.
 std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) EXCLUDES(state.PoolLock);
 
 // Kills or retires the job and what hangs on it. False if it is not in the table.
 bool RemoveJob(JobManagerState& state, JobRef ref) EXCLUDES(state.PoolLock);
+
+// Ends at once what was started here and still runs, for a server that can wait no longer.
+void TerminateChildren(JobManagerState& state) EXCLUDES(state.StateLock);
 
 // Kills or retires every job.
 void AbortAllJobs(JobManagerState& state) EXCLUDES(state.PoolLock);

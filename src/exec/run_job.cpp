@@ -62,7 +62,7 @@ bool IsGivenUp(const Job* job) { return !job || job->Status == Aborted || job->K
 std::int32_t StartCommand(JobManagerState& state, JobRef ref, std::vector<std::string> tokens) {
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(ref);
-  if (IsGivenUp(job)) return 0;
+  if (IsGivenUp(job) || state.StopRequested) return 0;
   tokens.front().insert(0, job->BinPath);
   const std::int32_t pid = LaunchProcess(state, *job, tokens);
   ApplyPriority(state, pid, job->Priority);

@@ -40,6 +40,7 @@ class Process {
   ~Process();  // leaves a running process as it is
 
   std::int32_t Id() const { return id_; }
+  bool IsChild() const { return isChild_; }  // started here
 
   // Never waits. Empty while the process runs, then its exit code, the same at each call: the program's own; 128 and
   // the signal's number if a signal ended it; 0 if Terminate did; kUnknownExitCode if it was not started here.

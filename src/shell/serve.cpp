@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "exec/kill.h"
 #include "exec/worker.h"
 #include "jm/qorjmclient.h"
 #include "rpc/orpcthread.h"
@@ -33,7 +34,7 @@ void EndWorkers() {
     const MAutoLock lock(TheState().StateLock);
     TheState().StopRequested = true;
   }
-  AwaitWorkers(TheState(), kWorkersPatience);
+  if (!AwaitWorkers(TheState(), kWorkersPatience)) TerminateChildren(TheState());
 }
 
 }  // namespace

@@ -104,11 +104,21 @@ TEST_F(Ending, OfTheServerLeavesNoProcessBehindAndWaitsForAllSideBySide) {
   for (const char* name : {"a", "b", "c", "d", "e", "f", "g"}) processes.push_back(AwaitNumber(name));
   const std::uint64_t released = Submit(Do("echo $$ >h; sleep 600"));
   processes.push_back(AwaitNumber("h"));
+  // Its process speaks through a connection of its own, so the jobs submitted there are failed with it, one by one.
+  Submit(Do("echo $$ >leader; while ! test -e stop; do sleep 0.1; done"));
+  JobClient leader(Server.Port());
+  EXPECT_NE(leader.AttachProcess(static_cast<std::uint64_t>(AwaitNumber("leader")), "do", Work.Root()), 0U);
+  for (const char* name : {"i", "j", "k"}) {
+    leader.SubmitJob(NewJob(std::string("polite ignore ") + name));
+    processes.push_back(AwaitNumber(name));
+  }
   Client.ReleaseJob(released);
   Client.Get(released);
   EXPECT_EQ(Client.Get(released).Status, 0U);
   EXPECT_EQ(Client.Get(chain).Status, std::uint32_t{Running});
 
+  Work.Write("stop");
+  EXPECT_TRUE(IsGone(AwaitNumber("leader")));
   int exitCode = -1;
   EXPECT_LT(TimeOf([&] { exitCode = Server.Stop(); }), seconds(15));
   EXPECT_EQ(exitCode, 0);
