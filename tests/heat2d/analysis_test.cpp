@@ -1,66 +1,29 @@
-// A whole analysis: exit codes, files, and what whoever follows it gets to see.
-#include "heat2d/analysis.h"
-
-#include <algorithm>
+// A whole analysis by the real program: exit codes, files, and what it says.
 #include <chrono>
 #include <gmock/gmock.h>
-#include <sstream>
-#include <vector>
 
-#include "support/sandbox.h"
+#include "support/server_process.h"
 
-namespace heat2d {
+namespace tlm::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 constexpr char kPlate[] = "size 2 1\ngrid 40 20\nconductivity 50\nleft temperature 100\nright convection 30 20\n";
 
-// Notes what it is told, and which files were there when results were announced.
-struct NotingReporter : Reporter {
-  void Progress(std::uint32_t percent) override { Percents.push_back(percent); }
-  void ResultsAvailable() override {
-    for (const auto& entry : std::filesystem::directory_iterator(".")) Files.push_back(entry.path().filename());
-    std::ranges::sort(Files);
-  }
-  void Succeeded() override { Success = true; }
-  bool StopRequested() override { return --PassesUntilStop == 0; }
-
-  std::vector<std::uint32_t> Percents;
-  std::vector<std::string> Files;
-  bool Success = false;
-  int PassesUntilStop = -1;
-};
-
-// Runs in a directory of its own.
 struct Analysis : ::testing::Test {
-  Analysis() { std::filesystem::current_path(Disk.Root()); }
-  ~Analysis() override { std::filesystem::current_path(former_); }
-  ExitCode Run(const std::string& more, const std::string& file = "plate.inp") {
-    Disk.Write(file, kPlate + more);
-    return Analyse(file, Follower, Log, Errors);
+  Finished Run(const std::string& deck) const {
+    return RunProgram({"/usr/bin/env", "-C", Disk.Root(), BIN_DIRECTORY "/heat2d", "--offline", deck});
   }
-
-  tlm::test::Sandbox Disk;
-  NotingReporter Follower;
-  std::ostringstream Log, Errors;
-
- private:
-  const std::filesystem::path former_ = std::filesystem::current_path();
+  const Sandbox Disk;
 };
 
-TEST_F(Analysis, LeavesItsResultsBesideEachOtherAndReportsThemOnceTheyAreWhole) {
+TEST_F(Analysis, LeavesItsResultsBesideEachOther) {
+  Disk.Write("plate.inp", kPlate + std::string("title A plate\npace 0.6\n"));
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Run("title A plate\npace 0.6\n"), kGood);
+  EXPECT_EQ(Run("plate.inp").ExitCode, 0);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(600));
-  EXPECT_THAT(Errors.str(), IsEmpty());
-  EXPECT_TRUE(Follower.Success);
-  EXPECT_THAT(Follower.Files, ElementsAre("plate.csv", "plate.dat", "plate.inp", "plate.ppm"));
-  EXPECT_EQ(Follower.Percents.back(), 100u);
-  EXPECT_TRUE(std::ranges::is_sorted(Follower.Percents));
 
   // 80 K through 2 m of 50 W/(m K) and a film of 30 W/(m2 K), 1 m high.
   for (const char* line : {"A plate\n", "SOLUTION   converged\n", "    3  conductivity 50\n",
@@ -69,40 +32,31 @@ TEST_F(Analysis, LeavesItsResultsBesideEachOtherAndReportsThemOnceTheyAreWhole) 
     EXPECT_THAT(Disk.Read("plate.dat"), HasSubstr(line));
   }
   EXPECT_THAT(Disk.Read("plate.csv"), StartsWith("x,y,T\n0.025,0.025,99.45454"));
+  EXPECT_THAT(Disk.Read("plate.ppm"), StartsWith("P6"));
 }
 
-TEST_F(Analysis, ThatDoesNotConvergeShowsItsResultsButDoesNotSucceed) {
-  EXPECT_EQ(Run("iterations 5\n"), kNotConverged);
-  EXPECT_FALSE(Follower.Success);
-  EXPECT_EQ(Follower.Files.size(), 4u);
-  EXPECT_THAT(Errors.str(), HasSubstr("did not converge in 5 iterations"));
-}
-
-TEST_F(Analysis, ThatIsStoppedLeavesFormerResultsAlone) {
-  Disk.Write("plate.dat", "former");
-  // In the midst of the iterations, and in the midst of being held back.
-  for (const std::string pace : {"", "pace 3600\n"}) {
-    Follower.PassesUntilStop = 10;
-    EXPECT_EQ(Run("source 7\n" + pace), kStopped);
-    EXPECT_FALSE(Follower.Success);
-    EXPECT_THAT(Follower.Files, IsEmpty());
-    EXPECT_EQ(Disk.Read("plate.dat"), "former");
+TEST_F(Analysis, SaysWhatWentWrong) {
+  Disk.MakeDirectory("blocked.ppm/in the way");
+  const struct {
+    const char *File, *More;
+    int Code;
+    const char* Said;
+  } cases[] = {
+      {"slow.inp", "iterations 5\n", 2, "did not converge in 5 iterations"},
+      {"my.plate.inp", "top warm\n", 1, "my.plate.inp:6: unknown boundary condition \"warm\""},
+      {"blocked.inp", "", 1, "blocked.ppm: cannot be written\n"},
+      {"deck.csv", "", 1, "deck.csv: a deck may not end in .csv"},
+  };
+  for (const auto& [file, more, code, said] : cases) {
+    Disk.Write(file, kPlate + std::string(more));
+    const Finished end = Run(file);
+    EXPECT_EQ(end.ExitCode, code) << file;
+    EXPECT_THAT(end.Output, HasSubstr(said));
   }
-}
-
-TEST_F(Analysis, RefusesWhatItCannotReadOrWrite) {
-  EXPECT_EQ(Run("top warm\n", "my.plate.inp"), kBadInput);
-  EXPECT_THAT(Errors.str(), StartsWith("my.plate.inp:6: unknown boundary condition \"warm\""));
-  EXPECT_EQ(Analyse("none.inp", Follower, Log, Errors), kBadInput);
-  EXPECT_THAT(Errors.str(), HasSubstr("\nnone.inp: cannot be read\n"));
-  EXPECT_EQ(Run("", "plate.csv"), kBadInput) << "the results would take the deck's place";
-  EXPECT_EQ(Disk.Read("plate.csv"), kPlate);
-
-  Disk.MakeDirectory("plate.ppm/in the way");
-  EXPECT_EQ(Run(""), kBadInput);
-  EXPECT_THAT(Errors.str(), HasSubstr("plate.ppm: cannot be written\n"));
-  EXPECT_FALSE(Disk.Has("~plate.ppm"));
+  EXPECT_TRUE(Disk.Has("slow.dat")) << "can be looked at";
+  EXPECT_FALSE(Disk.Has("~blocked.ppm"));
+  EXPECT_EQ(Run("none.inp").Output, "none.inp: cannot be read\n");
 }
 
 }  // namespace
-}  // namespace heat2d
+}  // namespace tlm::test

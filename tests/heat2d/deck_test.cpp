@@ -58,12 +58,11 @@ TEST(Deck, NamesTheLineAndTheMistake) {
 }
 
 TEST(Deck, SaysWhatIsMissingInTheWhole) {
-  EXPECT_THAT(ErrorsOf("grid 2 2\nsize 1 1"), ElementsAre(R"(2: the deck ends without a line "conductivity")"));
-  EXPECT_THAT(ErrorsOf("size 2 1\ngrid 2000 2000\nconductivity 5 in 0 0 1 1\ntop flux 3\n"),
-              ElementsAre("2: the grid has more than 1000000 cells"));
   EXPECT_THAT(ErrorsOf("size 2 1\ngrid 20 20\nconductivity 5 in 0 0 1 1\ntop flux 3\n"),
               ElementsAre(R"(4: the deck ends without a "conductivity" of the whole plate)",
                           "4: no side has a temperature or convection, so that any temperature level would do"));
+  EXPECT_THAT(ErrorsOf("size 2 1\ngrid 2000 2000\n"), ElementsAre("2: the grid has more than 1000000 cells",
+                                                                  R"(2: the deck ends without a line "conductivity")"));
 }
 
 TEST(Deck, ExamplesAreGoodAndTheBrokenOneIsBrokenAllOver) {

@@ -28,20 +28,14 @@ TEST_F(Heat2dJob, ReportsItsProgressAndLeavesItsResults) {
   EXPECT_THAT(Ctl({"show", "4"}).Output, AllOf(HasSubstr("100 %"), HasSubstr("available")));
 }
 
-TEST_F(Heat2dJob, FailsOnAWrongDeckAndSaysWhere) {
-  disk.Write("plate.inp", "size 1 1\ngrid 20\n");
-  EXPECT_EQ(Ctl({"submit", "--watch", "--deck", "plate.inp", "heat2d"}).ExitCode, 1);
-  EXPECT_THAT(Ctl({"output", "4"}).Output, HasSubstr("plate.inp:2: "));
-  EXPECT_THAT(Ctl({"list"}).Output, HasSubstr("Aborted"));
-  EXPECT_FALSE(disk.Has("plate.dat"));
-}
-
 TEST_F(Heat2dJob, EndsByItselfWhenItIsCancelled) {
   WriteDeck("3000");
+  disk.Write("plate.dat", "former");
   ASSERT_EQ(Ctl({"submit", "--deck", "plate.inp", "heat2d"}).Output, "4\n");
   ASSERT_TRUE(Eventually([this] { return disk.Read("plate_out").find("cells") != std::string::npos; }));
   EXPECT_EQ(Ctl({"cancel", "4"}).Output, "job 4: Aborted\n");
   EXPECT_THAT(disk.Read("plate_out"), HasSubstr("stopped on request"));
+  EXPECT_EQ(disk.Read("plate.dat"), "former");
   EXPECT_THAT(Ctl({"show", "4"}).Output, testing::ContainsRegex("Exit code +3\n"));
 }
 
