@@ -7,7 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 #include "support/eventually.h"
 #include "support/raw_connection.h"
@@ -29,7 +31,9 @@ constexpr std::uint32_t kNull = 0;
 constexpr std::uint32_t kHello = 1;
 constexpr std::uint32_t kPutFiles = 5;
 constexpr std::uint32_t kRequestResults = 24;
+constexpr std::uint32_t kRequiredLevel = 45;
 constexpr std::uint32_t kListJobs = 47;
+constexpr std::uint32_t kLargestRecord = 0x44000000;
 
 struct ServerLoop : ::testing::Test {
   ServerProcess Server{Environment{{"ORPC_TRACE", "1"}}};
@@ -99,6 +103,20 @@ TEST_F(ServerLoop, WithoutDescriptorsItRestsUntilThereAreSomeAgain) {
   EXPECT_TRUE(Serves());
   while (all.size() > 3) all.pop_front();
   for (RawConnection& late : all) EXPECT_EQ(late.Ask(Call(kNull)), Reply());
+}
+
+TEST_F(ServerLoop, EachPassServesOneCallOfTheEarliestConnectionThatIsReady) {
+  RawConnection early(Server.Port());
+  RawConnection late(Server.Port());
+  for (RawConnection* one : {&early, &late}) EXPECT_EQ(one->Ask(Call(kNull)), Reply());
+  const auto report = [](std::uint64_t level) { return Record(Call(kRequiredLevel, U64(0) + U64(0) + U64(level))); };
+  kill(Server.Pid(), SIGSTOP);
+  waitpid(Server.Pid(), nullptr, WUNTRACED);
+  late.Send(report(3));
+  early.Send(report(1) + report(2));
+  kill(Server.Pid(), SIGCONT);
+  const std::string line = "plmjm - QorJMServer::Dispatch - Recieving 0 0 ";
+  EXPECT_TRUE(Eventually([&] { return HasPrinted(line + "1\n" + line + "2\n" + line + "3\n"); })) << Server.Output();
 }
 
 // -- large replies
@@ -180,13 +198,21 @@ TEST_F(ServerLoop, PromisesOfManyBytesTakeNoMemory) {
   const std::size_t before = Server.PeakMemory();
   std::deque<RawConnection> promising;
   for (int i = 0; i < 32; ++i) {
-    promising.emplace_back(Server.Port()).Send(U32(0x80000000 | (64 * kMegabyte)) + "few");
+    promising.emplace_back(Server.Port()).Send(U32(0x80000000 | kLargestRecord) + "few");
     promising.emplace_back(Server.Port()).Send(Record(Call(kListJobs, U32(0xFFFFFFFF) + U64(1))));
     promising.emplace_back(Server.Port()).Send(Record(Call(kRequestResults, U64(4) + U32(0xFFFFFFFF))));
     ASSERT_TRUE(ServesNewcomers());
   }
   if (kMeasuresMemory) {
     EXPECT_LT(Server.PeakMemory(), before + 8 * kMegabyte);
+  }
+}
+
+TEST_F(ServerLoop, ARecordOverTheLimitIsRefusedAlsoWhenItComesInFragments) {
+  for (const std::string& bytes : {U32(kLargestRecord + 1), U32(4) + "abcd" + U32(0x80000000 | (kLargestRecord - 3))}) {
+    RawConnection hostile(Server.Port());
+    hostile.Send(bytes);
+    EXPECT_TRUE(hostile.IsClosedByPeer());
   }
 }
 
