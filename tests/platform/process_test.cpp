@@ -1,7 +1,6 @@
 // Starting real programs, what they are given, and following them to their end.
 #include "platform/process.h"
 
-#include <climits>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -47,23 +46,15 @@ struct ProcessTest : ::testing::Test {
   LaunchRequest Request;
 };
 
-TEST_F(ProcessTest, BothStreamsAreAppendedToTheOutput) {
-  Disk.Write("out", "before\n");
-  EXPECT_EQ(CodeAtEnd(Shell("pwd; echo error >&2")), 0U);
-  EXPECT_EQ(CodeAtEnd(Shell("echo again")), 0U);
-  EXPECT_EQ(Disk.Read("out"), "before\n" + Disk.Root() + "\nerror\nagain\n");
-
+TEST_F(ProcessTest, WithoutAnOutputFileTheStreamsAreThoseOfItsStarter) {
   Request.OutputFile = Disk.Root();
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(CodeAtEnd(Shell("echo out; echo error >&2")), 0U);
   EXPECT_FALSE(Launch(Disk.Path("missing")));
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "out\nerror\nnot started\n") << "no output file";
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "out\nerror\nnot started\n");
 }
 
-TEST_F(ProcessTest, NothingElseIsInherited) {
-  Request.Environment = {"Z=1", "A=two words", "Z=3"};
-  EXPECT_EQ(OutputOf("/usr/bin/env"), "Z=1\nA=two words\nZ=3\n");
-
+TEST_F(ProcessTest, NeitherDescriptorsNorSignalsNorLimitsAreInherited) {
   const int inheritable = dup(STDERR_FILENO);
   EXPECT_EQ(OutputOf("/bin/sh -c \"ls /proc/$$/fd; :\""), "0\n1\n2\n");
   close(inheritable);
@@ -95,23 +86,6 @@ TEST_F(ProcessTest, TheLineNamesTheProgramAndItsArguments) {
   std::filesystem::remove(Disk.Path("a  dir/my"));
   Disk.WriteScript("a  dir/my", "echo \"short <$1>\"");
   EXPECT_EQ(OutputOf(Disk.Path("a  dir/my prog x")), "short <prog>\n");
-}
-
-TEST_F(ProcessTest, AProgramThatCannotBeStartedLeavesTheFailureText) {
-  Disk.Write("plain", "#!/bin/sh\n");
-  Disk.WriteScript("no_format", "");
-  Disk.Write("no_format", "neither script nor binary");
-  std::string failures;
-  const auto expectFailure = [&](const std::string& line) {
-    EXPECT_FALSE(Launch(line)) << line.substr(0, 100);
-    EXPECT_EQ(Disk.Read("out"), failures += Request.FailureText) << line.substr(0, 100);
-  };
-  for (const char* name : {"missing x", "plain", "no_format", ""}) expectFailure(Disk.Path(name));
-  expectFailure(" ");
-  expectFailure("/bin/echo " + std::string(4'000'000, 'x'));
-  expectFailure(std::string(PATH_MAX, 'x') + " y");
-  Request.Directory = Disk.Path("no directory");
-  expectFailure("/bin/echo");
 }
 
 TEST_F(ProcessTest, ExitCodesAreToldAgainAndAgain) {

@@ -24,7 +24,7 @@ struct Launch : JobTest {
 TEST_F(Launch, GivesAProcessItsDirectoryArgumentsEnvironmentAndOutput) {
   Server.AddProgram("show",
                     "pwd\nfor word; do echo \"<$word>\"; done\nprintf 'oops\\n' >&2\n"
-                    "tr '\\0' '\\n' </proc/$$/environ >$1.env\ncat >stdin.txt\nls /proc/$$/fd >fds.txt\n"
+                    "tr '\\0' '\\n' </proc/$$/environ >$1.env\ncat >stdin.txt\n"
                     "cut -d' ' -f5 /proc/$$/stat >group.txt; echo $$ >pid.txt\nexit 7\n");
   Submission job = NewJob("show \"two words\" x\\;y 'semi;colon' \"it's\"; do echo again");
   job.TaskKey = "key";
@@ -112,6 +112,11 @@ TEST_F(Launch, AppliesThePriorityThatTheJobHasWhenItStartsAndLaterOnes) {
 
 TEST_F(Launch, ThatFailsIsToldInTheOutputAndFailsTheJobAlone) {
   const std::string bin = Server.Home().Path("bin/");
+  Server.Home().Write("bin/plain", "#!/bin/sh\n");
+  Server.AddProgram("no_format", "");
+  Server.Home().Write("bin/no_format", "neither script nor binary");
+  const std::uint64_t plain = Submit("plain");
+  const std::uint64_t noFormat = Submit("no_format");
   const std::uint64_t missing = Submit("missing \"a b\"; do echo never");
   const std::uint64_t open = Submit("do echo before; do 'never closed");
   const std::uint64_t blanks = Submit(" ; ;\t'' \"\" ;");
@@ -120,7 +125,7 @@ TEST_F(Launch, ThatFailsIsToldInTheOutputAndFailsTheJobAlone) {
   const std::uint64_t homeless = Client.SubmitJob(nowhere);
   const std::uint64_t huge = Submit("do " + std::string(1 << 20, 'x'));
 
-  for (std::uint64_t handle : {missing, blanks, homeless, huge}) {
+  for (std::uint64_t handle : {plain, noFormat, missing, blanks, homeless, huge}) {
     const Task task = Client.Await(handle, {LaunchFailed});
     EXPECT_EQ(task.ExitCode, 0U);
     EXPECT_EQ(task.Elapsed, 0U);
