@@ -61,6 +61,10 @@ TEST_F(Ending, OfARemovedJobDependsOnHowFarItCame) {
   EXPECT_THAT(removed, ElementsAre(running, running, chain, open, queued, failed, finished));
   EXPECT_THAT(Client.Jobs(), ElementsAre(running, chain, open, queued, failed)) << "these wait to be released";
   EXPECT_EQ(Client.GetJobCount(), 0U);
+  for (int i = 0; i < 100; ++i) Client.RemoveJob(queued);
+  HandleList lastOnes;
+  Client.ListRemovedJobs(lastOnes);
+  EXPECT_EQ(lastOnes, HandleList(100, queued));
 }
 
 TEST_F(Ending, IsAskedForByAnEventBeforeItIsForced) {

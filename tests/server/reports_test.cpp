@@ -5,6 +5,8 @@ namespace tlm::test {
 namespace {
 
 struct Reports : JobTest {
+  Reports() : JobTest({{"TSQOR_TRACE", "1"}}) {}
+
   JobClient Process{Server.Port()};  // the connection of a job's process
 
   // Shell text of a process that waits for the file "stop"; its id goes to the file of the given name.
@@ -15,6 +17,15 @@ struct Reports : JobTest {
     const auto pid = static_cast<std::uint64_t>(AwaitNumber(name));
     Process.AttachProcess(pid, "unused", "unused");
     return pid;
+  }
+  // The lines of the server's output that hold the text.
+  std::string PrintedLines(const std::string& text) const {
+    std::istringstream output(Server.Output());
+    std::string lines;
+    for (std::string line; std::getline(output, line);) {
+      if (line.find(text) != line.npos) lines += line + "\n";
+    }
+    return lines;
   }
 };
 
@@ -135,9 +146,20 @@ TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
   EXPECT_EQ(Client.AwaitEnd(handles[0]).Status, std::uint32_t{Finished});
   EXPECT_EQ(Client.Get(handles[0]).ResultFlags, kResultsAvailable);
   for (std::size_t i : {1U, 2U}) EXPECT_EQ(Client.AwaitEnd(handles[i]).Status, std::uint32_t{Aborted});
-  for (std::uint64_t noProcess : {0ULL, 0x7FFFFFFFULL, ~0ULL}) {
-    const std::uint64_t handle = Process.AttachProcess(noProcess, "", "");
-    EXPECT_EQ(Client.AwaitEnd(handle).Status, std::uint32_t{Aborted}) << noProcess;
+  const struct {
+    std::uint64_t NoProcess;
+    std::string Command, Name;
+  } cases[] = {
+      {0, " \t/opt/bin/solve.exe -n 3", "solve"},
+      {0x7FFFFFFF, "C:\\bin\\solve.v2.exe x", "solve"},
+      {~0ULL, "\"solve me\" x", "\"solve me\""},  // a quote goes only with the directory behind it
+      {~1ULL, "dir.d/solve", "solve"},
+      {~2ULL, "dir/", ""},
+  };
+  for (const auto& [noProcess, command, name] : cases) {
+    const Task ended = Client.AwaitEnd(Process.AttachProcess(noProcess, command, ""));
+    EXPECT_EQ(ended.Status, std::uint32_t{Aborted}) << noProcess;
+    EXPECT_EQ(ended.AnalysisID, name) << command;
   }
   EXPECT_TRUE(Eventually([&] { return Client.GetJobCount() == 0; }));
 }
@@ -146,10 +168,16 @@ TEST_F(Reports, OnOutputGoToTheOwnerWhoCanBeSucceededByItsHost) {
   auto owner = std::make_unique<JobClient>(Server.Port());
   const std::uint64_t job =
       owner->SubmitJob(NewJob(Do("echo one; " + Wait("pid") + "; echo two; while ! test -e end; do sleep 0.1; done")));
+  const std::uint64_t others = owner->SubmitJob(NewJob(Do(":")));
   AwaitNumber("pid");
   EXPECT_EQ(owner->Output(job), "one\n");
   EXPECT_EQ(Client.Output(job), "");
-  EXPECT_FALSE(Client.TakeOwnership(job));
+  for (std::uint64_t handle : {job, job, others, others, job}) EXPECT_FALSE(Client.TakeOwnership(handle));
+  const std::string ports =
+      std::to_string(Client.Get(job).ClientPort) + " not " + std::to_string(Client.Get(Submit(Do(":"))).ClientPort);
+  EXPECT_EQ(PrintedLines(" owned by "),
+            "job1 owned by " + ports + "\njob2 owned by " + ports + "\njob1 owned by " + ports + "\n")
+      << "once until another job is refused";
   owner.reset();
   JobClient stranger(Server.Port(), "elsewhere");
   EXPECT_FALSE(stranger.TakeOwnership(job));
