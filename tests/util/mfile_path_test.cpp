@@ -1,4 +1,4 @@
-// Taking paths apart; no file is looked at.
+// Taking paths apart and putting them together; no file is looked at.
 #include <clocale>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -44,6 +44,40 @@ TEST(MFilePath, ComesApartAtTheLastSeparatorOfEitherKindAndAtTheLastDotAnywhere)
                {"d/.hidden", "d/", ".hidden", "", ".hidden", "d/"},
                {"d/..", "d/", "..", ".", ".", "d/."},
                {"/" + longName + ".x", "/", longName + ".x", longName, ".x", "/" + longName}});
+}
+
+TEST(MFilePath, TakesNewPartsWithTheSeparatorOfTheDirectoryGiven) {
+  using Change = void (MFile::*)(const std::string&);
+  const struct {
+    Change Set;
+    std::string Path, Part, Changed;
+  } cases[] = {
+      {&MFile::SetDirectory, "f\\g", "d/e", "d/e/g"},
+      {&MFile::SetDirectory, "f\\g", "d\\", "d\\g"},
+      {&MFile::SetDirectory, "f/g", "d", "d\\g"},
+      {&MFile::SetDirectory, "f/g", "d/", "d/g"},
+      {&MFile::SetDirectory, "g", "d/e\\", "d/e\\/g"},
+      {&MFile::SetDirectory, "g", "", "\\g"},
+      {&MFile::SetName, "a.b/c.d", "name", "a.b/name"},
+      {&MFile::SetStem, "a.b/c.d", "stem", "a.b/stem.d"},
+      {&MFile::SetStem, "a.b/c", "x", "a.b/x.b/c"},  // the dot of the directory counts
+      {&MFile::SetExtension, "a.b/c.d", ".new", "a.b/c.new"},
+      {&MFile::MakeAbsolute, "", "/base", ""},
+      {&MFile::MakeAbsolute, "/a", "/base", "/a"},
+      {&MFile::MakeAbsolute, "\\a", "/base", "\\a"},
+      {&MFile::MakeAbsolute, "C:a", "/base", "C:a"},
+      {&MFile::MakeAbsolute, "a/b", "/base", "/base/a/b"},
+      {&MFile::MakeAbsolute, "a", "/base/", "/base/a"},
+      {&MFile::MakeAbsolute, "a", "c:\\", "c:\\a"},
+  };
+  for (const auto& [set, path, part, changed] : cases) {
+    MFile file(path);
+    (file.*set)(part);
+    EXPECT_EQ(file.Path(), changed) << path << " with " << part;
+  }
+  MFile file("a");
+  file.MakeAbsolute();
+  EXPECT_EQ(file.Path(), std::filesystem::current_path() / "a");
 }
 
 TEST(MFilePath, TakesBrokenBytesOneByOneInAMultiByteLocale) {

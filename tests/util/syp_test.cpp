@@ -1,4 +1,5 @@
-// The framed messages on standard error, and joining a path and a file.
+// The framed messages on standard error, the ends of a program, and joining a path and a file.
+#include <cstdlib>
 #include <functional>
 #include <gmock/gmock.h>
 #include <string>
@@ -15,9 +16,13 @@ std::string ErrorsOf(const std::function<void()>& action) {
   return testing::internal::GetCapturedStderr();
 }
 
+std::string Framed(const std::string& lines) {
+  return "\n-----\n| \aUnexpected Condition Encountered:\n" + lines + "-----\n";
+}
+
 void ExpectWarning(const std::string& message, const std::string& lines) {
   const std::string errors = ErrorsOf([&] { sypWarning(sypWhere("source.cpp", 7), "%s", message.c_str()); });
-  EXPECT_EQ(errors, "\n-----\n| \aUnexpected Condition Encountered:\n" + lines + "-----\n") << message;
+  EXPECT_EQ(errors, Framed(lines)) << message;
 }
 
 std::string Row(std::size_t length, char c = 'x') { return "| " + std::string(length, c) + "\n"; }
@@ -44,13 +49,58 @@ TEST(Warning, BreaksItsTextIntoLines) {
   EXPECT_EQ(sypSetMessageWidth(70), 1);
 }
 
-TEST(MakeFileSpec, JoinsWhatFitsTheBuffer) {
-  char buffer[10];
-  EXPECT_EQ(sypMakeFileSpec("/dir", "file", buffer, 10), 1);
-  EXPECT_STREQ(buffer, "/dir/file");
-  EXPECT_THAT(ErrorsOf([&] { EXPECT_EQ(sypMakeFileSpec("/dir", "file", buffer, 9), 0); }),
-              testing::HasSubstr("Not enough room in buffer to hold string \"file\": 0\n"));
-  EXPECT_STREQ(buffer, "");
+TEST(End, OfAFailedAssertionIsStatusOne) {
+  EXPECT_EXIT(sypAssertFailed(sypWhere("a.cpp", 1), "count > 0"), testing::ExitedWithCode(1),
+              "Assertion Failed: \"count > 0\"\n-----\n\nProgram Terminating on Assertion Failure.\n");
+}
+
+TEST(End, CallsTheLastFunctionFirstOfAtMost1024) {
+  const auto fillTheListAndLeave = [] {
+    int failures = sypAtExit([] { std::fputs("first\n", stderr); });
+    for (int i = 0; i < 1022; ++i) failures += sypAtExit([] {});
+    failures += sypAtExit([] { std::fputs("last, then ", stderr); });
+    failures += 10 * sypAtExit([] { std::fputs("too many", stderr); });
+    std::exit(failures);
+  };
+  EXPECT_EXIT(fillTheListAndLeave(), testing::ExitedWithCode(10), "^last, then first\n$");
+  EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(sypAtExit(nullptr), 1); }), Framed("| Returned on Assertion Failure:\n"));
+}
+
+TEST(MakeFileSpec, JoinsByTheKindOfFileSystemWhatFitsTheBuffer) {
+  const std::string badArgument = "Returned on Assertion Failure:",
+                    noRoom = "Not enough room in buffer to hold string ";
+  constexpr int kBuiltIn = -1;
+  const struct {
+    int Kind;
+    const char *Path, *File;
+    int Size;
+    std::string Joined, Complaint;
+  } cases[] = {
+      {kBuiltIn, "/dir", "file", 64, "/dir/file", ""},
+      {sypVMS, "DISK:[DIR]", "file", 64, "DISK:[DIR]file", ""},
+      {sypDOS, "c:\\dir", "file", 64, "c:\\dir\\file", ""},
+      {sypDOS, "c:\\dir\\", "file", 64, "c:\\dir\\file", ""},
+      {sypDOS, "", "file", 64, "\\file", ""},
+      {sypUNIX, "/dir/", "file", 64, "/dir//file", ""},
+      {sypUNIX, "/dir", "file", 10, "/dir/file", ""},
+      {sypUNIX, "/dir", "file", 9, "", noRoom + "\"file\": 0\n"},
+      {sypUNIX, "/dir", "file", 3, "", noRoom + "\"/dir\": -1\n"},
+      {sypUNIX, "/dir", "", 64, "", ""},
+      {sypUNIX, "/dir", nullptr, 64, "untouched", badArgument},
+      {sypUNIX, "/dir", "file", 0, "untouched", badArgument},
+      {3, "/dir", "file", 64, "", badArgument},
+  };
+  for (const auto& [kind, path, file, size, joined, complaint] : cases) {
+    if (kind != kBuiltIn) sypSetFileSystem(kind);
+    char buffer[64] = "untouched";
+    int result = -1;
+    const std::string errors = ErrorsOf([&] { result = sypMakeFileSpec(path, file, buffer, size); });
+    EXPECT_EQ(buffer, joined);
+    EXPECT_EQ(result, joined.ends_with("file") ? 1 : 0) << joined;
+    EXPECT_EQ(errors.empty(), complaint.empty()) << errors;
+    EXPECT_THAT(errors, testing::HasSubstr(complaint));
+  }
+  sypSetFileSystem(sypUNIX);
 }
 
 }  // namespace
