@@ -90,5 +90,34 @@ TEST_F(ProductEnvironmentTest, KeepsWhatAGenericNameGaveOnce) {
   EXPECT_EQ(Value("TSQOR_TMP"), "/third") << "a plain name is never kept";
 }
 
+TEST(SlotVariable, IsThePrefixAndTheRestOfTheGenericNameButForTwoProducts) {
+  const struct {
+    int Product;
+    const char *Name, *Variable;
+  } cases[] = {
+      {0, "PRODUCT_HOME", "TSQOR_HOME"},
+      {1, "PRODUCT_USER_TMP", "KSB_USER_TMP"},
+      {4, "PRODUCT_HOME", "DWE_HOME"},
+      {4, "PRODUCT_USER_HOME", "DWE_HOME"},
+      {4, "PRODUCT_JMPORT", "TSQOR_JMPORT"},
+      {4, "PRODUCT_TOOLS", "TSQOR_TOOLS"},
+      {4, "PRODUCT_DAT_PREFIX", "TSQOR_DAT_PREFIX"},
+      {4, "PRODUCT_LOCAL_UDB", "TSQOR_LOCAL_UDB"},
+      {4, "PRODUCT_PROJECT_UDB", "TSQOR_PROJECT_UDB"},
+      {4, "PRODUCT_COMPANY_UDB", "TSQOR_COMPANY_UDB"},
+      {4, "PRODUCT_UDB", "DWE_UDB"},
+      {6, "PRODUCT_USER_HOME", "GRT_HOME"},
+      {6, "PRODUCT_LOCAL_UDB", "TSQOR_LOCAL_UDB"},
+      {6, "PRODUCT_PROJECT_UDB", "TSQOR_PROJECT_UDB"},
+      {6, "PRODUCT_COMPANY_UDB", "TSQOR_COMPANY_UDB"},
+      {6, "PRODUCT_JMPORT", "GRT_JMPORT"},
+      {8, "PRODUCT_HOME", "HNX_HOME"},
+      {9, "PRODUCT_USER_HOME", "VRK_USER_HOME"},
+  };
+  for (const auto& [product, name, variable] : cases) {
+    EXPECT_EQ(SlotVariable(product, SlotOf(name).value()), variable) << product << ' ' << name;
+  }
+}
+
 }  // namespace
 }  // namespace tlm

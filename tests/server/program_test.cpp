@@ -42,6 +42,7 @@ TEST(Program, ServesTheProductOfItsName) {
                                 {prefix + "_TMP", home.Root()}},
                                "debug", link);
     EXPECT_THAT(server.Output(), HasSubstr("RUNTIME_JM_SHORT_NAME           = " + code + "jm2010\n"));
+    EXPECT_THAT(server.Output(), HasSubstr("= /" + code + "2010_dp.sta\n"));
     EXPECT_THAT(server.Output(), HasSubstr("= " + prefix + "_JMPORT\n"));
     EXPECT_EQ(JobClient(server.Port()).OutputOf("show", home.Root()), home.Root() + " " + code + " " + code + "2010\n");
   }
@@ -87,6 +88,27 @@ TEST(Program, ChoosesItsRootAndHidesATmpThatDidNotGiveIt) {
     EXPECT_EQ(client.TempRoot(), one.Root);
     EXPECT_EQ(client.OutputOf("show", a.Root()), "<" + one.TmpOfChildren + ">\n");
   }
+}
+
+TEST(Program, LogsWhatItTracesWhileAFileAsksForIt) {
+  const ServerProcess server(Environment{{"TZ", "UTC"}});
+  JobClient client(server.Port());
+  EXPECT_FALSE(server.Root().Has("JMTrace.log"));
+  server.Root().Write("JMTrace.on");
+  const std::time_t before = std::time(nullptr);
+  client.Hello("tlm2010", "desk", 0);
+  std::istringstream log(server.Root().Read("JMTrace.log"));
+  int lines = 0;
+  for (std::string line; std::getline(log, line); ++lines) {
+    std::tm stamp{};
+    const char* text = strptime(line.c_str(), "[%d/%m/%Y %H:%M:%S] :", &stamp);
+    ASSERT_TRUE(text != nullptr && text == line.c_str() + 23) << line;
+    EXPECT_NEAR(static_cast<double>(timegm(&stamp)), static_cast<double>(before), 30) << line;
+  }
+  EXPECT_EQ(lines, 5) << log.str();
+  std::filesystem::remove(server.Root().Path("JMTrace.on"));
+  client.Hello("tlm2010", "desk", 0);
+  EXPECT_EQ(server.Root().Read("JMTrace.log"), log.str());
 }
 
 }  // namespace
