@@ -34,7 +34,7 @@ class Tlmctl : public testing::Test {
     disk.Write("wait", "");
     server.AddProgram("waiter", "echo one; while [ -e wait ]; do sleep 0.05; done; echo two");
   }
-  void LetWaiterGo() const { std::filesystem::remove(disk.Path("wait")); }
+  void LetWaitersGo() const { std::filesystem::remove(disk.Path("wait")); }
 
   Sandbox disk;
   ServerProcess server;

@@ -34,7 +34,6 @@ void ExpectParts(const std::vector<Parts>& cases) {
 }
 
 TEST(MFilePath, ComesApartAtTheLastSeparatorOfEitherKindAndAtTheLastDotAnywhere) {
-  const std::string longName(255, 'n');
   ExpectParts({{"", "", "", "", "", ""},
                {"dir/", "dir/", "", "", "dir/", "dir/"},
                {"a.b/c", "a.b/", "c", "c", ".b/c", "a"},
@@ -42,8 +41,7 @@ TEST(MFilePath, ComesApartAtTheLastSeparatorOfEitherKindAndAtTheLastDotAnywhere)
                {"a/b\\c.d", "a/b\\", "c.d", "c", ".d", "a/b\\c"},
                {"x.tar.gz", "", "x.tar.gz", "x.tar", ".gz", "x.tar"},
                {"d/.hidden", "d/", ".hidden", "", ".hidden", "d/"},
-               {"d/..", "d/", "..", ".", ".", "d/."},
-               {"/" + longName + ".x", "/", longName + ".x", longName, ".x", "/" + longName}});
+               {"d/..", "d/", "..", ".", ".", "d/."}});
 }
 
 TEST(MFilePath, TakesNewPartsWithTheSeparatorOfTheDirectoryGiven) {
@@ -80,23 +78,22 @@ TEST(MFilePath, TakesNewPartsWithTheSeparatorOfTheDirectoryGiven) {
   EXPECT_EQ(file.Path(), std::filesystem::current_path() / "a");
 }
 
-TEST(MFilePath, TakesBrokenBytesOneByOneInAMultiByteLocale) {
-  const InLocale utf8("C.utf8");
-  ASSERT_TRUE(utf8.Found);
-  ExpectParts({{"d\xC3\xA9/v\xC3\xBC.\xE2\x82\xAC", "d\xC3\xA9/", "v\xC3\xBC.\xE2\x82\xAC", "v\xC3\xBC",
-                ".\xE2\x82\xAC", "d\xC3\xA9/v\xC3\xBC"},
-               {"\xE2\x82/\xC3.x", "\xE2\x82/", "\xC3.x", "\xC3", ".x", "\xE2\x82/\xC3"},
-               {"a\xC3\\\xF0", "a\xC3\\", "\xF0", "\xF0", "a\xC3\\\xF0", "a\xC3\\\xF0"}});
-}
-
-TEST(MFilePath, DoesNotTakeATrailByteForASeparator) {
+TEST(MFilePath, StepsByTheCharactersOfTheLocaleAndOverBrokenOnesByteByByte) {
+  {
+    const InLocale utf8("C.utf8");
+    ASSERT_TRUE(utf8.Found);
+    ExpectParts({{"d\xC3\xA9/v\xC3\xBC.\xE2\x82\xAC", "d\xC3\xA9/", "v\xC3\xBC.\xE2\x82\xAC", "v\xC3\xBC",
+                  ".\xE2\x82\xAC", "d\xC3\xA9/v\xC3\xBC"},
+                 {"\xE2\x82/\xC3.x", "\xE2\x82/", "\xC3.x", "\xC3", ".x", "\xE2\x82/\xC3"},
+                 {"a\xC3\\\xF0", "a\xC3\\", "\xF0", "\xF0", "a\xC3\\\xF0", "a\xC3\\\xF0"}});
+  }
   const test::Sandbox disk;
   const std::string locale = disk / "zh_TW.BIG5";
   const int made = std::system(("localedef --no-warnings=ascii -c -i zh_TW -f BIG5 " + locale + " >&2").c_str());
   setenv("LOCPATH", disk.Root().c_str(), 1);
   const InLocale big5("zh_TW.BIG5");
   unsetenv("LOCPATH");
-  if (made == -1 || !big5.Found) GTEST_SKIP() << "the system cannot make a locale with such characters";
+  if (made == -1 || !big5.Found) GTEST_SKIP() << "the system cannot make a locale with a backslash as a trail byte";
   ExpectParts({{"d/\xA5\x5C.x", "d/", "\xA5\x5C.x", "\xA5\x5C", ".x", "d/\xA5\x5C"},
                {"\xA5\x5C\\n", "\xA5\x5C\\", "n", "n", "\xA5\x5C\\n", "\xA5\x5C\\n"}});
 }
