@@ -1,4 +1,4 @@
-// Waiting for a condition, with a generous limit.
+// Waiting for a condition, with a generous limit, and how long something took.
 #pragma once
 
 #include <chrono>
@@ -18,6 +18,13 @@ testing::AssertionResult Eventually(Condition condition, std::chrono::millisecon
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return testing::AssertionSuccess();
+}
+
+template <class Action>
+std::chrono::steady_clock::duration TimeOf(Action action) {
+  const auto start = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::steady_clock::now() - start;
 }
 
 }  // namespace tlm::test
