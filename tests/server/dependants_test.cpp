@@ -1,23 +1,13 @@
 // Jobs that wait for others, what the end of one does to the others, and how jobs leave the table.
-#include <gmock/gmock.h>
-
 #include "support/job_client.h"
 
 namespace tlm::test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-
-struct Dependants : JobTest {
-  // Runs until it is told to stop, or killed, and reports no success.
-  std::uint64_t SubmitEndless(const std::string& pidFile, std::uint64_t predecessor = 0) {
-    return Submit(Do("echo $$ >" + pidFile + "; while ! test -e stop; do sleep 0.1; done"), predecessor);
-  }
-};
+struct Dependants : JobTest {};
 
 TEST_F(Dependants, WaitForTheirPredecessorAndFailWithIt) {
-  const std::uint64_t a = SubmitEndless("a");
+  const std::uint64_t a = Submit(Do(Wait("a")));
   const std::uint64_t b = Submit(Succeed(":"), a);
   const std::uint64_t c = Submit(Succeed(":"), b);
   const std::uint64_t good = Submit(Succeed("sleep 0.3; touch done"));
@@ -29,7 +19,7 @@ TEST_F(Dependants, WaitForTheirPredecessorAndFailWithIt) {
   EXPECT_EQ(Client.Await(next, {Finished}).Predecessor, good);
   EXPECT_EQ(Client.Output(next), "behind\n");
 
-  Work.Write("stop", "");
+  Work.Write("stop");
   EXPECT_EQ(Client.AwaitEnd(a).Status, std::uint32_t{Aborted});
   EXPECT_THAT(Client.Statuses({b, c}), ElementsAre(Aborted, Aborted));
   EXPECT_EQ(Client.Get(b).Started, 0);
@@ -49,7 +39,7 @@ TEST_F(Dependants, WaitForTheirPredecessorAndFailWithIt) {
 }
 
 TEST_F(Dependants, ThatRunAreKilledWhenTheJobThatSubmittedThemFails) {
-  const std::uint64_t creator = SubmitEndless("creator");
+  const std::uint64_t creator = Submit(Do(Wait("creator")));
   JobClient process(Server.Port());
   EXPECT_EQ(process.AttachProcess(static_cast<std::uint64_t>(AwaitNumber("creator")), "", ""), creator);
   const std::uint64_t created = process.SubmitJob(NewJob(Do("echo $$ >created; sleep 600")));
@@ -83,7 +73,7 @@ TEST_F(Dependants, OfFinishedJobsAreSweptWithThemWhenAllAreAborted) {
   const std::uint64_t second = Submit(Succeed(":"), first);
   const std::uint64_t third = Submit(Succeed(":"), second);
   const std::uint64_t queued = SubmitQueued(Succeed(":"));
-  const std::uint64_t running = SubmitEndless("running");
+  const std::uint64_t running = Submit(Do(Wait("running")));
   const std::uint64_t behind = Submit(Succeed(":"), running);
   Client.Await(third, {Finished});
   const std::int32_t pid = AwaitNumber("running");
@@ -101,7 +91,7 @@ TEST_F(Dependants, AreRetiredWithAKilledJobThatGoesOnceOnly) {
   // A killed and released job does not wait for its dependant. The dependant then came back to it on its way up and
   // retired it a second time, so that the job's own predecessor counted two dependants gone.
   Server.Root().Write("JMTrace.on", "");
-  const std::uint64_t killed = SubmitEndless("killed");
+  const std::uint64_t killed = Submit(Do(Wait("killed")));
   const std::uint64_t last = SubmitQueued(Succeed(":"), killed);
   const std::int32_t pid = AwaitNumber("killed");
   EXPECT_TRUE(Client.RemoveJob(killed));
@@ -111,8 +101,7 @@ TEST_F(Dependants, AreRetiredWithAKilledJobThatGoesOnceOnly) {
   Client.Get(last);
   EXPECT_THAT(Client.Jobs(), ElementsAre());
   const std::string log = Server.Root().Read("JMTrace.log");
-  const std::string line = "Deleting job from server [job1.in] status[6]\n";
-  EXPECT_THAT(log, HasSubstr(line));
+  EXPECT_THAT(log, HasSubstr("Deleting job from server [job1.in] status[6]\n"));
   EXPECT_EQ(log.find("[job1.in]"), log.rfind("[job1.in]")) << log;
 }
 

@@ -1,5 +1,4 @@
 // What a job's process sees, and how commands become processes.
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -7,8 +6,6 @@
 
 namespace tlm::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 // Two bytes per character, low byte first.
 std::string FailureText(const std::string& commandLine) {
@@ -25,7 +22,7 @@ TEST_F(Launch, GivesAProcessItsDirectoryArgumentsEnvironmentAndOutput) {
   Server.AddProgram("show",
                     "pwd\nfor word; do echo \"<$word>\"; done\nprintf 'oops\\n' >&2\n"
                     "tr '\\0' '\\n' </proc/$$/environ >$1.env\ncat >stdin.txt\n"
-                    "cut -d' ' -f5 /proc/$$/stat >group.txt; echo $$ >pid.txt\nexit 7\n");
+                    "cut -d' ' -f5 /proc/$$/stat >$1.group; echo $$ >$1.pid\nexit 7\n");
   Submission job = NewJob("show \"two words\" x\\;y 'semi;colon' \"it's\"; do echo again");
   job.TaskKey = "key";
   job.ProcessID = std::int64_t{5} << 32;
@@ -44,7 +41,7 @@ TEST_F(Launch, GivesAProcessItsDirectoryArgumentsEnvironmentAndOutput) {
   EXPECT_THAT(environment, HasSubstr("\nTSQOR_HOME_OF_OTHERS=kept\n"));
   EXPECT_EQ(environment.find("\nTMP="), std::string::npos) << "the root did not come from it";
   EXPECT_EQ(Work.Read("stdin.txt"), "");
-  EXPECT_EQ(Work.Read("group.txt"), Work.Read("pid.txt")) << "leads a group of its own";
+  EXPECT_EQ(Work.Read("two.group"), Work.Read("two.pid")) << "leads a group of its own";
 
   Client.AwaitEnd(plain);
   EXPECT_TRUE(Work.Read("plain.env").starts_with("TSQOR_HOME=")) << "no empty entries of the job";
@@ -56,17 +53,6 @@ TEST_F(Launch, RunsTheCommandsOfAChainInOrderAndKeepsTheLastWord) {
   const std::uint64_t failed = Submit("do exit 255");
   const std::uint64_t recovered = Submit("do exit 255;" + Succeed(":"));
   const std::uint64_t signalled = Submit(Do("kill -TERM $$"));
-  Submission kept = NewJob("do echo results");
-  kept.InputStem = kept.ResultStem;
-  Submission cleared = NewJob("do echo nothing");
-  cleared.InputStem = "other";
-  cleared.InputFile = cleared.ResultStem + ".in";
-  for (const std::string& stem : {kept.ResultStem, cleared.ResultStem}) {
-    for (const char* suffix : {".in", ".dat", ".crc", ".rfn"}) Work.Write(stem + suffix, "old");
-  }
-  Client.SubmitJob(kept);
-  const std::uint64_t last = Client.SubmitJob(cleared);
-
   const Task task = Client.AwaitEnd(chain);
   EXPECT_EQ(task.Status, std::uint32_t{Finished});
   EXPECT_EQ(task.ExitCode, 0U);
@@ -77,22 +63,28 @@ TEST_F(Launch, RunsTheCommandsOfAChainInOrderAndKeepsTheLastWord) {
   EXPECT_EQ(Client.Get(failed).ExitCode, 255U);
   EXPECT_EQ(Client.Await(recovered, {Finished}).ExitCode, 0U) << "a 255 that is followed by a command leaves no trace";
   EXPECT_EQ(Client.AwaitEnd(signalled).ExitCode, 143U);
+}
 
-  Client.AwaitEnd(last);
+TEST_F(Launch, ClearsOlderResultsAwayUnlessTheyAreItsInput) {
+  Submission kept = NewJob("do echo results");
+  Submission cleared = NewJob("do echo nothing");
+  cleared.InputStem = "other";
   for (const char* suffix : {".in", ".dat", ".crc", ".rfn"}) {
+    for (const Submission* job : {&kept, &cleared}) Work.Write(job->ResultStem + suffix, "old");
+  }
+  for (const Submission& job : {kept, cleared}) Client.AwaitEnd(Client.SubmitJob(job));
+  for (const std::string suffix : {".in", ".dat", ".crc", ".rfn"}) {
     EXPECT_TRUE(Work.Has(kept.ResultStem + suffix)) << suffix;
-    const std::string name = suffix;
-    EXPECT_EQ(Work.Has(cleared.ResultStem + suffix), name == ".in" || name == ".rfn") << suffix;
+    EXPECT_EQ(Work.Has(cleared.ResultStem + suffix), suffix == ".in" || suffix == ".rfn") << suffix;
   }
 }
 
 TEST_F(Launch, AppliesThePriorityThatTheJobHasWhenItStartsAndLaterOnes) {
   const auto niceOf = [](std::int32_t pid) { return getpriority(PRIO_PROCESS, static_cast<id_t>(pid)); };
-  const std::string wait = "; while ! test -e stop; do sleep 0.1; done";
   EXPECT_EQ(Client.GetDefaultPriority(), 1U);
-  const std::uint64_t idle = Submit(Do("echo $$ >idle" + wait));
+  const std::uint64_t idle = Submit(Do(Wait("idle")));
   EXPECT_TRUE(Client.SetDefaultPriority(2));
-  const std::uint64_t normal = Submit(Do("echo $$ >normal" + wait));
+  const std::uint64_t normal = Submit(Do(Wait("normal")));
   const std::int32_t idlePid = AwaitNumber("idle");
   const std::int32_t normalPid = AwaitNumber("normal");
   EXPECT_TRUE(Eventually([&] { return niceOf(idlePid) == 19; }));
@@ -106,7 +98,7 @@ TEST_F(Launch, AppliesThePriorityThatTheJobHasWhenItStartsAndLaterOnes) {
   EXPECT_TRUE(Client.SetJobPriority(normal, 0));
   EXPECT_EQ(niceOf(normalPid), 19);
   EXPECT_FALSE(Client.SetJobPriority(444, 0));
-  Work.Write("stop", "");
+  Work.Write("stop");
   Client.AwaitEnd(normal);
 }
 
@@ -115,17 +107,15 @@ TEST_F(Launch, ThatFailsIsToldInTheOutputAndFailsTheJobAlone) {
   Server.Home().Write("bin/plain", "#!/bin/sh\n");
   Server.AddProgram("no_format", "");
   Server.Home().Write("bin/no_format", "neither script nor binary");
-  const std::uint64_t plain = Submit("plain");
-  const std::uint64_t noFormat = Submit("no_format");
+  const HandleList unfit{Submit("plain"), Submit("no_format"), Submit(" ; ;\t'' \"\" ;")};
   const std::uint64_t missing = Submit("missing \"a b\"; do echo never");
   const std::uint64_t open = Submit("do echo before; do 'never closed");
-  const std::uint64_t blanks = Submit(" ; ;\t'' \"\" ;");
   Submission nowhere = NewJob("do :");
   nowhere.WorkDir = Work.Path("missing");
   const std::uint64_t homeless = Client.SubmitJob(nowhere);
   const std::uint64_t huge = Submit("do " + std::string(1 << 20, 'x'));
 
-  for (std::uint64_t handle : {plain, noFormat, missing, blanks, homeless, huge}) {
+  for (std::uint64_t handle : {unfit[0], unfit[1], unfit[2], missing, homeless, huge}) {
     const Task task = Client.Await(handle, {LaunchFailed});
     EXPECT_EQ(task.ExitCode, 0U);
     EXPECT_EQ(task.Elapsed, 0U);
@@ -140,11 +130,10 @@ TEST_F(Launch, ThatFailsIsToldInTheOutputAndFailsTheJobAlone) {
 TEST_F(Launch, UsesTheEnvironmentOfTheMomentAndTheInstallPathOfTheSubmission) {
   Client.SetEnvironment({{"FRESH", "one"}, {"FRESH", "two"}, {"TSQOR_HOME_OF_OTHERS", ""}, {"", "x"}, {"A=B", "x"}});
   const std::uint64_t handle =
-      Submit(Do("echo $FRESH $TSQOR_HOME_OF_OTHERS; touch ready; while ! test -e go; do sleep 0.1; done") + ";" +
-             Do("echo $FRESH"));
-  EXPECT_TRUE(Eventually([&] { return Work.Has("ready"); }));
+      Submit(Do("echo $FRESH $TSQOR_HOME_OF_OTHERS; " + Wait("pid")) + ";" + Do("echo $FRESH"));
+  AwaitNumber("pid");
   Client.SetEnvironment({{"FRESH", "three"}});
-  Work.Write("go", "");
+  Work.Write("stop");
   Client.AwaitEnd(handle);
   EXPECT_EQ(Client.Output(handle), "two\nthree\n") << "also for the next command of a running job";
 }

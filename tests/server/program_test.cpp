@@ -1,12 +1,8 @@
 // The program itself: its commands, its settings, and the product that its name says.
-#include <gmock/gmock.h>
-
 #include "support/job_client.h"
 
 namespace tlm::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 TEST(Program, StopsItsServerWithoutAWordAndSaysThatItsPortIsTaken) {
   ServerProcess server({}, "serve");
@@ -28,9 +24,7 @@ TEST(Program, StopsItsServerWithoutAWordAndSaysThatItsPortIsTaken) {
 
 TEST(Program, ServesTheProductOfItsName) {
   const Sandbox links;
-  for (const std::string code : {"ksb", "vrk"}) {
-    std::string prefix = code;
-    for (char& c : prefix) c = static_cast<char>(std::toupper(c));
+  for (const auto& [code, prefix] : {std::pair<std::string, std::string>{"ksb", "KSB"}, {"vrk", "VRK"}}) {
     const std::string link = links.Path(code + "jm");
     std::filesystem::create_symlink(TLMJM, link);
     const std::string port = std::to_string(FreePort());
@@ -49,40 +43,35 @@ TEST(Program, ServesTheProductOfItsName) {
 }
 
 TEST(Program, TakesItsSettingsFromTheEnvironment) {
-  const std::pair<const char*, std::uint32_t> expiries[] = {{"1.5", 5400}, {"0", 30}, {"-1", 604800}};
-  for (const auto& [hours, expected] : expiries) {
-    const ServerProcess server(Environment{{"TSQOR_TMP_EXPIRY", hours}, {"TSQOR_TRACE", "0"}});
+  const struct {
+    const char *Hours, *Trace;
+    std::uint32_t Expiry;
+  } cases[] = {{"1.5", "0", 5400}, {"0", "1", 30}, {"-1", "", 604800}};
+  for (const auto& [hours, trace, expected] : cases) {
+    const ServerProcess server(Environment{{"TSQOR_TMP_EXPIRY", hours}, {"TSQOR_TRACE", trace}});
     JobClient client(server.Port());
     std::uint32_t expiry = 0;
     EXPECT_EQ(client.TempRoot(&expiry), server.Root().Root());
     EXPECT_EQ(expiry, expected) << hours;
-    EXPECT_EQ(server.Output().find("Full Trace ON"), std::string::npos);
+    EXPECT_EQ(server.Output().starts_with("Full Trace ON\n"), *trace == '1');
+    EXPECT_EQ(server.Output().find("\nHello from desk:0, ClientPort=") != std::string::npos, *trace == '1');
   }
-  const ServerProcess server(Environment{{"TSQOR_TRACE", "1"}});
-  JobClient client(server.Port());
-  EXPECT_THAT(server.Output(), ::testing::StartsWith("Full Trace ON\n"));
-  EXPECT_THAT(server.Output(), HasSubstr("\nHello from desk:0, ClientPort="));
-  EXPECT_THAT(server.Output(), HasSubstr(" Version=tlm2010\nServer recieving message =tlm2010\n"));
-  EXPECT_THAT(server.Output(), HasSubstr("\nInstall Path " + server.Home().Root() + "\n"));
 }
 
 TEST(Program, ChoosesItsRootAndHidesATmpThatDidNotGiveIt) {
   const Sandbox a, b, c;
-  struct Case {
+  struct {
     Environment Variables;
-    std::string Root;
-    std::string TmpOfChildren;
-  };
-  const std::vector<Case> cases{
+    std::string Root, TmpOfChildren;
+  } cases[] = {
       {{{"TMPDIR", a.Root()}, {"TMP", b.Root()}, {"TEMP", c.Root()}}, a.Root(), ""},
       {{{"TMP", b.Root()}, {"TEMP", c.Root()}}, b.Root(), b.Root()},
       {{{"TMPDIR", ""}, {"TMP", ""}, {"TEMP", c.Root()}}, c.Root(), ""},
       {{}, "/tmp", ""},
   };
-  for (const Case& one : cases) {
-    Environment environment = one.Variables;
-    environment["TSQOR_TMP"] = "";
-    const ServerProcess server(environment);
+  for (auto& one : cases) {
+    one.Variables["TSQOR_TMP"] = "";
+    const ServerProcess server(one.Variables);
     server.AddProgram("show", "echo \"<$TMP>\"\n");
     JobClient client(server.Port());
     EXPECT_EQ(client.TempRoot(), one.Root);
@@ -105,7 +94,10 @@ TEST(Program, LogsWhatItTracesWhileAFileAsksForIt) {
     ASSERT_TRUE(text != nullptr && text == line.c_str() + 23) << line;
     EXPECT_NEAR(static_cast<double>(timegm(&stamp)), static_cast<double>(before), 30) << line;
   }
-  EXPECT_EQ(lines, 5) << log.str();
+  EXPECT_EQ(lines, 5);
+  EXPECT_THAT(log.str(), HasSubstr(" Version=tlm2010\n"));
+  EXPECT_THAT(log.str(), HasSubstr("] :Server recieving message =tlm2010\n"));
+  EXPECT_THAT(log.str(), HasSubstr("] :Install Path " + server.Home().Root() + "\n"));
   std::filesystem::remove(server.Root().Path("JMTrace.on"));
   client.Hello("tlm2010", "desk", 0);
   EXPECT_EQ(server.Root().Read("JMTrace.log"), log.str());

@@ -1,28 +1,22 @@
 // Which jobs start when: the queue, its limit and its start time.
-#include <gmock/gmock.h>
-
 #include "support/job_client.h"
 
 namespace tlm::test {
 namespace {
 
-using ::testing::Each;
-using ::testing::ElementsAre;
-
 struct Queue : JobTest {
-  const std::string Wait = Do("while ! test -e stop; do sleep 0.1; done; echo 4 1 >qorjmmsg.$$");
-  void LetAllEnd() { Work.Write("stop", ""); }
+  const std::string Waiter = Succeed(Wait("pid"));
 };
 
 TEST_F(Queue, StartsAsManyAsItsLimitAllowsWhileJobsOfTheOtherClassAlwaysStart) {
   EXPECT_EQ(Client.GetQueueLimit(), std::thread::hardware_concurrency() > 1 ? 2U : 1U);
   EXPECT_FALSE(Client.SetQueueLimit(0));
   EXPECT_TRUE(Client.SetQueueLimit(1));
-  const HandleList queued{SubmitQueued(Wait), SubmitQueued(Wait), SubmitQueued(Wait)};
-  Submission distributed = NewJob(Wait);
+  const HandleList queued{SubmitQueued(Waiter), SubmitQueued(Waiter), SubmitQueued(Waiter)};
+  Submission distributed = NewJob(Waiter);
   distributed.RunClass = kRunDistributed;
   const std::uint64_t waits = Client.SubmitJob(distributed);
-  const HandleList atOnce{Submit(Wait), Submit(Wait)};
+  const HandleList atOnce{Submit(Waiter), Submit(Waiter)};
   for (std::uint64_t handle : atOnce) Client.Await(handle, {Running});
   EXPECT_FALSE(Client.IsQueueRunning());
   EXPECT_EQ(Client.GetJobCount(), 2U);
@@ -31,14 +25,13 @@ TEST_F(Queue, StartsAsManyAsItsLimitAllowsWhileJobsOfTheOtherClassAlwaysStart) {
   EXPECT_TRUE(Client.IsQueueRunning());
   EXPECT_THAT(Client.Statuses(queued), Each(Queued)) << "two jobs run already, and the limit is one";
   EXPECT_TRUE(Client.SetQueueLimit(4));
-  Client.Await(queued[0], {Running});
-  Client.Await(queued[1], {Running});
+  for (std::size_t first : {0U, 1U}) Client.Await(queued[first], {Running});
   EXPECT_EQ(Client.GetJobCount(), 4U);
   EXPECT_EQ(Client.Get(queued[2]).Status, std::uint32_t{Queued});
 
   EXPECT_TRUE(Client.StopQueue());
   EXPECT_FALSE(Client.StopQueue());
-  LetAllEnd();
+  Work.Write("stop");
   for (std::uint64_t handle : {atOnce[0], atOnce[1], queued[0], queued[1]}) Client.Await(handle, {Finished});
   EXPECT_EQ(Client.GetJobCount(), 0U);
   EXPECT_THAT(Client.Statuses({queued[2], waits}), ElementsAre(Queued, Queued)) << "the queue does not run";

@@ -9,23 +9,10 @@ struct Reports : JobTest {
 
   JobClient Process{Server.Port()};  // the connection of a job's process
 
-  // Shell text of a process that waits for the file "stop"; its id goes to the file of the given name.
-  static std::string Wait(const std::string& name) {
-    return "echo $$ >" + name + "; while ! test -e stop; do sleep 0.1; done";
-  }
   std::uint64_t AttachedPid(const std::string& name) {
     const auto pid = static_cast<std::uint64_t>(AwaitNumber(name));
     Process.AttachProcess(pid, "unused", "unused");
     return pid;
-  }
-  // The lines of the server's output that hold the text.
-  std::string PrintedLines(const std::string& text) const {
-    std::istringstream output(Server.Output());
-    std::string lines;
-    for (std::string line; std::getline(output, line);) {
-      if (line.find(text) != line.npos) lines += line + "\n";
-    }
-    return lines;
   }
 };
 
@@ -59,7 +46,7 @@ TEST_F(Reports, CountFromItsAttachmentToItsEnd) {
   EXPECT_EQ(task.ResultFlags, kResultsAvailable);
   EXPECT_EQ(task.TaskType, (std::uint64_t{1} << 32) + 5);
   EXPECT_EQ(task.TaskLevel, 6U);
-  Work.Write("stop", "");
+  Work.Write("stop");
   task = Client.AwaitEnd(job);
   EXPECT_EQ(task.Status, std::uint32_t{Finished}) << "success was reported, the exit code says nothing";
   EXPECT_EQ(task.ExitCode, 1U);
@@ -68,13 +55,11 @@ TEST_F(Reports, CountFromItsAttachmentToItsEnd) {
 }
 
 TEST_F(Reports, DecideHowAJobEnds) {
-  struct Case {
+  const struct {
     std::string Script;
-    std::uint32_t Status;
-    std::uint32_t Flags;
+    std::uint32_t Status, Flags;
     bool CompleteOnFailure = false;
-  };
-  const std::vector<Case> cases{
+  } cases[] = {
       {"echo 4 1 >qorjmmsg.$$; exit 3", Finished, 1},
       {"echo 3 4 >qorjmmsg.$$", Aborted, 0},  // a value is no code
       {"echo 4 1 >qorjmmsg.$$0", Aborted, 0},
@@ -83,7 +68,7 @@ TEST_F(Reports, DecideHowAJobEnds) {
       {"echo 4 1 >qorjmmsg.$$; exit 255", LaunchFailed, 0, true},
   };
   HandleList handles;
-  for (const Case& one : cases) {
+  for (const auto& one : cases) {
     Submission job = NewJob("do \"" + one.Script + "\"");
     job.CompleteOnFailure = one.CompleteOnFailure;
     handles.push_back(Client.SubmitJob(job));
@@ -92,20 +77,19 @@ TEST_F(Reports, DecideHowAJobEnds) {
   const std::uint64_t again = Submit(Do(Wait("again")));
   const std::uint64_t failed = Submit(Do(Wait("failed") + "; exit 255"));
   const std::uint64_t partly = Submit(Do(Wait("partly")));
-  const std::uint64_t chain =
-      Submit(Do(Wait("first")) + ";" + Do("echo $$ >second; while ! test -e end; do sleep 0.1; done"));
+  const std::uint64_t chain = Submit(Do(Wait("first")) + ";" + Do(Wait("second", "end")));
   const std::uint64_t pid = AttachedPid("again");
   EXPECT_TRUE(Process.JobSucceeded(pid));
   Process.AttachProcess(pid, "", "");  // what was reported before counts no more
   EXPECT_TRUE(Process.JobSucceeded(AttachedPid("failed")));
   EXPECT_TRUE(Process.ResultsAvailable(AttachedPid("partly")));
   const std::uint64_t first = AttachedPid("first");
-  Work.Write("stop", "");
+  Work.Write("stop");
   AwaitNumber("second");
   EXPECT_FALSE(Process.JobSucceeded(first)) << "its command is over";
-  Work.Write("end", "");
+  Work.Write("end");
 
-  for (std::size_t i = 0; i < cases.size(); ++i) {
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
     const Task task = Client.AwaitEnd(handles[i]);
     EXPECT_EQ(task.Status, cases[i].Status) << cases[i].Script;
     EXPECT_EQ(task.ResultFlags, cases[i].Flags) << cases[i].Script;
@@ -122,7 +106,6 @@ TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
     request.CommandLine = Work.Path(name);
     request.Directory = Work.Root();
     request.Environment = {"PATH=/usr/bin:/bin"};
-    request.OutputFile = Work.Path("stranger.out");
     return platform::Process::Launch(request).value();
   };
   const platform::Process good = start("good", Wait("good.pid") + "; echo 4 1 >qorjmmsg.$$");
@@ -142,7 +125,7 @@ TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
   EXPECT_EQ(Client.GetJobCount(), 3U) << "each holds a slot";
   EXPECT_TRUE(Client.RemoveJob(handles[2]));
   EXPECT_TRUE(killed.WaitForEnd(kPatience));
-  Work.Write("stop", "");
+  Work.Write("stop");
   EXPECT_EQ(Client.AwaitEnd(handles[0]).Status, std::uint32_t{Finished});
   EXPECT_EQ(Client.Get(handles[0]).ResultFlags, kResultsAvailable);
   for (std::size_t i : {1U, 2U}) EXPECT_EQ(Client.AwaitEnd(handles[i]).Status, std::uint32_t{Aborted});
@@ -167,7 +150,7 @@ TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
 TEST_F(Reports, OnOutputGoToTheOwnerWhoCanBeSucceededByItsHost) {
   auto owner = std::make_unique<JobClient>(Server.Port());
   const std::uint64_t job =
-      owner->SubmitJob(NewJob(Do("echo one; " + Wait("pid") + "; echo two; while ! test -e end; do sleep 0.1; done")));
+      owner->SubmitJob(NewJob(Do("echo one; " + Wait("pid") + "; echo two; " + Wait("x", "end"))));
   const std::uint64_t others = owner->SubmitJob(NewJob(Do(":")));
   AwaitNumber("pid");
   EXPECT_EQ(owner->Output(job), "one\n");
@@ -175,9 +158,11 @@ TEST_F(Reports, OnOutputGoToTheOwnerWhoCanBeSucceededByItsHost) {
   for (std::uint64_t handle : {job, job, others, others, job}) EXPECT_FALSE(Client.TakeOwnership(handle));
   const std::string ports =
       std::to_string(Client.Get(job).ClientPort) + " not " + std::to_string(Client.Get(Submit(Do(":"))).ClientPort);
-  EXPECT_EQ(PrintedLines(" owned by "),
-            "job1 owned by " + ports + "\njob2 owned by " + ports + "\njob1 owned by " + ports + "\n")
-      << "once until another job is refused";
+  const std::string printed = Server.Output(), line = "job1 owned by " + ports + "\n",
+                    between = "job2 owned by " + ports;
+  EXPECT_TRUE(printed.find(line) < printed.find(between) && printed.find(between) < printed.rfind(line)) << printed;
+  EXPECT_EQ(printed.find(line, printed.find(line) + 1), printed.rfind(line)) << "once until another job is refused";
+  EXPECT_EQ(printed.find(between), printed.rfind(between));
   owner.reset();
   JobClient stranger(Server.Port(), "elsewhere");
   EXPECT_FALSE(stranger.TakeOwnership(job));
@@ -187,13 +172,13 @@ TEST_F(Reports, OnOutputGoToTheOwnerWhoCanBeSucceededByItsHost) {
   Client.SetListening(true);
   Client.WatchOutput(job, 4);
   Task task = Client.Get(job);
-  Work.Write("stop", "");
+  Work.Write("stop");
   EXPECT_TRUE(Eventually([&] { return Client.GetJob(job, task); })) << "new output is a change";
   EXPECT_EQ(task.Status, std::uint32_t{Running});
   std::string text = "<";
   Client.ReadOutput(job, 4, text);
   EXPECT_EQ(text, "<two\n");
-  Work.Write("end", "");
+  Work.Write("end");
   Client.AwaitEnd(job);
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <algorithm>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -14,6 +14,9 @@
 
 namespace tlm::test {
 
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using tlm::Finished;  // the state of a job, not the end of a program
 
 // Connected and greeted.
@@ -43,8 +46,8 @@ class JobClient : public QorJMClient {
     EXPECT_TRUE(Eventually([&] {
       task = Get(handle);
       return std::find(states.begin(), states.end(), task.Status) != states.end();
-    })) << "job "
-        << handle << " has status " << task.Status;
+    })) << handle
+        << " has status " << task.Status;
     return task;
   }
   Task AwaitEnd(std::uint64_t handle) { return Await(handle, {LaunchFailed, Finished, Aborted}); }
@@ -94,6 +97,10 @@ struct JobTest : ::testing::Test {
   static std::string Do(const std::string& text) { return "do '" + text + "'"; }
   // The same, ending with success.
   static std::string Succeed(const std::string& text) { return Do(text + "; echo 4 1 > qorjmmsg.$$"); }
+  // Shell text that writes its process id to the file of the given name and waits for another file.
+  static std::string Wait(const std::string& name, const std::string& end = "stop") {
+    return "echo $$ >" + name + "; while ! test -e " + end + "; do sleep 0.1; done";
+  }
 
   // A job of its own stem that starts at once.
   Submission NewJob(const std::string& command, std::uint64_t predecessor = 0) {

@@ -63,14 +63,15 @@ sockaddr_in Loopback(std::uint16_t port) {
   return address;
 }
 
-bool WaitReadable(int socket, std::chrono::milliseconds limit) {
-  pollfd entry{socket, POLLIN, 0};
-  return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+void LimitWaits(int socket) {
+  const timeval limit{kPatience.count(), 0};
+  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
 }  // namespace
 
 RawConnection::RawConnection(std::uint16_t port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  LimitWaits(socket_);
   const sockaddr_in address = Loopback(port);
   if (connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) Fail("connect");
 }
@@ -82,22 +83,15 @@ RawConnection::~RawConnection() {
 }
 
 void RawConnection::Send(const std::string& bytes) {
-  for (std::size_t sent = 0; sent < bytes.size();) {
-    const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (count < 0) Fail("send");
-    sent += static_cast<std::size_t>(count);
-  }
+  const ssize_t sent = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  if (sent != static_cast<ssize_t>(bytes.size())) Fail("send");
 }
 
 std::string RawConnection::Receive(std::size_t length) {
   std::string bytes(length, '\0');
-  for (std::size_t got = 0; got < length;) {
-    if (!WaitReadable(socket_, kPatience)) Fail("no answer in time");
-    const ssize_t count = recv(socket_, bytes.data() + got, length - got, 0);
-    if (count == 0) throw std::runtime_error("closed by the server");
-    if (count < 0) Fail("recv");
-    got += static_cast<std::size_t>(count);
-  }
+  const ssize_t count = recv(socket_, bytes.data(), length, MSG_WAITALL);
+  if (count < 0) Fail("recv");
+  if (count != static_cast<ssize_t>(length)) throw std::runtime_error("closed by the server, or no answer in time");
   return bytes;
 }
 
@@ -118,11 +112,14 @@ std::string RawConnection::Ask(const std::string& call) {
   return ReceiveRecord();
 }
 
-bool RawConnection::IsReadableWithin(std::chrono::milliseconds time) { return WaitReadable(socket_, time); }
+bool RawConnection::IsReadableWithin(std::chrono::milliseconds time) {
+  pollfd entry{socket_, POLLIN, 0};
+  return poll(&entry, 1, static_cast<int>(time.count())) > 0;
+}
 
 bool RawConnection::IsClosedByPeer() {
   char byte = 0;
-  return WaitReadable(socket_, kPatience) && recv(socket_, &byte, 1, MSG_PEEK) <= 0;
+  return IsReadableWithin(kPatience) && recv(socket_, &byte, 1, MSG_PEEK) <= 0;
 }
 
 void RawConnection::CloseAbruptly() {
@@ -139,15 +136,16 @@ RawListener::RawListener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC,
   if (bind(socket_, generic, length) != 0 || listen(socket_, 10) != 0) Fail("listen");
   if (getsockname(socket_, generic, &length) != 0) Fail("getsockname");
   port_ = ntohs(address.sin_port);
+  LimitWaits(socket_);
 }
 
 RawListener::~RawListener() { close(socket_); }
 
 RawConnection RawListener::Accept() {
-  if (!WaitReadable(socket_, kPatience)) Fail("nobody connects");
   RawConnection connection;
   connection.socket_ = accept(socket_, nullptr, nullptr);
   if (connection.socket_ < 0) Fail("accept");
+  LimitWaits(connection.socket_);
   return connection;
 }
 

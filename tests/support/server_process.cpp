@@ -1,6 +1,5 @@
 #include "support/server_process.h"
 
-#include <array>
 #include <cstdlib>
 #include <fcntl.h>
 #include <signal.h>
@@ -22,7 +21,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-int StartProgram(std::vector<std::string> arguments, const Environment& environment, int output) {
+// Both output streams go to the file.
+int StartProgram(std::vector<std::string> arguments, const Environment& environment, const std::string& outputFile) {
   std::vector<std::string> entries{std::string("PATH=") + std::getenv("PATH")};
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
     if (const char* value = std::getenv(name)) entries.push_back(std::string(name) + "=" + value);
@@ -33,8 +33,8 @@ int StartProgram(std::vector<std::string> arguments, const Environment& environm
   const int pid = fork();
   if (pid == 0) {
     dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), 0);
-    dup2(output, 1);
-    dup2(output, 2);
+    dup2(open(outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), 1);
+    dup2(1, 2);
     close_range(3, ~0U, 0);  // nor does anything reach it that the test was started with
     execve(argumentPointers[0], argumentPointers.data(), entryPointers.data());
     _exit(126);
@@ -58,20 +58,11 @@ bool Listens(std::uint16_t port) {
 std::uint16_t FreePort() { return RawListener().Port(); }
 
 Finished RunProgram(const std::vector<std::string>& arguments, const Environment& environment) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  const int pid = StartProgram(arguments, environment, ends[1]);
-  close(ends[1]);
-  Finished result;
-  std::array<char, 4096> piece;
-  for (ssize_t count = 0; (count = read(ends[0], piece.data(), piece.size())) > 0;) {
-    result.Output.append(piece.data(), static_cast<std::size_t>(count));
-  }
-  close(ends[0]);
+  const Sandbox disk;
+  const int pid = StartProgram(arguments, environment, disk.Path("output"));
   int status = 0;
   waitpid(pid, &status, 0);
-  result.ExitCode = ExitCodeOf(status);
-  return result;
+  return {ExitCodeOf(status), disk.Read("output")};
 }
 
 ServerProcess::ServerProcess(const Environment& environment, const std::string& command, const std::string& executable)
@@ -84,9 +75,7 @@ ServerProcess::ServerProcess(const Environment& environment, const std::string& 
   environment_.insert(usual.begin(), usual.end());
   port_ = static_cast<std::uint16_t>(std::stoi(environment_["TSQOR_JMPORT"]));
   std::filesystem::create_directories(home_.Path("bin"));
-  const int log = open(home_.Path("server.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-  pid_ = StartProgram({executable, command}, environment_, log);
-  close(log);
+  pid_ = StartProgram({executable, command}, environment_, home_.Path("server.log"));
   if (!Eventually([this] { return Listens(port_) || !IsRunning(); }) || !IsRunning()) {
     throw std::runtime_error("the server does not listen: " + Output());
   }
@@ -125,14 +114,9 @@ void ServerProcess::Kill() {
 }
 
 std::size_t ServerProcess::PeakMemory() const {
-  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-  for (std::string word; status >> word;) {
-    if (word != "VmHWM:") continue;
-    std::size_t kilobytes = 0;
-    status >> kilobytes;
-    return kilobytes * 1024;
-  }
-  return 0;
+  std::ifstream file("/proc/" + std::to_string(pid_) + "/status");
+  const std::string status{std::istreambuf_iterator<char>(file), {}};
+  return std::stoul(status.substr(status.find("VmHWM:") + 6)) * 1024;
 }
 
 }  // namespace tlm::test
