@@ -27,9 +27,7 @@ TEST(Environment, MayBeReadWhileAnotherThreadChangesIt) {
   std::jthread writer([] {
     for (int i = 0; i < 2000; ++i) SetVariable("TSTEST_T" + std::to_string(i % 50), i % 3 == 0 ? "" : "value");
   });
-  for (int i = 0; i < 2000; ++i) {
-    EXPECT_EQ(GetVariable("TSTEST_T" + std::to_string(i % 50)).value_or("value"), "value");
-  }
+  for (int i = 0; i < 2000; ++i) EXPECT_NE(GetVariable("TSTEST_T" + std::to_string(i % 50)), "");
 }
 
 }  // namespace

@@ -30,18 +30,6 @@ TEST_F(FilesOnDisk, AreWrittenAsTheModeSays) {
   EXPECT_FALSE(File::Open("/dev/full", File::Mode::Append)->Write("lost"));
 }
 
-TEST_F(FilesOnDisk, AreReadFromAnyPosition) {
-  std::optional<File> file = File::Open(disk.Write("file", "0123456789"), File::Mode::Read);
-  char buffer[8] = {};
-  ASSERT_TRUE(file && file->Seek(7));
-  EXPECT_EQ(file->Read(buffer, sizeof buffer), 3U);
-  EXPECT_STREQ(buffer, "789");
-  EXPECT_EQ(file->Read(buffer, sizeof buffer), 0U);
-  EXPECT_FALSE(file->Seek(~std::uint64_t{0}));
-  EXPECT_FALSE(File::Open("/proc/self/mem", File::Mode::Read)->Read(buffer, sizeof buffer));
-  EXPECT_EQ(ReadWholeFile(disk.Write("large", std::string(200'000, 'x'))), std::string(200'000, 'x'));
-}
-
 TEST_F(FilesOnDisk, AreClosedByScope) {
   const auto openFiles = [] { return ListNames("/proc/self/fd")->size(); };
   const std::size_t before = openFiles();
@@ -59,8 +47,6 @@ TEST_F(FilesOnDisk, HaveDirectoriesForTheOwnerAlone) {
   const std::optional<std::string> directory = MakeUniqueDirectory(disk.Root(), "tq");
   ASSERT_TRUE(directory && directory->starts_with(disk / "tq"));
   EXPECT_EQ(fs::status(*directory).permissions(), fs::perms::owner_all);
-  EXPECT_TRUE(MakeDirectory(disk / "private", true));
-  EXPECT_EQ(fs::status(disk / "private").permissions(), fs::perms::owner_all);
 }
 
 }  // namespace

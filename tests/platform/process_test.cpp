@@ -1,12 +1,14 @@
-// Starting real programs, what they are given, and following them to their end.
+// Starting real programs, what they are given, following them to their end, and asking them for it.
 #include "platform/process.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 #include "platform/limits.h"
+#include "platform/stop_event.h"
 #include "support/eventually.h"
 #include "support/sandbox.h"
 
@@ -99,14 +101,11 @@ TEST_F(ProcessTest, ExitCodesAreToldAgainAndAgain) {
     for (int again = 0; again < 2; ++again) EXPECT_EQ(process->ExitCode(), code) << script;
     EXPECT_FALSE(Process::Open(process->Id())) << "left in the process table";
   }
-}
-
-TEST_F(ProcessTest, AProgramThatHasEndedKeepsItsCodeWhileItsGroupIsEnded) {
   std::optional<Process> process = Shell("sleep 300 & echo $!; exit 3");
   ASSERT_TRUE(process && process->WaitForEnd(kPatience));
   std::optional<Process> grandchild = Grandchild();
   process->Terminate();
-  EXPECT_EQ(CodeAtEnd(std::move(grandchild)), kUnknownExitCode);
+  EXPECT_EQ(CodeAtEnd(std::move(grandchild)), kUnknownExitCode) << "the group of an ended program is ended";
   EXPECT_EQ(process->ExitCode(), 3U);
 }
 
@@ -121,17 +120,31 @@ TEST_F(ProcessTest, PriorityAndTerminationReachTheGroupThatTheProgramLeads) {
     EXPECT_EQ(process->ExitCode(), std::nullopt);
     EXPECT_EQ(getpgid(process->Id()), own ? process->Id() : getpgrp());
 
-    const int normal = getpriority(PRIO_PROCESS, 0);
-    const auto nice = [](const Process& one) { return getpriority(PRIO_PROCESS, static_cast<id_t>(one.Id())); };
+    const auto nice = [](std::int32_t id) { return getpriority(PRIO_PROCESS, static_cast<id_t>(id)); };
     process->SetPriority(1);
-    EXPECT_EQ(nice(*process), 19);
-    EXPECT_EQ(nice(*grandchild), own ? 19 : normal);
+    EXPECT_EQ(nice(process->Id()), 19);
+    EXPECT_EQ(nice(grandchild->Id()), own ? 19 : nice(0));
 
     process->Terminate();
     EXPECT_EQ(CodeAtEnd(std::move(process)), 0U);
     if (!own) grandchild->Terminate();
     EXPECT_EQ(CodeAtEnd(std::move(grandchild)), kUnknownExitCode);
   }
+}
+
+TEST(StopEvent, IsSetByItsNameAndTakesThePlaceOfOneThatWasLeftBehind) {
+  const std::string name = "stop_event_test_" + std::to_string(getpid());
+  EXPECT_FALSE(SetStopEvent(name)) << "nobody has made it";
+  {
+    std::optional<StopEvent> event = StopEvent::Create(name);
+    const std::jthread setter([&] { EXPECT_TRUE(SetStopEvent(name)); });
+    EXPECT_TRUE(event->WaitFor(std::chrono::seconds(60)));
+    std::optional<StopEvent> successor = StopEvent::Create(name);
+    EXPECT_FALSE(successor->IsSet());
+    StopEvent moved = std::move(*successor);
+    EXPECT_TRUE(SetStopEvent(name) && moved.IsSet()) << "keeps its name";
+  }
+  EXPECT_FALSE(SetStopEvent(name)) << "the name goes with the event";
 }
 
 }  // namespace
