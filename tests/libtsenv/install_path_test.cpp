@@ -1,8 +1,6 @@
 // Where the product of a client's release is installed on this machine.
 #include "libtsenv/install_path.h"
 
-#include <stdexcept>
-
 #include "settings_fixture.h"
 
 namespace tlm {

@@ -48,6 +48,9 @@ TEST_F(ProductEnvironmentTest, LooksUnderTheKeyOfProductAndRelease) {
       {"ksb", "ksb2011", "SOFTWARE\\Corvanta\\Corvanta Tessarine Kestrel\\2011"},
       {"vrk", "2012a", "SOFTWARE\\Corvanta\\Corvanta Tessarine Vireo\\2012a"},
       {"plv", "none", "SOFTWARE\\Corvanta\\Corvanta Tessarine Pelorus\\"},
+      {"hnx2010", "", "SOFTWARE\\Corvanta\\Corvanta Tessarine Hanover\\2010"},
+      {"KSB", "", "SOFTWARE\\Corvanta\\Corvanta Tessarine Lumora\\2010"},
+      {"ks", "", "SOFTWARE\\Corvanta\\Corvanta Tessarine Lumora\\2010"},
   };
   for (const auto& [code, release, key] : cases) {
     Set("TS_BUILDCODE", code);
@@ -56,67 +59,56 @@ TEST_F(ProductEnvironmentTest, LooksUnderTheKeyOfProductAndRelease) {
     ProductChoice choice;
     ProductEnvironment environment{choice};
     EXPECT_EQ(environment.RegistryBase(), key);
-    EXPECT_EQ(environment.ProductValue("TSTEST_A"), std::string(code) + "!");
+    Set("TS_BUILDCODE", "dwe");
+    EXPECT_EQ(environment.ProductValue("TSTEST_A"), std::string(code) + "!") << "the first look decides";
   }
 }
 
-TEST_F(ProductEnvironmentTest, GenericNamesFallBackToPlacesBelowHome) {
+TEST_F(ProductEnvironmentTest, GenericNamesFallBackToPlacesBelowHomeAndAreKept) {
+  EXPECT_EQ(Value("PRODUCT_TMP"), "none") << "neither variable nor home";
   Set("TSQOR_HOME", "/home");
-  Set("TSQOR_USER_HOME", "/user");
   Set("TSQOR_JMPORT", "2000");
   Set("TSQOR_WORKSPACE", "/no/effect");
   Set("TSQOR_UDM", "/elsewhere/udm");
-  const std::pair<const char*, const char*> cases[] = {
-      {"PRODUCT_NAME", "none"},
-      {"PRODUCT_DAT", "/home/data/dat"},
-      {"PRODUCT_UDM", "/elsewhere/udm"},
-      {"PRODUCT_USER_UDB", "/user/udb"},
-      {"PRODUCT_LOCAL_UDB", "none"},
-      {"PRODUCT_JMPORT", "2000"},
-      {"PRODUCT_WORKSPACE", "/home/data/workspace"},
-      {"PRODUCT_USER_WORKSPACE", "/user/workspace"},
-      {"product_tmp", "none"},
-  };
-  for (const auto& [name, value] : cases) EXPECT_EQ(Value(name), value) << name;
-}
-
-TEST_F(ProductEnvironmentTest, KeepsWhatAGenericNameGaveOnce) {
-  EXPECT_EQ(Value("PRODUCT_TMP"), "none") << "neither variable nor home";
-  Set("TSQOR_HOME", "/first");
-  EXPECT_EQ(Value("PRODUCT_TMP"), "/first/tmp") << "a missing value is tried again";
-  Set("TSQOR_HOME", "/second");
-  Set("TSQOR_TMP", "/third");
-  EXPECT_EQ(Value("PRODUCT_TMP"), "/first/tmp");
-  EXPECT_EQ(Value("TSQOR_TMP"), "/third") << "a plain name is never kept";
+  for (const std::string tmp : {"", "/later"}) {
+    Set("TSQOR_TMP", tmp);
+    const std::pair<const char*, std::string> cases[] = {
+        {"PRODUCT_NAME", "none"},          {"PRODUCT_DAT", "/home/data/dat"},
+        {"PRODUCT_UDM", "/elsewhere/udm"}, {"PRODUCT_LOCAL_UDB", "none"},
+        {"PRODUCT_JMPORT", "2000"},        {"PRODUCT_WORKSPACE", "/home/data/workspace"},
+        {"PRODUCT_TMP", "/home/tmp"},      {"TSQOR_TMP", tmp.empty() ? "none" : tmp},  // a plain name is never kept
+        {"product_tmp", "none"},
+    };
+    for (const auto& [name, value] : cases) EXPECT_EQ(Value(name), value) << name;
+  }
+  Set("TSQOR_USER_HOME", "/user");
+  ProductEnvironment withUser{Choice};
+  EXPECT_EQ(withUser.ProductValue("PRODUCT_USER_UDB"), "/user/udb");
+  EXPECT_EQ(withUser.ProductValue("PRODUCT_USER_WORKSPACE"), "/user/workspace");
 }
 
 TEST(SlotVariable, IsThePrefixAndTheRestOfTheGenericNameButForTwoProducts) {
   const struct {
     int Product;
-    const char *Name, *Variable;
+    std::string Prefix;
+    std::vector<std::string> Names;
   } cases[] = {
-      {0, "PRODUCT_HOME", "TSQOR_HOME"},
-      {1, "PRODUCT_USER_TMP", "KSB_USER_TMP"},
-      {4, "PRODUCT_HOME", "DWE_HOME"},
-      {4, "PRODUCT_USER_HOME", "DWE_HOME"},
-      {4, "PRODUCT_JMPORT", "TSQOR_JMPORT"},
-      {4, "PRODUCT_TOOLS", "TSQOR_TOOLS"},
-      {4, "PRODUCT_DAT_PREFIX", "TSQOR_DAT_PREFIX"},
-      {4, "PRODUCT_LOCAL_UDB", "TSQOR_LOCAL_UDB"},
-      {4, "PRODUCT_PROJECT_UDB", "TSQOR_PROJECT_UDB"},
-      {4, "PRODUCT_COMPANY_UDB", "TSQOR_COMPANY_UDB"},
-      {4, "PRODUCT_UDB", "DWE_UDB"},
-      {6, "PRODUCT_USER_HOME", "GRT_HOME"},
-      {6, "PRODUCT_LOCAL_UDB", "TSQOR_LOCAL_UDB"},
-      {6, "PRODUCT_PROJECT_UDB", "TSQOR_PROJECT_UDB"},
-      {6, "PRODUCT_COMPANY_UDB", "TSQOR_COMPANY_UDB"},
-      {6, "PRODUCT_JMPORT", "GRT_JMPORT"},
-      {8, "PRODUCT_HOME", "HNX_HOME"},
-      {9, "PRODUCT_USER_HOME", "VRK_USER_HOME"},
+      {0, "TSQOR", {"HOME", "USER_HOME"}},
+      {1, "KSB", {"USER_TMP", "LOCAL_UDB"}},
+      {4, "DWE", {"HOME", "UDB"}},
+      {4, "TSQOR", {"JMPORT", "TOOLS", "DAT_PREFIX", "LOCAL_UDB", "PROJECT_UDB", "COMPANY_UDB"}},
+      {6, "GRT", {"HOME", "JMPORT", "TOOLS", "DAT_PREFIX"}},
+      {6, "TSQOR", {"LOCAL_UDB", "PROJECT_UDB", "COMPANY_UDB"}},
+      {8, "HNX", {"HOME", "USER_HOME"}},
   };
-  for (const auto& [product, name, variable] : cases) {
-    EXPECT_EQ(SlotVariable(product, SlotOf(name).value()), variable) << product << ' ' << name;
+  const auto variable = [](int product, const std::string& name) {
+    return SlotVariable(product, SlotOf("PRODUCT_" + name).value());
+  };
+  for (const auto& [product, prefix, names] : cases) {
+    for (const std::string& name : names) EXPECT_EQ(variable(product, name), prefix + '_' + name) << product;
   }
+  EXPECT_EQ(variable(4, "USER_HOME"), "DWE_HOME");
+  EXPECT_EQ(variable(6, "USER_HOME"), "GRT_HOME");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Names and port that follow from the executable's path.
 #include "libtsenv/runtime_identity.h"
 
-#include "libtsenv/product_table.h"
 #include "settings_fixture.h"
 
 namespace tlm {
@@ -26,18 +25,6 @@ TEST_F(IdentityTest, FollowsTheWordInTheProgramsPath) {
     EXPECT_EQ(identity.DefaultPort, port) << path;
     EXPECT_EQ(identity.RUNTIME_JM_LONG_NAME, longName) << path;
     EXPECT_EQ(platform::GetVariable("TS_BUILDCODE").value_or(""), code) << path;
-  }
-}
-
-TEST_F(IdentityTest, ProductIsTheOneThatTheEnvironmentTellsAtTheFirstQuestion) {
-  const std::pair<const char*, const char*> cases[] = {{"", "tlm2010"},        {"ksb", "ksb2010"}, {"vrk", "vrk2010"},
-                                                       {"hnx2010", "hnx2010"}, {"KSB", "tlm2010"}, {"ks", "tlm2010"}};
-  for (const auto& [code, token] : cases) {
-    Set("TS_BUILDCODE", code);
-    ProductChoice choice;
-    EXPECT_STREQ(choice.Row().ReleaseToken, token) << code;
-    Set("TS_BUILDCODE", "dwe");
-    EXPECT_STREQ(choice.Row().ReleaseToken, token) << "kept";
   }
 }
 

@@ -15,23 +15,21 @@ SYSTEM = re.compile(
 
 
 def allowed(folder):
-    if folder in CLIENTS:
-        return {folder} | set(LAYERS[LAYERS.index(CLIENTS[folder]):])
-    return set(LAYERS[LAYERS.index(folder):])
+    return {folder} | set(LAYERS[LAYERS.index(CLIENTS.get(folder, folder)):])
 
 
 def faults(source):
     for path in sorted(source.rglob("*")):
         if path.suffix not in (".h", ".cpp", ".def"):
             continue
-        folder = path.relative_to(source).parts[0]
-        in_posix = path.relative_to(source).parts[:2] == ("platform", "posix")
+        name = path.relative_to(source)
+        folder = name.parts[0]
         for number, line in enumerate(path.read_text().splitlines(), 1):
-            where = f"{path.relative_to(source)}:{number}"
+            where = f"{name}:{number}"
             included = re.match(r'#include "([^/"]+)/', line)
             if included and included.group(1) not in allowed(folder):
                 yield f"{where}: {folder} includes {included.group(1)}"
-            if not in_posix and SYSTEM.search(line):
+            if name.parts[:2] != ("platform", "posix") and SYSTEM.search(line):
                 yield f"{where}: a system's own service: {line.strip()}"
 
 
