@@ -52,13 +52,13 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     EXPECT_TRUE(job.CreatorJob == creator && job.Predecessor == predecessor);
   }
   void Change(Job& job) {
-    const unsigned field = Below(7);
-    if (field == 0) job.Killed = -static_cast<std::int32_t>(Below(3));
-    if (field == 1) job.Pid = AnyPid();
-    if (field == 2) job.Dependents = static_cast<std::int32_t>(Below(2));
-    if (field == 3) job.ResultFlags = Below(4);
-    if (field == 4) job.RemoveWhenDone = Below(2) == 0;
-    if (field > 4) job.Status = 1 + Below(7);
+    const auto maybe = [this] { return Below(3) == 0; };
+    if (maybe()) job.Killed = -static_cast<std::int32_t>(Below(3));
+    if (maybe()) job.Pid = AnyPid();
+    if (maybe()) job.Dependents = static_cast<std::int32_t>(Below(2));
+    if (maybe()) job.ResultFlags = Below(4);
+    if (maybe()) job.RemoveWhenDone = Below(2) == 0;
+    if (maybe()) job.Status = 1 + Below(7);
     Table.Changed(job);
   }
   void Erase(JobRef ref) {
