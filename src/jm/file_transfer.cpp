@@ -36,6 +36,12 @@ void SendData(ORpcIO& io, const FileTransferItem& item) {
   Encode(io, std::uint32_t{0});
 }
 
+// Only a file is ever replaced: where a device or a directory stands, nothing is touched.
+bool MayStandAt(const std::string& destination) {
+  platform::FileStatus status;
+  return !destination.empty() && (platform::GetFileStatus(destination, status) != 0 || status.IsRegular);
+}
+
 std::optional<File> OpenTemporary(const FileTransferItem& item) {
   std::optional<File> file =
       File::Open(TemporaryName(item), item.Offset == 0 ? File::Mode::Truncate : File::Mode::Update);
@@ -62,12 +68,17 @@ void ReceiveItem(ORpcIO& io, FileTransferItem& item) {
   Decode(io, item.Source);
   Decode(io, item.Offset);
   MLockFile lock;
-  static_cast<void>(lock.Lock(TemporaryName(item), false));  // the file is written whatever the answer
-  std::optional<File> file = OpenTemporary(item);
+  std::optional<File> file;
+  if (MayStandAt(item.Destination)) {
+    static_cast<void>(lock.Lock(TemporaryName(item), false));  // the file is written whatever the answer
+    file = OpenTemporary(item);
+  }
   item.Stored = file.has_value();
   Buffer piece(kPiece);
   while (const auto length = Decoded<std::uint32_t>(io)) {
-    if (!ReceiveChunk(io, file, length, piece)) item.Stored = false;
+    if (ReceiveChunk(io, file, length, piece)) continue;
+    item.Stored = false;
+    file.reset();  // what was written is the beginning of the data, from which a later transfer can go on
   }
   if (file && !file->Close()) item.Stored = false;
 }

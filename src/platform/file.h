@@ -36,6 +36,8 @@ class File {
   [[nodiscard]] bool Write(const void* data, std::size_t length) { return WriteSome(data, length) == length; }
   [[nodiscard]] bool Write(std::string_view text) { return Write(text.data(), text.size()); }
   bool Seek(std::uint64_t position);
+  // Cuts the file off, or fills it up with zeros.
+  bool Resize(std::uint64_t size);
   // False if the system reports that something written before was lost. Nothing else may be called afterwards.
   bool Close();
 

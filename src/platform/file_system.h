@@ -1,4 +1,5 @@
-// Questions about the names in the file system, and changes to them. Nothing here throws or keeps anything open.
+// Questions about the names in the file system, and changes to them. Nothing here throws or keeps anything open. A path
+// with a zero byte in it names nothing.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,7 @@ struct FileStatus {
   std::uint64_t Size = 0;             // bytes
   std::int64_t ModificationTime = 0;  // seconds since 1970
   bool IsDirectory = false;
+  bool IsRegular = false;  // a file proper: no directory, device or pipe
 };
 
 // 0 and the status, following links; else the system's error number.

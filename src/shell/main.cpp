@@ -10,7 +10,7 @@
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  tlm::platform::IgnoreBrokenPipes();
+  tlm::platform::LetWritesFail();
   tlm::platform::RaiseDescriptorLimit();
 
   tlm::DetectClient(argc > 0 ? argv[0] : "");

@@ -3,7 +3,7 @@
 #include "tlmctl/commands.h"
 
 int main(int argc, char** argv) {
-  tlm::platform::IgnoreBrokenPipes();
+  tlm::platform::LetWritesFail();
   tlm::DetectClient(argc > 0 ? argv[0] : "");
 
   tlm::ctl::Program program;

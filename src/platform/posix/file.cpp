@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/posix/interrupt.h"
+#include "platform/posix/path.h"
 
 namespace tlm::platform {
 
@@ -40,7 +41,7 @@ bool IsDirectory(int descriptor) {
 std::optional<File> File::Open(const std::string& path, Mode mode) {
   // Not to block is for a pipe that lies where a file is looked for: without it the open would wait for the other end.
   const int flags = FlagsOf(mode) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-  const int descriptor = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFile); });
+  const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, kNewFile); });
   if (descriptor < 0) return std::nullopt;
   File file(descriptor);
   if (IsDirectory(descriptor)) return std::nullopt;
@@ -87,6 +88,11 @@ std::size_t File::WriteSome(const void* data, std::size_t length) {
 bool File::Seek(std::uint64_t position) {
   if (position > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return false;
   return lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) >= 0;
+}
+
+bool File::Resize(std::uint64_t size) {
+  if (size > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return false;
+  return RetryInterrupted([&] { return ftruncate(descriptor_, static_cast<off_t>(size)); }) == 0;
 }
 
 bool File::Close() {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/posix/interrupt.h"
+#include "platform/posix/path.h"
 
 namespace tlm::platform {
 
@@ -17,7 +18,7 @@ constexpr mode_t kNewFile = 0666;  // less the umask
 
 std::optional<FileLock> FileLock::Open(const std::string& path) {
   const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-  const int descriptor = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFile); });
+  const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, kNewFile); });
   if (descriptor < 0) return std::nullopt;
   return FileLock(descriptor, path);
 }
@@ -49,7 +50,7 @@ bool FileLock::TryLock() {
 bool FileLock::IsCurrent() const {
   struct stat opened;
   struct stat named;
-  return fstat(descriptor_, &opened) == 0 && stat(path_.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+  return fstat(descriptor_, &opened) == 0 && stat(SystemPath(path_), &named) == 0 && opened.st_dev == named.st_dev &&
          opened.st_ino == named.st_ino;
 }
 

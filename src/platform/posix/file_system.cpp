@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/posix/interrupt.h"
+#include "platform/posix/path.h"
 
 namespace tlm::platform {
 
@@ -19,7 +20,9 @@ namespace {
 constexpr mode_t kNewDirectory = 0777;  // less the umask
 constexpr mode_t kPrivateDirectory = 0700;
 
-bool MayAccess(const std::string& path, int kind) { return faccessat(AT_FDCWD, path.c_str(), kind, AT_EACCESS) == 0; }
+bool MayAccess(const std::string& path, int kind) {
+  return faccessat(AT_FDCWD, SystemPath(path), kind, AT_EACCESS) == 0;
+}
 
 // A path under the root that the system's makers of unique names can fill in.
 std::string NamePattern(const std::string& root, const std::string& prefix) {
@@ -32,45 +35,48 @@ std::string NamePattern(const std::string& root, const std::string& prefix) {
 
 int GetFileStatus(const std::string& path, FileStatus& status) {
   struct stat found;
-  if (stat(path.c_str(), &found) != 0) return errno;
+  if (stat(SystemPath(path), &found) != 0) return errno;
   status.Size = static_cast<std::uint64_t>(found.st_size);
   status.ModificationTime = found.st_mtime;
   status.IsDirectory = S_ISDIR(found.st_mode);
+  status.IsRegular = S_ISREG(found.st_mode);
   return 0;
 }
 
 bool IsLink(const std::string& path) {
   struct stat found;
-  return lstat(path.c_str(), &found) == 0 && S_ISLNK(found.st_mode);
+  return lstat(SystemPath(path), &found) == 0 && S_ISLNK(found.st_mode);
 }
 
 bool IsWritable(const std::string& path) { return MayAccess(path, W_OK); }
 
 bool SetOwnerWritable(const std::string& path, bool writable) {
   struct stat found;
-  if (stat(path.c_str(), &found) != 0) return false;
+  if (stat(SystemPath(path), &found) != 0) return false;
   const mode_t former = found.st_mode & 07777;
   const mode_t wanted = writable ? former | S_IWUSR : former & ~static_cast<mode_t>(S_IWUSR);
-  return chmod(path.c_str(), wanted) == 0;
+  return chmod(SystemPath(path), wanted) == 0;
 }
 
 bool IsExecutableFile(const std::string& path) {
   struct stat found;
-  return stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) && MayAccess(path, X_OK);
+  return stat(SystemPath(path), &found) == 0 && S_ISREG(found.st_mode) && MayAccess(path, X_OK);
 }
 
-bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
+bool RemoveFile(const std::string& path) { return unlink(SystemPath(path)) == 0; }
 
-bool RemoveEmptyDirectory(const std::string& path) { return rmdir(path.c_str()) == 0; }
+bool RemoveEmptyDirectory(const std::string& path) { return rmdir(SystemPath(path)) == 0; }
 
-bool RenameFile(const std::string& from, const std::string& to) { return rename(from.c_str(), to.c_str()) == 0; }
+bool RenameFile(const std::string& from, const std::string& to) {
+  return rename(SystemPath(from), SystemPath(to)) == 0;
+}
 
 bool MakeDirectory(const std::string& path, bool privately) {
-  return mkdir(path.c_str(), privately ? kPrivateDirectory : kNewDirectory) == 0;
+  return mkdir(SystemPath(path), privately ? kPrivateDirectory : kNewDirectory) == 0;
 }
 
 std::optional<std::vector<std::string>> ListNames(const std::string& directory) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(directory.c_str()), closedir);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(SystemPath(directory)), closedir);
   if (!stream) return std::nullopt;
   std::vector<std::string> names = {".", ".."};  // not every file system lists them itself
   for (;;) {
@@ -106,6 +112,6 @@ std::string CurrentDirectory() {
   return path ? path.get() : "";
 }
 
-bool ChangeDirectory(const std::string& path) { return chdir(path.c_str()) == 0; }
+bool ChangeDirectory(const std::string& path) { return chdir(SystemPath(path)) == 0; }
 
 }  // namespace tlm::platform

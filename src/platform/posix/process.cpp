@@ -19,6 +19,7 @@
 
 #include "platform/posix/descriptor_limit.h"
 #include "platform/posix/interrupt.h"
+#include "platform/posix/path.h"
 #include "platform/posix/program_line.h"
 
 // This header is not made for C++ everywhere.
@@ -36,7 +37,7 @@ constexpr int kOutputFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
 class Output {
  public:
   explicit Output(const std::string& path)
-      : descriptor_(RetryInterrupted([&] { return open(path.c_str(), kOutputFlags, 0666); })) {}
+      : descriptor_(RetryInterrupted([&] { return open(SystemPath(path), kOutputFlags, 0666); })) {}
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
   ~Output() {
@@ -64,7 +65,8 @@ class SpawnSteps {
   SpawnSteps(const LaunchRequest& request, int output) {
     Check(posix_spawn_file_actions_init(&actions_));
     Check(posix_spawnattr_init(&attributes_));
-    if (!request.Directory.empty()) Check(posix_spawn_file_actions_addchdir_np(&actions_, request.Directory.c_str()));
+    if (!request.Directory.empty())
+      Check(posix_spawn_file_actions_addchdir_np(&actions_, SystemPath(request.Directory)));
     Check(posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));
     Check(posix_spawn_file_actions_adddup2(&actions_, output, STDERR_FILENO));
     Check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
@@ -113,7 +115,7 @@ std::optional<pid_t> Spawn(const LaunchRequest& request, int output) {
   const SpawnSteps steps(request, output);
   if (!line || !steps.Complete()) return std::nullopt;
   pid_t id = 0;
-  const int error = posix_spawn(&id, line->Program.c_str(), steps.Actions(), steps.Attributes(),
+  const int error = posix_spawn(&id, SystemPath(line->Program), steps.Actions(), steps.Attributes(),
                                 WordPointers(line->Arguments).data(), WordPointers(request.Environment).data());
   if (error != 0) return std::nullopt;
   return id;

@@ -4,6 +4,9 @@
 
 namespace tlm::platform {
 
-void IgnoreBrokenPipes() { std::signal(SIGPIPE, SIG_IGN); }
+void LetWritesFail() {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
 
 }  // namespace tlm::platform
