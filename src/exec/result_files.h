@@ -10,7 +10,8 @@ namespace tlm {
 
 // The files of the job's ResultStem and of every stem that an ".exr" list among them names, in byte order of their
 // names for each stem. A list that names a stem a second time brings nothing new. The input file, the lists themselves,
-// the manifest and ".rfn" files are no results.
+// the manifest, ".rfn"
+// files and directories are no results.
 std::vector<MFile> ResultFileScan(const Job& job);
 
 // The file that lists the results with their sizes.

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "jm/iqorjm.h"
 #include "rpc/callheader.h"
@@ -106,10 +107,18 @@ struct OperationOf {
   }
 };
 
-template <std::uint32_t kNumber, bool kAwaited, class Result, class... Parameters>
-OperationOf<kNumber, kAwaited, Result, Parameters...> MakeOperation(Result (IQorJM::*)(Parameters...));
+template <std::uint32_t kNumber, bool kAwaited, class Interface, class Result, class... Parameters>
+OperationOf<kNumber, kAwaited, Result, Parameters...> MakeOperation(Result (Interface::*)(Parameters...));
 
 template <std::uint32_t kNumber, bool kAwaited, auto kMethod>
 using Operation = decltype(MakeOperation<kNumber, kAwaited>(kMethod));
+
+// The operation's stub, to be followed by the parenthesised list of its arguments.
+template <class Operation>
+auto Stub(ORpcClient& client) {
+  return [&client](auto&&... arguments) {
+    return Operation::Call(client, std::forward<decltype(arguments)>(arguments)...);
+  };
+}
 
 }  // namespace tlm

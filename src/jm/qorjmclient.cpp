@@ -15,20 +15,10 @@ std::uint16_t JobManagerPort() {
   return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
 }
 
-namespace {
-
-// Puts the client in front of a parenthesised list of arguments.
-template <class Stub>
-auto Bind(ORpcClient& client) {
-  return [&client](auto&&... arguments) { return Stub::Call(client, std::forward<decltype(arguments)>(arguments)...); };
-}
-
-}  // namespace
-
 #define OPERATION(number, name, result, parameters, arguments) \
-  result QorJMClient::name parameters { return Bind<Operation<number, true, &IQorJM::name>>(*this) arguments; }
+  result QorJMClient::name parameters { return Stub<Operation<number, true, &IQorJM::name>>(*this) arguments; }
 #define ONE_WAY(number, name, parameters, arguments) \
-  void QorJMClient::name parameters { Bind<Operation<number, false, &IQorJM::name>>(*this) arguments; }
+  void QorJMClient::name parameters { Stub<Operation<number, false, &IQorJM::name>>(*this) arguments; }
 #include "jm/operations.def"
 #undef OPERATION
 #undef ONE_WAY

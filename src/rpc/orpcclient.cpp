@@ -57,6 +57,11 @@ void ORpcClient::Disconnect() {
   stream_.reset();
 }
 
+void ORpcClient::Interrupt() {
+  const MAutoLock lock(lock_);
+  if (socket_ != 0) platform::ShutdownSocket(socket_);
+}
+
 ORpcIO& ORpcClient::BeginCall(std::uint32_t procedure) {
   const MAutoLock lock(lock_);
   if (!stream_) throw OrpcSocketError(platform::kNotConnected);

@@ -29,6 +29,9 @@ class ORpcClient {
   void Connect(const std::string& host, std::uint16_t port) EXCLUDES(lock_);
   void Connect(std::uint32_t address, std::uint16_t port) EXCLUDES(lock_);  // IPv4, network order
   void Disconnect();
+  // Ends the waits of calls that are further down the stack, like a loss of the connection. The socket stays open until
+  // they have left: its number must not become another connection's before.
+  void Interrupt();
 
   // The stream, to be written. Raises OrpcSocketError, also when there is no connection.
   ORpcIO& BeginCall(std::uint32_t procedure);

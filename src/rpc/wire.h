@@ -31,6 +31,7 @@ Integer LoadBigEndian(const unsigned char* bytes) {
 ORpcIO& Encode(ORpcIO& io, std::uint32_t value);
 ORpcIO& Encode(ORpcIO& io, std::uint64_t value);
 ORpcIO& Encode(ORpcIO& io, bool value);
+inline ORpcIO& Encode(ORpcIO& io, std::uint16_t value) { return Encode(io, std::uint32_t{value}); }
 ORpcIO& Encode(ORpcIO& io, const std::string& value);
 
 void Decode(ORpcIO& io, std::uint32_t& value);

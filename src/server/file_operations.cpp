@@ -1,5 +1,8 @@
-// The operations on files and directories. What belongs to mapped directories, results and peers answers its failure
-// value.
+// The operations on files and directories.
+#include "dist/client_files.h"
+#include "dist/directory_table.h"
+#include "dist/result_transfer.h"
+#include "exec/temp_directories.h"
 #include "server/qorjmserver.h"
 #include "util/mfile.h"
 
@@ -33,26 +36,51 @@ void QorJMServer::GetTempRoot(Out<std::string> directory, Out<std::uint32_t> exp
   expiry.Ref = static_cast<std::uint32_t>(state_.TempExpiry);
 }
 
-bool QorJMServer::SetTempRoot(const std::string&, std::uint32_t) { return false; }
+bool QorJMServer::SetTempRoot(const std::string& directory, std::uint32_t expiry) {
+  const MAutoLock lock(state_.StateLock);
+  return tlm::SetTempRoot(state_, directory, expiry);
+}
 
-bool QorJMServer::MapClientDirectory(const std::string&, std::string&) { return false; }
+bool QorJMServer::MapClientDirectory(const std::string& clientDirectory, std::string& serverDirectory) {
+  const MAutoLock lock(state_.StateLock);
+  serverDirectory = tlm::MapClientDirectory(state_, session_, clientDirectory);
+  return true;
+}
 
-bool QorJMServer::ClientFileExists(const std::string&) { return false; }
+bool QorJMServer::ClientFileExists(const std::string& path) {
+  const MAutoLock lock(state_.StateLock);
+  return tlm::ClientFileExists(state_, session_, path);
+}
 
-bool QorJMServer::ClientFileMatches(const std::string&, std::uint32_t, std::uint32_t) { return false; }
+bool QorJMServer::ClientFileMatches(const std::string& path, std::uint32_t size, std::uint32_t) {
+  const MAutoLock lock(state_.StateLock);
+  return tlm::ClientFileMatches(state_, session_, path, size);
+}
 
-bool QorJMServer::CheckClientFiles(const StringList&, Out<StringList>) { return false; }
+bool QorJMServer::CheckClientFiles(const StringList& files, Out<StringList> missing) {
+  const MAutoLock lock(state_.StateLock);
+  missing.Ref = MissingClientFiles(state_, session_, files);
+  return missing.Ref.empty();
+}
 
-bool QorJMServer::RequestResults(std::uint64_t, FileTransferList&) { return false; }
+bool QorJMServer::RequestResults(std::uint64_t handle, FileTransferList& files) {
+  const MAutoLock lock(state_.StateLock);
+  return tlm::RequestResults(state_, session_, handle, files);
+}
 
-bool QorJMServer::ResultsNotSent(std::uint64_t) { return false; }
+bool QorJMServer::ResultsNotSent(std::uint64_t handle) {
+  const MAutoLock lock(state_.StateLock);
+  return tlm::ResultsNotSent(state_, session_, handle);
+}
 
-void QorJMServer::ResultsIncomplete(std::uint64_t, const StringList&) {}
+void QorJMServer::ResultsIncomplete(std::uint64_t handle, const StringList& names) {
+  const MAutoLock lock(state_.StateLock);
+  tlm::ResultsIncomplete(state_, session_, handle, names);
+}
 
-void QorJMServer::ResultsReceived(std::uint64_t) {}
-
-void QorJMServer::GetServerPool(Out<StringList>) {}
-
-void QorJMServer::SetServerPool(const StringList&) {}
+void QorJMServer::ResultsReceived(std::uint64_t handle) {
+  const MAutoLock lock(state_.StateLock);
+  tlm::ResultsReceived(state_, session_, handle);
+}
 
 }  // namespace tlm

@@ -8,6 +8,8 @@
 #include "libtsenv/install_path.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/environment.h"
+#include "rpc/orpcerror.h"
+#include "server/orphan_sweep.h"
 #include "store/ownership.h"
 #include "store/trace.h"
 
@@ -16,6 +18,7 @@ namespace tlm {
 QorJMServer::QorJMServer(JobManagerState& state, ORpcThread& thread) : state_(state), thread_(thread) {
   const MAutoLock lock(state_.StateLock);
   if (state_.TempRoot.empty()) state_.TempRoot = DeriveTempRoot();
+  session_.Server = this;
   state_.SessionList.push_back(&session_);
 }
 
@@ -25,6 +28,8 @@ void QorJMServer::Abandon() {
   if (abandoned_) return;
   abandoned_ = true;
   Trace(state_, "Disconnect %d\n", session_.ClientPort);
+  if (session_.Callback) session_.Callback->Interrupt();
+  session_.Callback.reset();
   const MAutoLock lock(state_.StateLock);
   std::erase(state_.SessionList, &session_);
   if (session_.Listening) --state_.ListeningSessions;
@@ -39,6 +44,8 @@ void QorJMServer::Dispatch(std::int32_t procedure) {
 bool QorJMServer::HasProc(std::int32_t procedure) const { return IsOperation(procedure); }
 
 bool QorJMServer::Hello(const std::string& versionToken, const std::string& clientHost, std::uint32_t callbackPort) {
+  SweepOrphans(state_, thread_);
+  if (abandoned_) throw OrpcSocketError(platform::kConnectionAborted);  // this client was an orphan itself
   const MAutoLock lock(state_.StateLock);
   session_.ClientPort = RemotePort();
   session_.ClientHost = clientHost;

@@ -1,4 +1,5 @@
-// The operations on the queue and its limits.
+// The operations on the queue, its limits and the peers.
+#include "dist/server_pool.h"
 #include "exec/queue.h"
 #include "server/qorjmserver.h"
 
@@ -38,6 +39,16 @@ bool QorJMServer::SetLocalLimit(std::uint32_t limit) {
 std::uint32_t QorJMServer::GetLocalLimit() {
   const MAutoLock lock(state_.StateLock);
   return state_.LocalLimit;
+}
+
+void QorJMServer::GetServerPool(Out<StringList> pool) {
+  const MAutoLock lock(state_.StateLock);
+  pool.Ref = state_.ServerPool;
+}
+
+void QorJMServer::SetServerPool(const StringList& pool) {
+  const MAutoLock lock(state_.StateLock);
+  tlm::SetServerPool(state_, pool);
 }
 
 }  // namespace tlm

@@ -17,7 +17,7 @@ inline constexpr std::int32_t kTerminated = -1;
 inline constexpr std::int32_t kEndedOnStopEvent = -2;
 
 // Guarded by StateLock. Whoever changes a field marked with an asterisk calls JobTable::Changed before anything else
-// looks at the table. Of the Task's fields Status, RunClass and ResultFlags are such.
+// looks at the table. Of the Task's fields ClientPort, Status, RunClass and ResultFlags are such.
 struct Job : Task {
   std::int32_t Dependents = 0;  // * jobs that name this one as Predecessor
   std::int32_t Failures = 0;    // failed contacts with the peer that runs the job
@@ -30,7 +30,7 @@ struct Job : Task {
   std::uint64_t RemoteJob = 0;  // its handle on the peer that runs it, 0 if it runs here
   JobRef CreatorJob = 0;        // the job whose process submitted it
   std::uint64_t Handle = 0;     // its identity towards clients
-  std::string TempDir;          // where it runs and where its results lie
+  std::string TempDir;          // * where it runs and where its results lie
   std::string OutFile;          // its captured output
   std::string Env;              // one further entry for the child's environment
   std::string BinPath;          // put in front of each command

@@ -22,7 +22,8 @@ struct JobManagerState {
   MMutex PoolLock;
 
   JobTable Jobs GUARDED_BY(StateLock);
-  std::vector<Session*> SessionList GUARDED_BY(StateLock);  // live sessions, in order of creation
+  std::vector<Session*> SessionList GUARDED_BY(StateLock);    // live sessions, in order of creation
+  std::vector<std::string> ServerPool GUARDED_BY(StateLock);  // host names of the peers, in the order of asking
   std::int32_t ListeningSessions GUARDED_BY(StateLock) = 0;
   JobRef LastRefusedJob GUARDED_BY(StateLock) = 0;  // keeps one trace line from repeating
 

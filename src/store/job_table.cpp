@@ -20,6 +20,7 @@ Job& JobTable::Add() {
   lastHandle_ += kHandleStep;
   Job& job = jobs_[lastHandle_].Record;
   job.Handle = lastHandle_;
+  byPort_.emplace(job.ClientPort, job.Handle);
   return job;
 }
 
@@ -40,6 +41,8 @@ void JobTable::Erase(JobRef ref) {
   Unfollow(ref, entry.Record.Predecessor);
   Unfollow(ref, entry.Record.CreatorJob);
   byPid_.erase({entry.IndexedPid, ref});
+  byPort_.erase({entry.IndexedPort, ref});
+  IndexDirectory(entry, "");
   if (entry.UsesQueue) --queueUsers_;
   for (std::set<JobRef>* index : {&readyAtOnce_, &readyInQueue_, &retirable_, &removed_}) index->erase(ref);
   IndexFollowers(entry);
@@ -80,6 +83,8 @@ void JobTable::Changed(Job& job) {
     if (job.Pid != 0) byPid_.emplace(job.Pid, job.Handle);
     entry.IndexedPid = job.Pid;
   }
+  IndexOwner(entry, job.ClientPort);
+  IndexDirectory(entry, job.TempDir);
   const bool usesQueue = job.RunClass == kRunQueued && (job.Status == Queued || job.Status == Running);
   queueUsers_ = queueUsers_ + (usesQueue ? 1 : 0) - (entry.UsesQueue ? 1 : 0);
   entry.UsesQueue = usesQueue;
@@ -88,6 +93,21 @@ void JobTable::Changed(Job& job) {
   IndexReadiness(entry);
   if (entry.IndexedStatus != job.Status) IndexFollowers(entry);
   entry.IndexedStatus = job.Status;
+}
+
+void JobTable::IndexOwner(Entry& entry, std::uint32_t clientPort) {
+  if (entry.IndexedPort == clientPort) return;
+  byPort_.erase({entry.IndexedPort, entry.Record.Handle});
+  byPort_.emplace(clientPort, entry.Record.Handle);
+  entry.IndexedPort = clientPort;
+}
+
+void JobTable::IndexDirectory(Entry& entry, const std::string& directory) {
+  if (entry.IndexedDirectory == directory) return;
+  const auto former = directories_.find(entry.IndexedDirectory);
+  if (former != directories_.end() && --former->second == 0) directories_.erase(former);
+  if (!directory.empty()) ++directories_[directory];
+  entry.IndexedDirectory = directory;
 }
 
 void JobTable::IndexReadiness(Entry& entry) {
@@ -113,6 +133,14 @@ const std::set<JobRef>& JobTable::FollowersOf(JobRef ref) const {
   static const std::set<JobRef> none;
   const auto found = jobs_.find(ref);
   return found == jobs_.end() ? none : found->second.Followers;
+}
+
+std::vector<JobRef> JobTable::OwnedThrough(std::uint32_t clientPort) const {
+  std::vector<JobRef> refs;
+  for (auto next = byPort_.lower_bound({clientPort, 0}); next != byPort_.end() && next->first == clientPort; ++next) {
+    refs.push_back(next->second);
+  }
+  return refs;
 }
 
 Job* JobTable::FindByPid(std::int32_t pid) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -29,8 +30,8 @@ class JobTable {
   // Names the job that has to finish first, or the job whose process submitted this one. Either may be none.
   void SetPredecessor(Job& job, JobRef predecessor);
   void SetCreator(Job& job, JobRef creator);
-  // Brings the indexes up to date after a change of the fields that Job marks, or of the Task's Status, RunClass and
-  // ResultFlags.
+  // Brings the indexes up to date after a change of the fields that Job marks, or of the Task's ClientPort, Status,
+  // RunClass and ResultFlags.
   void Changed(Job& job);
 
   // A job waits for a predecessor that is in the table and has not finished.
@@ -43,6 +44,11 @@ class JobTable {
   bool QueueInUse() const { return queueUsers_ != 0; }
   // Jobs that name this one as predecessor or creator, in order of creation.
   const std::set<JobRef>& FollowersOf(JobRef ref) const;
+
+  // Jobs that belong to the client at this port, in order of creation; port 0 gives those that belong to nobody.
+  std::vector<JobRef> OwnedThrough(std::uint32_t clientPort) const;
+  // True while a job of the table has exactly this TempDir.
+  bool IsInUse(const std::string& directory) const { return directories_.contains(directory); }
 
   // The first job, in order of creation, whose process has this id. Null also for id 0.
   Job* FindByPid(std::int32_t pid);
@@ -63,11 +69,15 @@ class JobTable {
     std::set<JobRef> Followers;
     std::uint32_t IndexedStatus = 0;
     std::int32_t IndexedPid = 0;
+    std::uint32_t IndexedPort = 0;
+    std::string IndexedDirectory;
     bool UsesQueue = false;
   };
 
   void Follow(JobRef follower, JobRef leader);
   void Unfollow(JobRef follower, JobRef leader);
+  void IndexOwner(Entry& entry, std::uint32_t clientPort);
+  void IndexDirectory(Entry& entry, const std::string& directory);
   void IndexReadiness(Entry& entry);
   void IndexFollowers(const Entry& entry);
   void ReindexProcess(std::int32_t pid);
@@ -76,6 +86,8 @@ class JobTable {
   JobRef lastHandle_ = 0;
   std::map<std::int32_t, JobRef> processTable_;
   std::set<std::pair<std::int32_t, JobRef>> byPid_;
+  std::set<std::pair<std::uint32_t, JobRef>> byPort_;
+  std::map<std::string, std::size_t> directories_;  // how many jobs are in each
   std::set<JobRef> readyAtOnce_;
   std::set<JobRef> readyInQueue_;
   std::set<JobRef> retirable_;

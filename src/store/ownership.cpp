@@ -50,18 +50,18 @@ Job* TakeOwnership(JobManagerState& state, const Session& session, JobRef ref) {
   if ((job->ResultFlags & kResultsBeingSent) != 0) {  // a transfer to the former owner was cut off
     ForgetWhatWasSent(*job);
     job->ResultFlags = (job->ResultFlags & ~kResultsBeingSent) | kResultsAvailable;
-    state.Jobs.Changed(*job);
   }
   job->ClientPort = session.ClientPort;
+  state.Jobs.Changed(*job);
   return job;
 }
 
 void DisownJobs(JobManagerState& state, const Session& session) {
-  for (JobRef ref : state.Jobs.All()) {
+  for (JobRef ref : state.Jobs.OwnedThrough(session.ClientPort)) {
     Job& job = *state.Jobs.Find(ref);
-    if (job.ClientPort != session.ClientPort) continue;
     Trace(state, "Disowning %s\n", job.ResultStem.c_str());
     job.ClientPort = 0;
+    state.Jobs.Changed(job);
     ForgetWhatWasSent(job);
   }
 }

@@ -3,8 +3,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
+#include "jm/qorjmproxyclient.h"
+#include "rpc/orpcserver.h"
 #include "store/job.h"
 
 namespace tlm {
@@ -21,6 +24,10 @@ struct Session {
   std::uint16_t ClientPort = 0;  // of the client's end of the connection; 0 before Hello
   std::string InstallPath;       // empty: no job may be submitted
   std::uint16_t CallbackPort = 0;
+  // For the thread of the server loop alone: the object that answers on the connection, and the connection back to the
+  // client, none until the first sweep for orphans.
+  const ORpcServer* Server = nullptr;
+  std::shared_ptr<QorJMProxyClient> Callback;
 };
 
 }  // namespace tlm

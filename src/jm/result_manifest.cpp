@@ -1,0 +1,110 @@
+#include "jm/result_manifest.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <sstream>
+#include <string_view>
+
+#include "platform/environment.h"
+#include "platform/file.h"
+
+namespace tlm {
+
+namespace {
+
+constexpr std::string_view kTag = "crc";
+constexpr std::string_view kVersion = "1";
+constexpr std::string_view kSeparators = ":;";
+constexpr std::string_view kWhiteSpace = " \n\r\t\f\v";
+
+// A name in any encoding becomes one word of plain characters.
+std::string HexOf(std::string_view name) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string hex;
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    hex += kDigits[byte >> 4];
+    hex += kDigits[byte & 15];
+  }
+  return hex;
+}
+
+unsigned DigitValue(char digit) { return static_cast<unsigned>(digit < 'a' ? digit - '0' : digit - 'a' + 10); }
+
+std::string NameOf(std::string_view hex) {
+  std::string name;
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+    name += static_cast<char>(DigitValue(hex[i]) << 4 | DigitValue(hex[i + 1]));
+  }
+  return name;
+}
+
+std::string AsToken(std::string text) {
+  const auto separates = [](char c) {
+    return kSeparators.find(c) != std::string_view::npos || kWhiteSpace.find(c) != std::string_view::npos;
+  };
+  std::replace_if(text.begin(), text.end(), separates, '_');
+  return text;
+}
+
+std::vector<std::string_view> Tokens(std::string_view word) {
+  std::vector<std::string_view> tokens;
+  while (!word.empty()) {
+    const std::size_t end = std::min(word.find_first_of(kSeparators), word.size());
+    if (end > 0) tokens.push_back(word.substr(0, end));
+    word.remove_prefix(std::min(end + 1, word.size()));
+  }
+  return tokens;
+}
+
+struct ManifestEntry {
+  std::string Name;
+  std::uint32_t Size;
+};
+
+std::optional<ManifestEntry> ParseEntry(std::string_view word) {
+  const std::vector<std::string_view> tokens = Tokens(word);
+  if (tokens.size() < 7 || tokens[0] != kTag || tokens[1] != kVersion) return std::nullopt;
+  std::int64_t size = 0;
+  std::from_chars(tokens[4].data(), tokens[4].data() + tokens[4].size(), size);
+  return ManifestEntry{NameOf(tokens[3]), static_cast<std::uint32_t>(size)};
+}
+
+// As it has come so far: a transfer that was broken off leaves it under another name.
+std::string ReceivedPath(const std::string& path) {
+  std::uint32_t size = 0;
+  return MFile(path + ".tmp").GetSize(size) == 0 ? path + ".tmp" : path;
+}
+
+}  // namespace
+
+std::string ManifestLine(const MFile& file, std::uint32_t size, std::int64_t date) {
+  std::ostringstream line;
+  line << kTag << ':' << kVersion << ':' << AsToken(file.Extension()) << ':' << HexOf(file.Name()) << ':' << size << ':'
+       << date << ":0;\n";
+  return line.str();
+}
+
+std::vector<std::string> CheckReceivedResults(const FileTransferList& received, bool all) {
+  std::vector<std::string> shortFiles;
+  if (platform::GetVariable("TSQOR_NO_RESULT_RECOVERY")) return shortFiles;
+  const auto manifest = std::find_if(received.Items.begin(), received.Items.end(), [](const FileTransferItem& item) {
+    return MFile(item.Destination).Extension() == ".crc";
+  });
+  if (manifest == received.Items.end()) return shortFiles;
+
+  const std::string directory = MFile(manifest->Destination).DirectoryPart();
+  std::istringstream words(platform::ReadWholeFile(ReceivedPath(manifest->Destination)).value_or(""));
+  for (std::string word; words >> word;) {
+    const std::optional<ManifestEntry> entry = ParseEntry(word);
+    if (!entry) continue;
+    const std::string path = directory + entry->Name;
+    if (MFile(ReceivedPath(path)).Size() >= entry->Size) continue;
+    shortFiles.push_back(path);
+    if (!all) break;
+  }
+  return shortFiles;
+}
+
+}  // namespace tlm

@@ -1,0 +1,232 @@
+// The server's directories for those of its clients, and the table of them that survives a restart.
+#include <csignal>
+#include <gmock/gmock.h>
+#include <thread>
+
+#include "rpc/orpcerror.h"
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using std::chrono::hours;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+struct Directories : ::testing::Test {
+  Sandbox Root;
+
+  Environment Settings() const { return {{"TSQOR_TMP", Root.Root()}}; }
+  std::string Table() const { return Root.Read("tlm2010.sta"); }
+  static std::string Map(JobClient& client, const std::string& key) {
+    std::string directory;
+    EXPECT_TRUE(client.MapClientDirectory(key, directory));
+    EXPECT_TRUE(std::filesystem::is_directory(directory)) << directory;
+    return directory;
+  }
+  static std::string Record(const std::string& host, const std::string& key, const std::string& directory) {
+    return host + "\n" + key + "\n" + directory + "\n";
+  }
+  // A directory below the root with one file, last written so long ago.
+  std::string Used(const std::string& name, hours age) const {
+    const std::string file = Root.Write(name + "/file", "content");
+    std::filesystem::last_write_time(file, std::filesystem::file_time_type::clock::now() - age);
+    return Root / name;
+  }
+};
+
+TEST_F(Directories, BelongToAHostAndAKeyAcrossConnectionsAndRestarts) {
+  std::string first;
+  std::string second;
+  {
+    ServerProcess server(Settings());
+    JobClient client(server.Port());
+    first = Map(client, "c:\\work");
+    EXPECT_THAT(first, StartsWith(Root / "tq"));
+    EXPECT_EQ(Table(), Record("desk", "c:\\work", first));
+    Root.Write(std::filesystem::path(first).filename().string() + "/kept");
+    JobClient neighbour(server.Port());
+    EXPECT_EQ(Map(neighbour, "c:\\work"), first);
+    JobClient stranger(server.Port(), "elsewhere");
+    second = Map(stranger, "c:\\work");
+    EXPECT_NE(second, first);
+    EXPECT_EQ(Table(), Record("desk", "c:\\work", first) + Record("elsewhere", "c:\\work", second));
+    EXPECT_EQ(Map(client, "c:\\work"), first);
+  }
+  Root.Write(std::filesystem::path(second).filename().string() + "/kept");
+  ServerProcess server(Settings());
+  JobClient stranger(server.Port(), "elsewhere");
+  EXPECT_EQ(Map(stranger, "c:\\work"), second);
+  EXPECT_EQ(Table(), Record("desk", "c:\\work", first) + Record("elsewhere", "c:\\work", second));
+}
+
+TEST_F(Directories, ThatTheTableCannotHoldAreServedAndNotRecorded) {
+  ServerProcess server(Settings());
+  for (const auto& [host, key] : {std::pair<std::string, std::string>{"desk", "work\n" + Root.Root()},
+                                  {"desk\n\n" + Root.Root(), "work"},
+                                  {"desk", std::string(1024, 'k')}}) {
+    JobClient client(server.Port(), host);
+    const std::string directory = Map(client, key);
+    EXPECT_EQ(Map(client, key), directory) << "for this connection it stays";
+  }
+  EXPECT_EQ(Table(), "");
+  JobClient client(server.Port());
+  Map(client, std::string(1023, 'k'));
+  EXPECT_THAT(Table(), StartsWith("desk\nkkk"));
+}
+
+TEST_F(Directories, GoByAgeWithTheirRecordsUnlessAJobIsInThem) {
+  const std::string old = Used("old", hours(24 * 8));
+  const std::string young = Used("young", hours(24 * 6));
+  const std::string mixed = Used("mixed", hours(24 * 8));
+  Root.Write("mixed/new");
+  const std::string deep = Used("deep", hours(24 * 8));
+  Root.MakeDirectory("deep/below");
+  const std::string gone = Root / "gone";
+  Sandbox elsewhere;
+  elsewhere.Write("file");
+  std::filesystem::last_write_time(elsewhere / "file", std::filesystem::file_time_type() + hours(1));
+  std::filesystem::create_directory_symlink(elsewhere.Root(), Root / "link");
+  std::string table;
+  for (const std::string& directory : {young, mixed, deep, gone, Root / "link"}) table += Record("a", "k", directory);
+  Root.Write("tlm2010.sta", Record("b", "k", old) + table);
+
+  ServerProcess server(Settings());
+  JobClient client(server.Port());
+  const std::string mine = Map(client, "mine");
+  EXPECT_EQ(Table(), table + Record("desk", "mine", mine));
+  EXPECT_FALSE(std::filesystem::exists(old));
+  EXPECT_TRUE(Root.Has("young/file") && Root.Has("mixed/new") && Root.Has("deep/below") && elsewhere.Has("file"));
+  EXPECT_FALSE(Root.Has("mixed/file") || Root.Has("deep/file"));
+
+  Submission job;
+  job.WorkDir = "mine";
+  job.RunClass = kRunQueued;
+  EXPECT_NE(client.SubmitJob(job), 0U);
+  Map(client, "other");  // would take an empty directory that is no job's
+  EXPECT_THAT(Table(), testing::HasSubstr(mine));
+  EXPECT_TRUE(std::filesystem::is_directory(mine));
+}
+
+TEST_F(Directories, OfADamagedTableAreThoseBeforeTheDamage) {
+  const std::string whole = Record("desk", "a", Used("a", hours(1)));
+  const std::string after = Record("desk", "b", Used("b", hours(1)));
+  const std::string name(1024, 'n');
+  const std::pair<std::string, std::string> cases[] = {
+      {whole + "desk\nb", whole},
+      {whole + "desk\n\n\n" + after, whole},
+      {whole + name + "\nb\n" + Root / "b\n" + after, whole},
+      {whole + "desk\nb\n" + Root.Root(), whole},  // an append that was broken off behind the root
+      {whole + after.substr(0, after.size() - 1), whole + after},
+  };
+  for (const auto& [table, rest] : cases) {
+    Root.Write("tlm2010.sta", table);
+    ServerProcess server(Settings());
+    JobClient client(server.Port());
+    EXPECT_FALSE(client.ClientFileExists("x"));  // a look at the table
+    EXPECT_EQ(Table(), rest);
+    EXPECT_EQ(Map(client, "a"), Root / "a");
+  }
+}
+
+TEST_F(Directories, SurviveARewriteThatWasBrokenOffOrCannotBeMade) {
+  const std::string record = Record("desk", "a", Used("a", hours(1)));
+  Root.Write("tlm2010.sta~", record);
+  {
+    ServerProcess server(Settings());
+    JobClient client(server.Port());
+    EXPECT_EQ(Map(client, "a"), Root / "a") << "the new table is whole once the old one has gone";
+    EXPECT_EQ(Table(), record);
+    EXPECT_FALSE(Root.Has("tlm2010.sta~"));
+  }
+  Root.MakeDirectory("tlm2010.sta~");  // stands in the way of a rewrite
+  ServerProcess server(Settings());
+  JobClient client(server.Port());
+  EXPECT_EQ(Map(client, "a"), Root / "a");
+  const std::string second = Map(client, "b");
+  EXPECT_EQ(Table(), record + Record("desk", "b", second));
+}
+
+TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
+  std::map<std::string, std::string> answered;
+  std::uint32_t seed = 1;
+  for (int round = 0; round < 15; ++round) {
+    ServerProcess server(Settings());
+    std::thread killer([&server, delay = std::chrono::microseconds(seed = seed * 48271 % 60000)] {
+      std::this_thread::sleep_for(delay);  // a random moment, and no wait for anything
+      kill(server.Pid(), SIGKILL);
+    });
+    try {
+      JobClient client(server.Port());
+      for (const auto& [key, directory] : answered) EXPECT_EQ(Map(client, key), directory);
+      for (int i = 0;; ++i) {
+        const std::string key = std::to_string(round) + "/" + std::to_string(i);
+        std::string directory;
+        client.MapClientDirectory(key, directory);
+        std::ofstream(directory + "/kept") << key;  // an empty directory would go in the next sweep
+        answered[key] = directory;
+      }
+    } catch (const OrpcSocketError&) {
+    } catch (int) {
+    }
+    killer.join();
+    server.Kill();
+  }
+  EXPECT_FALSE(answered.empty());
+  ServerProcess server(Settings());
+  JobClient client(server.Port());
+  for (const auto& [key, directory] : answered) EXPECT_EQ(Map(client, key), directory);
+}
+
+TEST_F(Directories, AreEmptiedWhenTheRootMoves) {
+  ServerProcess server(Settings());
+  JobClient client(server.Port());
+  const std::string old = Map(client, "a");
+  Used(std::filesystem::path(old).filename().string(), hours(1));
+  client.SetServerPool({"peer1", "peer2"});
+  EXPECT_TRUE(Eventually([&] { return Root.Read("tlm2010_dp.sta") == "peer1\npeer2\n"; }));
+  Sandbox next;
+  const std::string file = next.Write("file");
+  for (const std::string& refused : {next / "missing", file, std::string()}) {
+    EXPECT_FALSE(client.SetTempRoot(refused, 60)) << refused;
+  }
+  EXPECT_FALSE(client.SetTempRoot(next.Root() + std::string("\0x", 2), 60));
+  EXPECT_TRUE(client.SetTempRoot(Root.Root(), 7));
+  std::uint32_t expiry = 0;
+  EXPECT_EQ(client.TempRoot(&expiry), Root.Root());
+  EXPECT_EQ(expiry, 7U);
+  EXPECT_TRUE(std::filesystem::exists(old + "/file"));
+
+  EXPECT_TRUE(client.SetTempRoot(next.Root(), 0));
+  EXPECT_EQ(client.TempRoot(&expiry), next.Root());
+  EXPECT_EQ(expiry, 0U);
+  EXPECT_FALSE(std::filesystem::exists(old) || Root.Has("tlm2010.sta") || Root.Has("tlm2010_dp.sta"));
+  EXPECT_THAT(Map(client, "a"), StartsWith(next / "tq"));
+  StringList pool;
+  client.GetServerPool({pool});
+  EXPECT_THAT(pool, ElementsAre("peer1", "peer2")) << "without a file the names in memory stay";
+  next.Write("tlm2010_dp.sta", " one\ttwo\n\nthree");
+  Map(client, "b");
+  client.GetServerPool({pool});
+  EXPECT_THAT(pool, ElementsAre("one", "two", "three"));
+  client.SetServerPool({});
+  EXPECT_TRUE(Eventually([&] { return next.Read("tlm2010_dp.sta").empty(); }));
+  Map(client, "c");
+  client.GetServerPool({pool});
+  EXPECT_THAT(pool, IsEmpty());
+}
+
+TEST_F(JobTest, TheRootCannotMoveWhileAJobRuns) {
+  const Sandbox next;
+  const std::uint64_t job = Submit(Do("echo $$ >pid; while ! test -e stop; do sleep 0.05; done"));
+  AwaitNumber("pid");
+  EXPECT_FALSE(Client.SetTempRoot(next.Root(), 60));
+  EXPECT_TRUE(Client.SetTempRoot(Client.TempRoot(), 60)) << "its expiry can be set at any time";
+  Work.Write("stop");
+  Client.AwaitEnd(job);
+  EXPECT_TRUE(Client.SetTempRoot(next.Root(), 60));
+}
+
+}  // namespace
+}  // namespace tlm::test

@@ -1,0 +1,96 @@
+// Clients that have gone without a word, and how they are found.
+#include <gmock/gmock.h>
+
+#include "rpc/orpcerror.h"
+#include "support/job_client.h"
+#include "support/raw_connection.h"
+
+namespace tlm::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr std::uint32_t kProxyProgram = 0x514A4D52;
+
+struct Orphans : JobTest {
+  Orphans() : JobTest(Environment{{"TSQOR_TRACE", "1"}}) {}
+
+  // A client that can be called back. Its jobs run in the test's directory.
+  struct Desktop {
+    RawListener Listener;
+    QorJMClient Caller;
+
+    explicit Desktop(std::uint16_t port) {
+      Caller.Connect("127.0.0.1", port);
+      Caller.Hello("tlm2010", "127.0.0.1", Listener.Port());
+    }
+  };
+  std::string Deleted(const Desktop& desktop) const {
+    return "Deleted orphaned session addr[127.0.0.1] port[" + std::to_string(desktop.Listener.Port()) + "]\n";
+  }
+  void Arrive() const { JobClient newcomer(Server.Port()); }
+};
+
+TEST_F(Orphans, AreFoundByAPingWhenTheNextClientArrives) {
+  Desktop desktop(Server.Port());
+  Submission submission = NewJob(Do("sleep 600"));
+  const std::uint64_t job = desktop.Caller.SubmitJob(submission);
+  Arrive();
+  RawConnection back = desktop.Listener.Accept();
+  for (std::uint32_t ping = 0; ping < 3; ++ping) {
+    Arrive();
+    const std::string call = back.ReceiveRecord();
+    ASSERT_EQ(call.size(), 40U);
+    EXPECT_EQ(call.substr(4), Call(0, "", 0, kProxyProgram).substr(4));
+    if (ping == 1)
+      back.Send(Record(Reply("", 0, ping)) + Record(Reply("", 0, ping)));  // or not: replies are not awaited
+  }
+  EXPECT_NE(Client.Get(job).ClientPort, 0U);
+  back.CloseAbruptly();
+  EXPECT_TRUE(Eventually([&] {
+    Arrive();
+    return Server.Output().find(Deleted(desktop)) != std::string::npos;
+  }));
+  EXPECT_EQ(Client.Get(job).ClientPort, 0U) << "its jobs belong to nobody now";
+  EXPECT_THAT(Server.Output(), HasSubstr("Disowning " + submission.ResultStem + "\n"));
+  EXPECT_THROW(desktop.Caller.SubmitJob(submission), OrpcSocketError) << "its connection is a new client's now";
+}
+
+TEST_F(Orphans, MayBeInTheMiddleOfACall) {
+  RawListener listener;
+  RawConnection busy(Server.Port());
+  EXPECT_EQ(busy.Ask(Call(1, Text("tlm2010") + Text("127.0.0.1") + U32(listener.Port()))), Reply(U32(1)));
+  Arrive();
+  RawConnection back = listener.Accept();
+  busy.Send(Record(Call(5, U32(1) + Text(Work / "half") + Text("") + U32(0) + U32(4))));
+  back.CloseAbruptly();
+  EXPECT_TRUE(Eventually([&] {
+    Arrive();
+    return Server.Output().find("Deleted orphaned session") != std::string::npos;
+  }));
+  busy.Send(Record("data" + U32(0)));
+  EXPECT_TRUE(busy.IsClosedByPeer());
+  Arrive();
+}
+
+TEST_F(Orphans, WhoseCallbackCannotBeReachedCostTheNewcomerHisConnection) {
+  auto listener = std::make_unique<RawListener>();
+  JobClient desktop(Server.Port());
+  desktop.Hello("tlm2010", "127.0.0.1", listener->Port());
+  listener.reset();
+  EXPECT_ANY_THROW(Arrive());
+  EXPECT_ANY_THROW(Arrive()) << "each newcomer tries again";
+  EXPECT_EQ(desktop.GetJobCount(), 0U);
+  desktop.Disconnect();
+  EXPECT_TRUE(Eventually([&] {
+    try {
+      Arrive();
+      return true;
+    } catch (int) {
+      return false;
+    }
+  }));
+}
+
+}  // namespace
+}  // namespace tlm::test
