@@ -11,6 +11,7 @@ void AddList(Program& program);
 void AddShow(Program& program);
 void AddWatch(Program& program);
 void AddOutput(Program& program);
+void AddResults(Program& program);
 void AddCancel(Program& program);
 
 }  // namespace tlm::ctl

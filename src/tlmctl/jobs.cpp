@@ -30,4 +30,17 @@ bool HasEnded(const Task& task) { return task.Status != Queued && task.Status !=
 
 bool HasSucceeded(const Task& task) { return task.Status == Finished || task.Status == Removed; }
 
+void BecomeOwner(QorJMClient& client, const ServerOptions& server, std::uint64_t handle) {
+  if (client.TakeOwnership(handle)) return;
+  const Task task = FetchKnownJob(client, handle);
+  const std::string job = "job " + std::to_string(handle);
+  if (task.ClientHost != server.ClientHost) {
+    throw Failure{ExitCode::Refused, job + " was submitted from \"" + task.ClientHost +
+                                         "\", and is for that host alone; this one is \"" + server.ClientHost +
+                                         "\" (see --client-host)"};
+  }
+  throw Failure{ExitCode::Refused, job + " belongs to another client, at port " + std::to_string(task.ClientPort) +
+                                       "; it can be had once that one has disconnected"};
+}
+
 }  // namespace tlm::ctl

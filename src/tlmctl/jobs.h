@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "jm/qorjmclient.h"
+#include "tlmctl/connection.h"
 #include "tlmctl/exit_code.h"
 
 namespace tlm::ctl {
@@ -17,6 +18,10 @@ std::optional<Task> FetchJob(QorJMClient& client, std::uint64_t handle);
 Task FetchKnownJob(QorJMClient& client, std::uint64_t handle);
 
 Failure UnknownJob(std::uint64_t handle);
+
+// The server gives output and results to nobody but the job's owner, which this client becomes if there is none. Throws
+// Failure if there is another, or no such job.
+void BecomeOwner(QorJMClient& client, const ServerOptions& server, std::uint64_t handle);
 
 bool HasEnded(const Task& task);
 // True for a job that has ended with success.

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   tlm::ctl::AddShow(program);
   tlm::ctl::AddWatch(program);
   tlm::ctl::AddOutput(program);
+  tlm::ctl::AddResults(program);
   tlm::ctl::AddCancel(program);
   return program.Run(argc, argv);
 }

@@ -17,20 +17,6 @@ struct OutputOptions {
   bool Follow = false;
 };
 
-// The server shows output to nobody but the job's owner, which this client becomes if there is none.
-void BecomeOwner(QorJMClient& client, const ServerOptions& server, std::uint64_t handle) {
-  if (client.TakeOwnership(handle)) return;
-  const Task task = FetchKnownJob(client, handle);
-  const std::string job = "job " + std::to_string(handle);
-  if (task.ClientHost != server.ClientHost) {
-    throw Failure{ExitCode::Refused, job + " was submitted from \"" + task.ClientHost +
-                                         "\", and its output is for that " + "host alone; this one is \"" +
-                                         server.ClientHost + "\" (see --client-host)"};
-  }
-  throw Failure{ExitCode::Refused, job + " belongs to another client, at port " + std::to_string(task.ClientPort) +
-                                       "; its output can be had once that one has disconnected"};
-}
-
 // From the offset on, until no more comes: a long output comes in several answers. False if nobody reads it any more.
 bool PrintFrom(QorJMClient& client, std::uint64_t handle, std::uint32_t& offset) {
   while (true) {

@@ -9,6 +9,7 @@
 #include "tlmctl/command_text.h"
 #include "tlmctl/commands.h"
 #include "tlmctl/follow.h"
+#include "tlmctl/send_files.h"
 
 namespace tlm::ctl {
 
@@ -21,8 +22,12 @@ constexpr char kFooter[] =
     "A job counts as successful if its program reports so to the server. For a program that\n"
     "knows nothing of job managers, give --complete-on-failure, else its job ends as Aborted.\n"
     "The output of the programs goes to STEM_out in the job's directory.\n\n"
+    "With --send the job runs in a directory of its own on the server, which may be another\n"
+    "machine; the deck and what --file names are sent there, and 'tlmctl results' brings back\n"
+    "what it makes. Without, it runs in a directory that the server reaches itself.\n\n"
     "  tlmctl submit --deck runs/plate.inp heat2d    runs 'heat2d plate.inp' in runs\n"
     "  tlmctl submit --watch -- solve -v plate.inp   runs here, and waits for the end\n"
+    "  tlmctl submit --send --deck plate.inp heat2d  sends the deck to the server and runs there\n"
     "  tlmctl submit --command 'mesh a; solve a'     runs two programs, one after the other";
 
 struct SubmitOptions {
@@ -40,6 +45,9 @@ struct SubmitOptions {
   bool Queue = false;
   bool CompleteOnFailure = false;
   bool Watch = false;
+  bool Send = false;
+  std::vector<std::string> Files;
+  bool OnlyMissing = false;
 };
 
 std::string Absolute(const fs::path& directory) {
@@ -68,6 +76,9 @@ void CheckUsage(const SubmitOptions& options) {
   }
   if (!options.Deck.empty() && !options.Command.empty()) {
     throw Failure{ExitCode::Usage, "--deck goes with a command, not with --command"};
+  }
+  if (!options.Send && (!options.Files.empty() || options.OnlyMissing)) {
+    throw Failure{ExitCode::Usage, "--file and --only-missing go with --send"};
   }
   std::error_code ignored;
   if (!options.Deck.empty() && !fs::is_regular_file(options.Deck, ignored)) {
@@ -106,14 +117,35 @@ Submission Describe(const SubmitOptions& options) {
   return job;
 }
 
+// The deck and the other files, which have to lie in the job's directory.
+std::vector<std::string> FilesToSend(const SubmitOptions& options, const std::string& directory) {
+  std::vector<std::string> names;
+  std::vector<std::string> paths = options.Files;
+  if (!options.Deck.empty()) paths.push_back(options.Deck);
+  for (const std::string& path : paths) {
+    const fs::path file = fs::absolute(path).lexically_normal();
+    std::error_code ignored;
+    if (Absolute(file.parent_path()) != directory || !fs::is_regular_file(file, ignored)) {
+      throw Failure{ExitCode::Usage, "there is no file " + file.filename().string() + " in " + directory};
+    }
+    names.push_back(file.filename().string());
+  }
+  return names;
+}
+
 ExitCode Submit(const ServerOptions& server, const SubmitOptions& options) {
   CheckUsage(options);
   const std::optional<std::uint32_t> priority = PriorityOf(options.Priority);
-  const Submission job = Describe(options);
+  Submission job = Describe(options);
+  const std::vector<std::string> files = options.Send ? FilesToSend(options, job.WorkDir) : std::vector<std::string>();
   QorJMClient client;
   Connect(client, server);
   if (!SayHello(client, server)) {
     throw Failure{ExitCode::Refused, "the server has no programs of release " + server.Release + " and takes no job"};
+  }
+  if (options.Send) {
+    job.WorkDir += fs::path::preferred_separator;  // the server knows directories of files by this form
+    SendFiles(client, job.WorkDir, files, options.OnlyMissing);
   }
   const std::uint64_t handle = client.SubmitJob(job);
   if (handle == 0) {
@@ -132,7 +164,11 @@ void AddCommandOptions(CLI::App& command, SubmitOptions& options) {
   command.add_option("--command", options.Command,
                      "Instead: one or more commands as the server reads them, separated by ';'");
   command.add_option("--deck", options.Deck, "Input file: the command's last argument; gives directory, stem and name");
-  command.add_option("--dir", options.Directory, "The job's directory on the server; the deck's or the current one");
+  command.add_option("--dir", options.Directory, "The job's directory; the deck's or the current one");
+  command.add_flag("--send", options.Send, "Send deck and files to the server and run in a directory of its own there");
+  command.add_option("--file", options.Files, "With --send: a further file of the directory; may be repeated");
+  command.add_flag("--only-missing", options.OnlyMissing,
+                   "With --send: leave out files that the server holds with the same size");
 }
 
 void AddJobOptions(CLI::App& command, SubmitOptions& options) {
