@@ -59,6 +59,8 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     if (maybe()) job.ResultFlags = Below(4);
     if (maybe()) job.RemoveWhenDone = Below(2) == 0;
     if (maybe()) job.Status = 1 + Below(7);
+    if (maybe()) job.ClientPort = Below(6);
+    if (maybe()) job.TempDir = std::string(Below(3), 'd');
     Table.Changed(job);
   }
   void Erase(JobRef ref) {
@@ -91,9 +93,9 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     const auto readyInQueue = Where([&](const Job& job) { return ready(job) && job.RunClass % 2 == 1; });
     EXPECT_THAT(Table.ReadyAtOnce(), ElementsAreArray(readyAtOnce));
     EXPECT_THAT(Table.ReadyInQueue(), ElementsAreArray(readyInQueue));
-    const auto users =
+    const auto queued =
         Where([](const Job& job) { return job.RunClass == 1 && (job.Status == Queued || job.Status == Running); });
-    EXPECT_EQ(Table.QueueInUse(), !users.empty());
+    EXPECT_EQ(Table.QueueInUse(), !queued.empty());
     EXPECT_THAT(Table.Retirable(), ElementsAreArray(Where([this](const Job& job) { return IsRetirable(job); })));
     EXPECT_THAT(Table.RemovedJobs(), ElementsAreArray(Where([](const Job& job) { return job.Status == Removed; })));
     for (JobRef ref : Refs) {
@@ -101,7 +103,13 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
       const auto followers = Where([ref](const Job& job) { return job.Predecessor == ref || job.CreatorJob == ref; });
       EXPECT_THAT(Table.FollowersOf(ref), ElementsAreArray(followers));
     }
+    for (const std::string directory : {"", "d", "dd"}) {
+      const auto users = Where([&](const Job& job) { return job.TempDir == directory && !directory.empty(); });
+      EXPECT_EQ(Table.IsInUse(directory), !users.empty());
+    }
     for (std::int32_t pid = 0; pid < 6; ++pid) {
+      const auto port = static_cast<std::uint32_t>(pid);
+      EXPECT_EQ(Table.OwnedThrough(port), Where([port](const Job& job) { return job.ClientPort == port; }));
       const std::vector<JobRef> all = Where([pid](const Job& job) { return job.Pid == pid && pid != 0; });
       EXPECT_EQ(Table.FindByPid(pid), all.empty() ? nullptr : Table.Find(all.front()));
       EXPECT_EQ(Table.IsAttached(pid), Attached.contains(pid));

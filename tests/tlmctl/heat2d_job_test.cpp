@@ -28,6 +28,30 @@ TEST_F(Heat2dJob, ReportsItsProgressAndLeavesItsResults) {
   EXPECT_THAT(Ctl({"show", "4"}).Output, AllOf(HasSubstr("100 %"), HasSubstr("available")));
 }
 
+TEST_F(Heat2dJob, RunsInADirectoryOfTheServerAndItsResultsComeBack) {
+  WriteDeck("0");
+  disk.Write("notes.txt", "empty files travel, too");
+  disk.Write("empty.txt");
+  const Words submit{"submit", "--send",    "--only-missing", "--deck",   "plate.inp",
+                     "--file", "notes.txt", "--file",         "empty.txt"};
+  const auto with = [&submit](Words more) {
+    more.insert(more.begin(), submit.begin(), submit.end());
+    return more;
+  };
+  const Finished first = Ctl(with({"--watch", "heat2d"}));
+  EXPECT_THAT(first.Output,
+              AllOf(HasSubstr("sending plate.inp"), HasSubstr("sending notes.txt"), HasSubstr("Finished")));
+  EXPECT_FALSE(disk.Has("plate.dat"));
+  const Finished results = Ctl({"results", "4"});
+  EXPECT_EQ(results.ExitCode, 0) << results.Output;
+  EXPECT_THAT(results.Output, HasSubstr("\t" + disk / "plate.dat\n"));
+  EXPECT_TRUE(disk.Has("plate.csv") && disk.Has("plate.ppm"));
+  EXPECT_EQ(Ctl({"results", "4"}).ExitCode, 4) << "a finished job whose results are here is gone";
+  EXPECT_THAT(Ctl(with({"heat2d"})).Output, testing::Not(HasSubstr("sending plate.inp"))) << "the server has it";
+  EXPECT_EQ(Ctl(with({"--file", "absent", "heat2d"})).ExitCode, 2);
+  EXPECT_EQ(Ctl({"submit", "--file", "notes.txt", "heat2d"}).ExitCode, 2);
+}
+
 TEST_F(Heat2dJob, EndsByItselfWhenItIsCancelled) {
   WriteDeck("3000");
   disk.Write("plate.dat", "former");
