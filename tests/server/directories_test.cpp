@@ -219,7 +219,7 @@ TEST_F(Directories, AreEmptiedWhenTheRootMoves) {
 
 TEST_F(JobTest, TheRootCannotMoveWhileAJobRuns) {
   const Sandbox next;
-  const std::uint64_t job = Submit(Do("echo $$ >pid; while ! test -e stop; do sleep 0.05; done"));
+  const std::uint64_t job = Submit(Do(Wait("pid")));
   AwaitNumber("pid");
   EXPECT_FALSE(Client.SetTempRoot(next.Root(), 60));
   EXPECT_TRUE(Client.SetTempRoot(Client.TempRoot(), 60)) << "its expiry can be set at any time";

@@ -99,7 +99,7 @@ TEST_F(Ending, OfTheServerLeavesNoProcessBehindAndWaitsForAllSideBySide) {
   const std::uint64_t released = Submit(Do("echo $$ >h; sleep 600"));
   processes.push_back(AwaitNumber("h"));
   // Its process speaks through a connection of its own, so the jobs submitted there are failed with it, one by one.
-  Submit(Do("echo $$ >leader; while ! test -e stop; do sleep 0.1; done"));
+  Submit(Do(Wait("leader")));
   JobClient leader(Server.Port());
   EXPECT_NE(leader.AttachProcess(static_cast<std::uint64_t>(AwaitNumber("leader")), "do", Work.Root()), 0U);
   for (const char* name : {"i", "j", "k"}) {

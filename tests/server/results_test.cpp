@@ -107,7 +107,7 @@ TEST_F(Results, TravelAgainOnlyIfTheyChangedOrDidNotArrive) {
 }
 
 TEST_F(Results, MayBeAskedForWhileTheJobRuns) {
-  const std::uint64_t job = Submit(Do("echo $$ >pid; while ! test -e stop; do sleep 0.05; done"));
+  const std::uint64_t job = Submit(Do(Wait("pid")));
   const auto pid = static_cast<std::uint64_t>(AwaitNumber("pid"));
   JobClient process(Server.Port());
   process.AttachProcess(pid, "do", Work.Root());
