@@ -209,8 +209,14 @@ void MeasureCopy(const Disk& disk, std::size_t megabytes) {
 }  // namespace tlm::bench
 
 int main(int argc, char** argv) {
-  const std::size_t megabytes = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1024;
-  const tlm::bench::Disk disk(megabytes);
-  tlm::bench::MeasureServer(disk, megabytes);
-  tlm::bench::MeasureCopy(disk, megabytes);
+  try {
+    const std::size_t megabytes = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1024;
+    const tlm::bench::Disk disk(megabytes);
+    tlm::bench::MeasureServer(disk, megabytes);
+    tlm::bench::MeasureCopy(disk, megabytes);
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "transfer_bench: %s\n", error.what());
+    return 1;
+  }
 }

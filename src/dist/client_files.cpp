@@ -1,5 +1,6 @@
 #include "dist/client_files.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <string_view>
@@ -41,9 +42,11 @@ std::string_view TakeToken(std::string_view& rest) {
   return token;
 }
 
-// The number that the text begins with, 0 if there is none. Empty if it is too large.
+// The number that the text begins with, behind blanks and a sign; 0 if there is none. Empty if it is too large.
 template <class Number>
 std::optional<Number> LeadingNumber(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+  if (text.starts_with('+')) text.remove_prefix(1);
   Number number = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
   if (result.ec == std::errc::result_out_of_range) return std::nullopt;

@@ -14,9 +14,9 @@ bool ClientFileExists(JobManagerState& state, Session& session, const std::strin
 bool ClientFileMatches(JobManagerState& state, Session& session, const std::string& path, std::uint32_t size)
     REQUIRES(state.StateLock);
 
-// Of entries "size:date:path" those whose file is not here with that size, each as "size found:0:path". An entry
-// without a path, with a size that is 0 or no number of 32 bits, or with a date beyond 64 bits, is passed over. Throws
-// kMarshalError if an answer would be longer than a string may be.
+// Of entries "size:date:path" those whose file is not here with that size, each as "size found:0:path". An entry that
+// ends with its date is its own path. One without a date, with a size of 0 or none, or with a number beyond 32 (size)
+// or 64 bits (date), is passed over. Throws kMarshalError if an answer would be longer than a string may be.
 StringList MissingClientFiles(JobManagerState& state, Session& session, const StringList& files)
     REQUIRES(state.StateLock);
 

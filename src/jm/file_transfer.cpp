@@ -1,6 +1,7 @@
 #include "jm/file_transfer.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 
 #include "platform/file.h"
@@ -83,6 +84,17 @@ void ReceiveItem(ORpcIO& io, FileTransferItem& item) {
   if (file && !file->Close()) item.Stored = false;
 }
 
+// Items of one destination fill the same file, so that it is whole only if the last of them, and all that it continues,
+// came whole.
+void MarkSpoiltItems(FileTransferList& list) {
+  std::map<std::string, bool> isWhole;
+  for (const FileTransferItem& item : list.Items) {
+    bool& whole = isWhole.try_emplace(item.Destination, true).first->second;
+    whole = item.Stored && (whole || item.Offset == 0);
+  }
+  for (FileTransferItem& item : list.Items) item.Stored = isWhole[item.Destination];
+}
+
 void PutInPlace(FileTransferItem& item) {
   const std::string temporary = TemporaryName(item);
   MLockFile lock;
@@ -112,6 +124,7 @@ ORpcIO& Encode(ORpcIO& io, const FileTransferList& list) {
 void Decode(ORpcIO& io, FileTransferList& list) {
   list.Items.clear();
   for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) ReceiveItem(io, list.Items.emplace_back());
+  MarkSpoiltItems(list);
   for (FileTransferItem& item : list.Items) PutInPlace(item);
 }
 

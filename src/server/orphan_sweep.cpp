@@ -31,7 +31,9 @@ void PingBack(JobManagerState& state, ORpcThread& thread, Session& session) {
   // A sweep further down the stack may be waiting in a ping already, and one call at a time is what a client can take.
   if (session.Callback.use_count() > 1) return;
   const std::shared_ptr<QorJMProxyClient> callback = session.Callback;
-  if (callback->Ping() != ORpcClient::State::Closed || !IsLive(state, &session)) return;
+  if (callback->Ping() != ORpcClient::State::Closed || thread.IsStopped()) return;
+  // It may have ended meanwhile, and another may have begun where it lay.
+  if (!IsLive(state, &session) || session.Callback != callback) return;
   const std::string host = session.ClientHost;
   const std::uint16_t port = session.CallbackPort;
   thread.DeleteServer(session.Server);

@@ -79,7 +79,12 @@ void QorJMServer::RefreshJobs() {
 }
 
 void QorJMServer::SetEnvironment(const EnvList& variables) {
-  for (const auto& [name, value] : variables) platform::SetVariable(name, value);
+  for (const auto& [name, value] : variables) {
+    std::string text = name;
+    text.append("=").append(value);
+    const std::size_t end = text.find('=');  // perhaps already in the name
+    platform::SetVariable(text.substr(0, end), text.substr(end + 1));
+  }
 }
 
 bool QorJMServer::Reserved16(std::uint64_t) { return false; }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iostream>
 #include <set>
+#include <sstream>
 
-#include "platform/file_system.h"
 #include "tlmctl/exit_code.h"
 #include "util/mfile.h"
 
@@ -22,7 +22,9 @@ std::set<std::string> MissingPaths(QorJMClient& client, const std::string& direc
   for (const std::string& name : names) {
     const MFile file(directory + name);
     if (file.Size() == 0) missing.insert(file.Path());
-    entries.push_back(std::to_string(file.Size()) + ":" + std::to_string(file.ModTime()) + ":" + file.Path());
+    std::ostringstream entry;
+    entry << file.Size() << ':' << file.ModTime() << ':' << file.Path();
+    entries.push_back(entry.str());
   }
   StringList answers;
   client.CheckClientFiles(entries, {answers});
@@ -37,7 +39,10 @@ FileTransferList TransferTo(const std::string& serverDirectory, const std::strin
                             const std::vector<std::string>& names) {
   FileTransferList files;
   for (const std::string& name : names) {
-    files.Items.push_back({serverDirectory + platform::kPathSeparator + name, directory + name});
+    const MFile source(directory + name);
+    MFile destination = source;
+    destination.SetDirectory(serverDirectory);
+    files.Items.push_back({destination.Path(), source.Path()});
   }
   return files;
 }

@@ -40,6 +40,7 @@ TEST_F(ClientFiles, AreComparedBySizeAndNamedIfTheyAreMissing) {
       {"5:0:c:\\work\\beam.inp", ""},
       {"5:99:c:\\work\\odd:na me", ""},
       {":::5::x:c:\\work\\beam.inp", ""},
+      {" +6:0:c:\\work\\beam.inp", "5:0:c:\\work\\beam.inp"},
       {"6:0:c:\\work\\beam.inp", "5:0:c:\\work\\beam.inp"},
       {"4294967295:0:c:\\work\\new", "0:0:c:\\work\\new"},
       {"5:0:c:\\none\\beam.inp", "0:0:c:\\none\\beam.inp"},
@@ -125,6 +126,8 @@ TEST_F(ClientFiles, ThatFindNoSpaceLeaveTheFormerOneAndTheServer) {
   EXPECT_FALSE(Client.PutFiles({{Item("small", former), Item("file", large), Item("last", former)}}));
   EXPECT_EQ(Content("file"), "former");
   EXPECT_EQ(Content("small") + Content("last"), "formerformer");
+  EXPECT_FALSE(Client.PutFiles({{Item("file", Work.Write("good", "good")), Item("file", large)}}));
+  EXPECT_EQ(Content("file"), "former") << "both items fill the same file";
   const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
   ASSERT_EQ(prlimit(Server.Pid(), RLIMIT_FSIZE, &none, nullptr), 0);
   const auto arrived = static_cast<std::uint32_t>(std::filesystem::file_size(Directory + "/file.tmp"));

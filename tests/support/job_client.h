@@ -97,9 +97,10 @@ struct JobTest : ::testing::Test {
   static std::string Do(const std::string& text) { return "do '" + text + "'"; }
   // The same, ending with success.
   static std::string Succeed(const std::string& text) { return Do(text + "; echo 4 1 > qorjmmsg.$$"); }
-  // Shell text that writes its process id to the file of the given name and waits for another file.
+  // Shell text that writes its process id to the file of the given name and waits for another file, or until its own
+  // has gone.
   static std::string Wait(const std::string& name, const std::string& end = "stop") {
-    return "echo $$ >" + name + "; while ! test -e " + end + "; do sleep 0.1; done";
+    return "echo $$ >" + name + "; while test -e " + name + " -a ! -e " + end + "; do sleep 0.1; done";
   }
 
   // A job of its own stem that starts at once.
