@@ -1,12 +1,15 @@
 #include "dist/directory_table.h"
 
 #include <optional>
+#include <sstream>
 #include <vector>
 
 #include "dist/server_pool.h"
 #include "exec/retirement.h"
 #include "exec/temp_directories.h"
 #include "platform/file_system.h"
+#include "platform/host.h"
+#include "platform/thread.h"
 #include "store/directory_records.h"
 #include "store/trace.h"
 #include "util/mdirectory.h"
@@ -17,47 +20,58 @@ namespace {
 
 constexpr char kPrefix[] = "tq";
 
-bool LivesOn(const JobManagerState& state, const DirectoryRecord& record) REQUIRES(state.StateLock) {
-  return state.Jobs.IsInUse(record.Directory) || !RemoveExpiredDirectory(state, record.Directory);
+// A directory without a file yet is not taken from a client that is just asking for it.
+bool IsAwaited(const Session& session, const std::string* wantedKey, const DirectoryRecord& record) {
+  return wantedKey != nullptr && record.Key == *wantedKey && record.ClientHost == session.ClientHost &&
+         MFile(record.Directory).IsDirectory() && MDirectory(record.Directory).HasNoEntries();
 }
 
-void SweepDirectories(JobManagerState& state, Session& session) REQUIRES(state.StateLock) {
+void SweepDirectories(JobManagerState& state, Session& session, const std::string* wantedKey)
+    REQUIRES(state.StateLock) {
   const std::string table = DirectoryRecordsPath(state.TempRoot);
   std::optional<std::vector<DirectoryRecord>> records = ReadDirectoryRecords(table);
   if (!records) return;
   std::vector<DirectoryRecord> living;
   for (DirectoryRecord& record : *records) {
-    if (!LivesOn(state, record)) continue;
+    const bool isKept = state.Jobs.IsInUse(record.Directory) || IsAwaited(session, wantedKey, record);
+    if (!isKept && RemoveExpiredDirectory(state, record.Directory)) continue;
     if (record.ClientHost == session.ClientHost) session.DirectoryMap[record.Key] = record.Directory;
     living.push_back(std::move(record));
   }
   ReplaceDirectoryRecords(table, living);
 }
 
-std::string NewDirectory(const JobManagerState& state) REQUIRES(state.StateLock) {
-  if (std::optional<std::string> made = platform::MakeUniqueDirectory(state.TempRoot, kPrefix)) return *made;
-  MFile name;
-  name.MakeUniqueName(state.TempRoot + platform::kPathSeparator + kPrefix, "");
-  return name.Path();
+// Stands in for a directory that cannot be made now. No other has this name, also if none of them is ever made.
+std::string UnusedName(const JobManagerState& state) REQUIRES(state.StateLock) {
+  static std::uint64_t number = 0;
+  std::ostringstream name;
+  name << state.TempRoot << platform::kPathSeparator << kPrefix << platform::SecondsSince1970() << '-'
+       << platform::ProcessId() << '-' << ++number;
+  return name.str();
+}
+
+std::string NewDirectory(const JobManagerState& state, const Session& session, const std::string& key)
+    REQUIRES(state.StateLock) {
+  const std::optional<std::string> made = platform::MakeUniqueDirectory(state.TempRoot, kPrefix);
+  if (!made) return UnusedName(state);
+  AppendDirectoryRecord(DirectoryRecordsPath(state.TempRoot), {session.ClientHost, key, *made});
+  return *made;
 }
 
 }  // namespace
 
-void ReloadDirectoryTable(JobManagerState& state, Session& session) {
+void ReloadDirectoryTable(JobManagerState& state, Session& session, const std::string* wantedKey) {
   SweepJobs(state);
   EnsureTempRoot(state);
-  SweepDirectories(state, session);
+  SweepDirectories(state, session, wantedKey);
   ReadServerPool(state);
 }
 
 std::string MapClientDirectory(JobManagerState& state, Session& session, const std::string& key) {
-  if (!session.DirectoryMap.contains(key)) ReloadDirectoryTable(state, session);
+  if (!session.DirectoryMap.contains(key)) ReloadDirectoryTable(state, session, &key);
   const auto [entry, isNew] = session.DirectoryMap.try_emplace(key);
   std::string& directory = entry->second;
-  if (isNew) {
-    directory = NewDirectory(state);
-    AppendDirectoryRecord(DirectoryRecordsPath(state.TempRoot), {session.ClientHost, key, directory});
-  }
+  if (isNew) directory = NewDirectory(state, session, key);
   MDirectory(directory).Create();
   Trace(state, "Using %s for %s on %s\n", directory.c_str(), key.c_str(), session.ClientHost.c_str());
   return directory;

@@ -9,8 +9,9 @@ namespace tlm {
 
 // The sweep: retires jobs, removes the directories that have expired and are no job's, of all clients, with their
 // records, and takes what the table holds for the session's host into its DirectoryMap. Reads the list of peers as
-// well. Looks at every directory of the table.
-void ReloadDirectoryTable(JobManagerState& state, Session& session) REQUIRES(state.StateLock);
+// well. Looks at every directory of the table. The one that the session's client wants is not removed for being empty.
+void ReloadDirectoryTable(JobManagerState& state, Session& session, const std::string* wantedKey = nullptr)
+    REQUIRES(state.StateLock);
 
 // The server's directory for this one of the client: the one that it had before, else a new one. It exists afterwards,
 // if the root can be written to. A name that the table cannot hold is served all the same, for as long as the session

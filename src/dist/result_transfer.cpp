@@ -16,8 +16,6 @@ namespace tlm {
 
 namespace {
 
-using platform::File;
-
 void SetResultFlags(JobManagerState& state, Job& job, std::uint32_t flags) REQUIRES(state.StateLock) {
   job.ResultFlags = flags;
   state.Jobs.Changed(job);
@@ -50,13 +48,14 @@ void WriteManifest(const Job& job, const std::vector<MFile>& results) {
   for (const MFile& file : results) {
     text += ManifestLine(file, job.SentFileSize.at(file.Name()), job.SentFileDate.at(file.Name()));
   }
-  if (std::optional<File> manifest = File::Open(ResultManifest(job).Path(), File::Mode::Truncate)) {
-    static_cast<void>(manifest->Write(text));
-  }
+  const MFile manifest = ResultManifest(job);
+  MFile until = manifest;
+  until.SetName("~" + manifest.Name());  // another stem: it is no result
+  platform::ReplaceWholeFile(manifest.Path(), until.Path(), text);
 }
 
-void AddResults(JobManagerState& state, Job& job, FileTransferList& files) REQUIRES(state.StateLock) {
-  const std::vector<MFile> results = ResultFileScan(job);
+void AddResults(JobManagerState& state, Job& job, const std::vector<MFile>& results, FileTransferList& files)
+    REQUIRES(state.StateLock) {
   for (const MFile& file : results) AddResultFile(state, job, file, files);
   if (results.empty()) return;
   WriteManifest(job, results);
@@ -72,12 +71,16 @@ bool RequestResults(JobManagerState& state, const Session& session, JobRef ref, 
     Trace(state, "Request Results : No valid job\n");
   }
   Job* job = TakeOwnership(state, session, ref);
-  if (!job || (job->ResultFlags & (kResultsAvailable | kResultsBeingSent)) != kResultsAvailable) {
+  std::optional<std::vector<MFile>> results;
+  if (job && (job->ResultFlags & (kResultsAvailable | kResultsBeingSent)) == kResultsAvailable) {
+    results = ResultFileScan(*job);
+  }
+  if (!results) {
     Trace(state, "\t : None Available\n");
     return false;
   }
   try {
-    AddResults(state, *job, files);
+    AddResults(state, *job, *results, files);
   } catch (...) {  // What stands in the list is sent; the manifest tells what is not.
   }
   SetResultFlags(state, *job, (job->ResultFlags & ~kResultsAvailable) | kResultsBeingSent);

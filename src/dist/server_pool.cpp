@@ -3,6 +3,7 @@
 #include <optional>
 #include <sstream>
 
+#include "exec/temp_directories.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/file.h"
 
@@ -30,6 +31,7 @@ void SetServerPool(JobManagerState& state, const StringList& hosts) {
   state.ServerPool = hosts;
   std::string text;
   for (const std::string& host : hosts) text += host + '\n';
+  EnsureTempRoot(state);
   if (std::optional<File> file = File::Open(PoolPath(state), File::Mode::Truncate)) {
     static_cast<void>(file->Write(text));
   }

@@ -39,7 +39,7 @@ void SetStatus(JobManagerState& state, Job& job, JobStatus status) REQUIRES(stat
 
 void DeleteFormerResults(const Job& job) {
   if (job.ResultStem == job.InputStem) return;
-  std::vector<MFile> files = ResultFileScan(job);
+  std::vector<MFile> files = ResultFileScan(job).value_or(std::vector<MFile>());
   if (!files.empty()) files.push_back(ResultManifest(job));
   for (MFile& file : files) file.Remove();
 }

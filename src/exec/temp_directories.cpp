@@ -23,8 +23,8 @@ std::string DeriveTempRoot() {
 }
 
 void EnsureTempRoot(const JobManagerState& state) {
-  const MFile root(state.TempRoot);
-  if (root.IsDirectory()) return;
+  if (MFile(state.TempRoot).IsDirectory()) return;
+  const MFile root(state.TempRoot.substr(0, state.TempRoot.find_last_not_of(platform::kPathSeparator) + 1));
   MDirectory(root.DirectoryPart()).Create();
   platform::MakeDirectory(root.Path(), true);
 }

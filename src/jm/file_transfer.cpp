@@ -23,9 +23,17 @@ using Buffer = std::vector<char>;
 
 std::string TemporaryName(const FileTransferItem& item) { return item.Destination + ".tmp"; }
 
-void SendData(ORpcIO& io, const FileTransferItem& item) {
+// Only what is a file can be read to an end.
+std::optional<File> OpenSource(const FileTransferItem& item) {
+  platform::FileStatus status;
+  if (platform::GetFileStatus(item.Source, status) != 0 || !status.IsRegular) return std::nullopt;
   std::optional<File> source = File::Open(item.Source, File::Mode::Read);
-  if (source && source->Seek(item.Offset)) {
+  if (source && !source->Seek(item.Offset)) source.reset();
+  return source;
+}
+
+void SendData(ORpcIO& io, const FileTransferItem& item) {
+  if (std::optional<File> source = OpenSource(item)) {
     Buffer piece(kPiece);
     while (true) {
       const std::size_t length = source->Read(piece.data(), piece.size()).value_or(0);

@@ -23,6 +23,7 @@ extern const int kWouldBlock;
 extern const int kConnectionReset;
 extern const int kConnectionAborted;
 extern const int kNotConnected;
+extern const int kTimedOut;
 
 int LastSocketError();
 void SetLastSocketError(int number);

@@ -17,6 +17,7 @@ constexpr std::chrono::seconds kReadWait{5};  // a wait that ends without data i
 std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
   auto* position = static_cast<unsigned char*>(buffer);
   std::uint32_t remaining = length;
+  auto moved = std::chrono::steady_clock::now();
   while (true) {
     const std::int64_t received = TracedReceive(socket_, position, remaining);
     const int error = platform::LastSocketError();
@@ -24,10 +25,13 @@ std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
     if (received > 0) {
       position += received;
       remaining -= static_cast<std::uint32_t>(received);
+      moved = std::chrono::steady_clock::now();
     } else if (received == 0) {
       RaiseSocketError("ECONNRESET", platform::kConnectionReset);
     } else if (!platform::IsWouldBlock(error)) {
       RaiseSocketError("RpcSockIO::Read::recv", error);
+    } else if (thread_ && thread_->HoldsOthersUp(moved)) {
+      RaiseSocketError("RpcSockIO::Read::recv", platform::kTimedOut);
     }
     WaitUntilReadable();
   }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "platform/environment.h"
 #include "platform/thread.h"
@@ -20,6 +22,8 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 // else be filled up by half calls. One takes about 2 KB of the usual 8 MB, four times as much with address checks.
 constexpr std::size_t kDeepestNesting = 500;
 constexpr std::chrono::milliseconds kNestingPause{1};
+// A call on top of others on the stack may wait so long for a byte to move.
+constexpr std::chrono::seconds kStallLimit{60};
 
 thread_local ORpcThread* currentThread = nullptr;
 
@@ -37,6 +41,16 @@ class Membership {  // of one value in a set, for a scope
   Container& container_;
   platform::Socket value_;
 };
+
+// ORPC_STALL_LIMIT sets it, in seconds.
+std::chrono::seconds StallLimit() {
+  static const std::chrono::seconds limit = [] {
+    const std::optional<std::string> text = platform::GetVariable("ORPC_STALL_LIMIT");
+    const int seconds = text ? std::atoi(text->c_str()) : 0;
+    return seconds > 0 ? std::chrono::seconds(seconds) : kStallLimit;
+  }();
+  return limit;
+}
 
 bool Contains(const DescriptorSet& set, platform::Socket socket) {
   return std::find(set.begin(), set.end(), socket) != set.end();
@@ -85,9 +99,7 @@ void ORpcThread::Run() {
 int ORpcThread::PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet) {
   AddToReadSet(highest, readSet);
   std::fflush(stdout);
-  std::optional<std::chrono::microseconds> timeOut;
-  if (ListenersPaused()) timeOut = kAcceptPause;
-  const int result = TracedSelect(highest + 1, &readSet, &writeSet, timeOut);
+  const int result = TracedSelect(highest + 1, &readSet, &writeSet, LongestSleep());
   if (stop_ || result < 1) return result;
   ServeReady(readSet);
   AcceptReady(readSet);
@@ -104,6 +116,16 @@ void ORpcThread::AddToReadSet(platform::Socket& highest, DescriptorSet& readSet)
   };
   addAll(connections_);
   if (!ListenersPaused()) addAll(listeners_);
+}
+
+std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
+  if (ListenersPaused()) return kAcceptPause;
+  if (busy_.size() > 1) return StallLimit();
+  return std::nullopt;
+}
+
+bool ORpcThread::HoldsOthersUp(std::chrono::steady_clock::time_point since) const {
+  return busy_.size() > 1 && std::chrono::steady_clock::now() - since >= StallLimit();
 }
 
 bool ORpcThread::ListenersPaused() const { return acceptAgain_ && std::chrono::steady_clock::now() < *acceptAgain_; }
@@ -234,17 +256,20 @@ std::uint32_t ORpcThread::Send(platform::Socket socket, const void* buffer, std:
 void ORpcThread::SendQueued(platform::Socket socket, SendQueue& queue, std::size_t length) {
   std::size_t sentHere = 0;
   int blocked = 0;
+  auto moved = std::chrono::steady_clock::now();
   while (true) {
     const std::int64_t sent = TracedSend(socket, queue.Bytes.data() + queue.Sent, queue.Bytes.size() - queue.Sent);
     const int error = platform::LastSocketError();
     if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
     if (sent < 0) {
+      if (HoldsOthersUp(moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
       if (blocked > kBlockedRetries) RaiseSocketError("ORpcThread::Send::blocked", platform::kWouldBlock);
       platform::YieldTimeSlice();
       ++blocked;
     } else {
       queue.Sent += static_cast<std::size_t>(sent);
       sentHere += static_cast<std::size_t>(sent);
+      moved = std::chrono::steady_clock::now();
       if (sentHere >= length) return;
     }
     DescriptorSet readSet;

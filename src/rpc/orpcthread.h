@@ -39,13 +39,17 @@ class ORpcThread {
   bool IsStopped() const { return stop_; }
 
   // Sends the bytes behind those that wait for the socket already, running passes of the loop while it is full. After
-  // Stop nothing is sent any more. Raises OrpcSocketError if the connection fails, stays full for too many attempts, or
-  // if Stop comes while it is full.
+  // Stop nothing is sent any more. Raises OrpcSocketError if the connection fails, stays full for too many attempts,
+  // holds others up for too long, or if Stop comes while it is full.
   std::uint32_t Send(platform::Socket socket, const void* buffer, std::uint32_t length);
   // One pass: waits until a socket of the sets, a connection or a listener has work, serves one call of the earliest
   // accepted connection that is ready and has none in progress, then accepts. The sets come back with what is ready.
   // Gives the number of ready sockets, below 1 if the wait ended without any.
   int PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet);
+
+  // True for a wait of the call in progress that has gone on since then without a byte of its peer, while other calls
+  // wait below it on the stack, for too long: it has to end, so that they can go on.
+  bool HoldsOthersUp(std::chrono::steady_clock::time_point since) const;
 
   // Gives up a connection's server object; the connection stays open, and its next call makes a new one. No effect on
   // an object that is not a connection's.
@@ -65,6 +69,7 @@ class ORpcThread {
 
   void AddToReadSet(platform::Socket& highest, DescriptorSet& readSet);
   bool ListenersPaused() const;
+  std::optional<std::chrono::microseconds> LongestSleep() const;
   void ServeReady(const DescriptorSet& readSet);
   void AcceptReady(const DescriptorSet& readSet);
   bool AcceptOne(platform::Socket listener);

@@ -76,20 +76,17 @@ std::optional<std::vector<DirectoryRecord>> ReadDirectoryRecords(const std::stri
 void ReplaceDirectoryRecords(const std::string& path, const std::vector<DirectoryRecord>& records) {
   std::string text;
   for (const DirectoryRecord& record : records) text += TextOf(record);
-  const std::string replacement = ReplacementPath(path);
-  std::optional<File> file = File::Open(replacement, File::Mode::Truncate);
-  const bool written = file && file->Write(text) && file->Close();
-  if (!written || !platform::RenameFile(replacement, path)) platform::RemoveFile(replacement);
+  platform::ReplaceWholeFile(path, ReplacementPath(path), text);
 }
 
 bool AppendDirectoryRecord(const std::string& path, const DirectoryRecord& record) {
   if (!IsRecordable(record)) return false;
-  const std::string before = platform::ReadWholeFile(path).value_or("");
-  if (!before.empty() && before.back() != '\n') return false;
+  const std::optional<std::string> before = platform::ReadWholeFile(path);
+  if (before ? !before->empty() && before->back() != '\n' : Exists(path)) return false;
   std::optional<File> file = File::Open(path, File::Mode::Append);
   if (!file) return false;
   const bool written = file->Write(TextOf(record));
-  if (!written) file->Resize(before.size());
+  if (!written) file->Resize(before ? before->size() : 0);
   return file->Close() && written;
 }
 

@@ -7,6 +7,7 @@
 #include "jm/result_manifest.h"
 #include "tlmctl/commands.h"
 #include "tlmctl/jobs.h"
+#include "tlmctl/texts.h"
 #include "util/mfile.h"
 
 namespace tlm::ctl {
@@ -16,8 +17,10 @@ namespace {
 constexpr int kAttempts = 3;
 
 constexpr char kFooter[] =
-    "The results go to the directory from which the job was submitted. Each file is checked against the size that\n"
-    "the server states for it, and asked for again if it is short.\n\n"
+    "The results go to the directory from which the job was submitted with --send. STEM.crc, the\n"
+    "last of them, lists them: each is checked against the size stated there, and asked for again\n"
+    "if it is short. A finished job leaves the server once all its results are here, and its\n"
+    "output with it: read that before.\n\n"
     "  tlmctl results 4";
 
 // Files that could not be written here, and those that came short.
@@ -40,14 +43,16 @@ void Tell(const FileTransferList& received) {
 // A one-way call that is still on its way when the connection ends might not arrive.
 void AwaitArrival(QorJMClient& client) { client.GetJobCount(); }
 
-void FetchResults(QorJMClient& client, std::uint64_t handle) {
+void TellNone(const Task& task, std::uint64_t handle) {
+  std::cerr << "tlmctl: job " << handle << " is " << StatusText(task.Status) << " and has no new results\n";
+}
+
+void FetchResults(QorJMClient& client, std::uint64_t handle, const Task& task) {
   StringList incomplete;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     FileTransferList received;
-    if (!client.RequestResults(handle, received)) {
-      std::cerr << "tlmctl: job " << handle << " has no results to fetch\n";
-      return;
-    }
+    if (!client.RequestResults(handle, received)) return TellNone(task, handle);
+    if (received.Items.empty()) TellNone(task, handle);
     Tell(received);
     incomplete = Incomplete(received);
     if (incomplete.empty()) {
@@ -66,12 +71,17 @@ ExitCode Results(const ServerOptions& server, std::uint64_t handle) {
   Connect(client, server);
   SayHello(client, server);
   BecomeOwner(client, server, handle);
-  const std::string directory = FetchKnownJob(client, handle).WorkDir;
+  const Task task = FetchKnownJob(client, handle);
+  const std::filesystem::path directory = task.WorkDir;
+  if (directory.has_filename()) {  // submit --send puts a separator at its end
+    std::cerr << "tlmctl: job " << handle << " runs in " << task.WorkDir << " itself, and its results are there\n";
+    return ExitCode::Good;
+  }
   std::error_code ignored;
   if (!std::filesystem::is_directory(directory, ignored)) {
-    throw Failure{ExitCode::Refused, "the results belong in " + directory + ", and there is no such directory here"};
+    throw Failure{ExitCode::Refused, "the results belong in " + task.WorkDir + ", and there is no such directory here"};
   }
-  FetchResults(client, handle);
+  FetchResults(client, handle, task);
   return ExitCode::Good;
 }
 

@@ -22,9 +22,10 @@ constexpr char kFooter[] =
     "A job counts as successful if its program reports so to the server. For a program that\n"
     "knows nothing of job managers, give --complete-on-failure, else its job ends as Aborted.\n"
     "The output of the programs goes to STEM_out in the job's directory.\n\n"
-    "With --send the job runs in a directory of its own on the server, which may be another\n"
-    "machine; the deck and what --file names are sent there, and 'tlmctl results' brings back\n"
-    "what it makes. Without, it runs in a directory that the server reaches itself.\n\n"
+    "With --send the job runs in a directory on the server, which may be another machine, that\n"
+    "stands for the job's directory here. The deck and what --file names are sent there, and\n"
+    "'tlmctl results' brings back what the job makes. Without, it runs in the directory itself,\n"
+    "which the server has to reach.\n\n"
     "  tlmctl submit --deck runs/plate.inp heat2d    runs 'heat2d plate.inp' in runs\n"
     "  tlmctl submit --watch -- solve -v plate.inp   runs here, and waits for the end\n"
     "  tlmctl submit --send --deck plate.inp heat2d  sends the deck to the server and runs there\n"
@@ -117,36 +118,56 @@ Submission Describe(const SubmitOptions& options) {
   return job;
 }
 
-// The deck and the other files, which have to lie in the job's directory.
-std::vector<std::string> FilesToSend(const SubmitOptions& options, const std::string& directory) {
-  std::vector<std::string> names;
+// What is sent has to lie in the job's directory.
+void CheckInput(const SubmitOptions& options, const std::string& directory) {
   std::vector<std::string> paths = options.Files;
   if (!options.Deck.empty()) paths.push_back(options.Deck);
-  for (const std::string& path : paths) {
-    const fs::path file = fs::absolute(path).lexically_normal();
+  for (const fs::path path : paths) {
     std::error_code ignored;
-    if (Absolute(file.parent_path()) != directory || !fs::is_regular_file(file, ignored)) {
-      throw Failure{ExitCode::Usage, "there is no file " + file.filename().string() + " in " + directory};
-    }
-    names.push_back(file.filename().string());
+    const bool liesThere = Absolute(fs::absolute(path).parent_path()) == directory;
+    if (liesThere && fs::is_regular_file(path, ignored)) continue;
+    throw Failure{ExitCode::Usage, "there is no file " + path.filename().string() + " in " + directory};
   }
-  return names;
+}
+
+void Reach(QorJMClient& client, const ServerOptions& server) {
+  Connect(client, server);
+  if (!SayHello(client, server)) {
+    throw Failure{ExitCode::Refused, "the server has no programs of release " + server.Release + " and takes no job"};
+  }
+}
+
+// The deck always travels: an edit may have left its size as it was.
+bool SendInput(QorJMClient& client, const SubmitOptions& options, const std::string& directory) {
+  std::vector<std::string> names;
+  for (const fs::path path : options.Files) names.push_back(path.filename().string());
+  if (options.OnlyMissing) names = MissingFiles(client, directory, names);
+  if (!options.Deck.empty()) names.push_back(fs::path(options.Deck).filename().string());
+  return SendFiles(client, directory, names);
+}
+
+void SendInputSurely(QorJMClient& client, const ServerOptions& server, const SubmitOptions& options,
+                     const std::string& directory) {
+  if (SendInput(client, options, directory)) return;
+  // Another client may have made the server clean up a directory that was still empty. A new connection gets another.
+  client.Disconnect();
+  Reach(client, server);
+  if (!SendInput(client, options, directory)) {
+    throw Failure{ExitCode::Refused, "the server could not store all the files; its disk may be full"};
+  }
 }
 
 ExitCode Submit(const ServerOptions& server, const SubmitOptions& options) {
   CheckUsage(options);
   const std::optional<std::uint32_t> priority = PriorityOf(options.Priority);
   Submission job = Describe(options);
-  const std::vector<std::string> files = options.Send ? FilesToSend(options, job.WorkDir) : std::vector<std::string>();
-  QorJMClient client;
-  Connect(client, server);
-  if (!SayHello(client, server)) {
-    throw Failure{ExitCode::Refused, "the server has no programs of release " + server.Release + " and takes no job"};
-  }
   if (options.Send) {
+    CheckInput(options, job.WorkDir);
     job.WorkDir += fs::path::preferred_separator;  // the server knows directories of files by this form
-    SendFiles(client, job.WorkDir, files, options.OnlyMissing);
   }
+  QorJMClient client;
+  Reach(client, server);
+  if (options.Send) SendInputSurely(client, server, options, job.WorkDir);
   const std::uint64_t handle = client.SubmitJob(job);
   if (handle == 0) {
     throw Failure{ExitCode::Refused, "the server has no job " + std::to_string(job.Predecessor) + " to wait for"};
@@ -166,9 +187,10 @@ void AddCommandOptions(CLI::App& command, SubmitOptions& options) {
   command.add_option("--deck", options.Deck, "Input file: the command's last argument; gives directory, stem and name");
   command.add_option("--dir", options.Directory, "The job's directory; the deck's or the current one");
   command.add_flag("--send", options.Send, "Send deck and files to the server and run in a directory of its own there");
-  command.add_option("--file", options.Files, "With --send: a further file of the directory; may be repeated");
+  command.add_option("--file", options.Files, "With --send: a further file of the directory; may be repeated")
+      ->allow_extra_args(false);
   command.add_flag("--only-missing", options.OnlyMissing,
-                   "With --send: leave out files that the server holds with the same size");
+                   "With --send: leave out further files that the server holds with the same size");
 }
 
 void AddJobOptions(CLI::App& command, SubmitOptions& options) {

@@ -30,8 +30,10 @@ constexpr std::uint32_t kListJobs = 47;
 constexpr std::uint32_t kLargestRecord = 0x44000000;
 
 struct ServerLoop : ::testing::Test {
-  ServerProcess Server{Environment{{"ORPC_TRACE", "1"}}};
+  ServerProcess Server;
   RawConnection Healthy{Server.Port()};
+
+  explicit ServerLoop(const Environment& environment = {{"ORPC_TRACE", "1"}}) : Server(environment) {}
 
   bool Serves() { return Healthy.Ask(Call(kNull)) == Reply(); }
   // Once it is true, all earlier connections have been accepted, too.
@@ -149,7 +151,7 @@ TEST_F(ServerLoop, AReaderThatSendsMoreOrGoesAwayLosesItsConnection) {
   EXPECT_TRUE(Serves());
 
   RawConnection endless(Server.Port());
-  endless.Send(Record(CallForFile("/dev/zero")));
+  endless.Send(Record(CallForFile(SparseFile(std::size_t{1} << 42))));
   endless.Receive(4);
   RawConnection half(Server.Port());
   half.Send(HalfTransfer(1));
@@ -238,6 +240,34 @@ TEST_F(ServerLoop, CallsThatStopHalfWayWaitBeneathThoseThatGoOn) {
     waiting[i].Send(i % 2 == 0 ? Record("data") + Record(U32(0)) : Record(Call(kNull)).substr(20));
   for (int i = 0; i < 300; ++i) EXPECT_EQ(waiting[i].ReceiveRecord(), i % 2 == 0 ? Reply(U32(1)) : Reply()) << i;
   EXPECT_EQ(Server.Root().Read("half298"), "data");
+}
+
+struct ImpatientLoop : ServerLoop {
+  ImpatientLoop() : ServerLoop({{"ORPC_TRACE", "1"}, {"ORPC_STALL_LIMIT", "1"}}) {}
+};
+
+TEST_F(ImpatientLoop, CallsThatHoldOthersUpForTooLongLoseTheirConnections) {
+  RawConnection alone(Server.Port());
+  alone.Send(HalfTransfer(1));
+  EXPECT_FALSE(alone.IsReadableWithin(std::chrono::milliseconds(1500))) << "it holds nobody up";
+  RawConnection silent(Server.Port());
+  silent.Send(HalfTransfer(2));
+  EXPECT_TRUE(ServesNewcomers());
+  alone.Send(Record("data" + U32(0)));
+  EXPECT_EQ(alone.ReceiveRecord(), Reply(U32(1)));
+  EXPECT_TRUE(silent.IsClosedByPeer());
+  EXPECT_TRUE(HasPrinted(": RpcSockIO::Read::recv ERROR: Connection timed out(110)\n"));
+
+  constexpr std::size_t kSize = 64 * kMegabyte;
+  const std::string call = Record(CallForFile(SparseFile(kSize)));
+  RawConnection first(Server.Port());
+  first.Send(call);
+  ASSERT_TRUE(first.IsReadableWithin(kPatience));
+  RawConnection second(Server.Port());
+  second.Send(call);
+  for (std::size_t got = 0; got < kSize;) got += first.ReceiveRecord().size();
+  EXPECT_TRUE(HasPrinted(": ORpcThread::Send::send ERROR: Connection timed out(110)\n"));
+  EXPECT_TRUE(Serves());
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/file_system.h"
 #include "platform/posix/interrupt.h"
 #include "platform/posix/path.h"
 
@@ -111,6 +112,14 @@ std::optional<std::string> ReadWholeFile(const std::string& path) {
     content.append(piece.data(), *count);
     if (*count < piece.size()) return content;
   }
+}
+
+bool ReplaceWholeFile(const std::string& path, const std::string& until, std::string_view content) {
+  RemoveFile(until);  // what a link of this name leads to is not to be written over
+  std::optional<File> file = File::Open(until, File::Mode::Truncate);
+  const bool replaced = file && file->Write(content) && file->Close() && RenameFile(until, path);
+  if (!replaced) RemoveFile(until);
+  return replaced;
 }
 
 }  // namespace tlm::platform

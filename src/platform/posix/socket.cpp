@@ -17,6 +17,7 @@ const int kWouldBlock = EWOULDBLOCK;
 const int kConnectionReset = ECONNRESET;
 const int kConnectionAborted = ECONNABORTED;
 const int kNotConnected = ENOTCONN;
+const int kTimedOut = ETIMEDOUT;
 
 namespace {
 
