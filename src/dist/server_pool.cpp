@@ -1,11 +1,16 @@
 #include "dist/server_pool.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <optional>
 #include <sstream>
 
 #include "exec/temp_directories.h"
+#include "libtsenv/product_environment.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/file.h"
+#include "platform/host.h"
+#include "store/trace.h"
 
 namespace tlm {
 
@@ -17,7 +22,62 @@ std::string PoolPath(const JobManagerState& state) REQUIRES(state.StateLock) {
   return state.TempRoot + Identity().RUNTIME_JM_DISTPOOL_STATUS_FILE;
 }
 
+std::shared_ptr<Peer> FindPeer(JobManagerState& state, const std::string& host) {
+  const MAutoLock lock(state.StateLock);
+  std::shared_ptr<Peer>& peer = state.PeerClientCache[host];
+  if (!peer) peer = std::make_shared<Peer>(host);
+  return peer;
+}
+
+// What asking a peer came to, as far as it came.
+struct Load {
+  bool IsConnected = false;
+  bool IsKnown = false;
+  std::uint32_t Count = 0;
+  std::uint32_t Limit = 0;
+};
+
+void ConnectTo(QorJMClient& client, const std::string& host) {
+  client.Connect(host, PeerPort(host));
+  client.NoticeLoss();
+  constexpr std::size_t kLongestHostName = 31;
+  client.Hello(Identity().RUNTIME_JM_VERSION, platform::HostName().substr(0, kLongestHostName), 0);
+}
+
+Load AskLoad(Peer& peer) {
+  if (!peer.IsIdle()) return {};  // it has yet to answer something else
+  // Kept by both sides: the answer may come when nobody waits for it any more.
+  const auto load = std::make_shared<Load>();
+  const bool answered = peer.Run(
+      // A connection that was lost stays lost: behind a new one a handle might name another job.
+      [load, host = peer.Host(), isFresh = peer.IsFresh()](QorJMClient& client) {
+        if (isFresh) ConnectTo(client, host);
+        load->IsConnected = true;
+        load->Count = client.GetJobCount();
+        load->Limit = client.GetLocalLimit();
+        load->IsKnown = true;
+      },
+      kPeerPatience);
+  return answered ? *load : Load{};
+}
+
+bool HasJobs(const JobManagerState& state, const std::shared_ptr<Peer>& peer) REQUIRES(state.StateLock) {
+  return std::any_of(state.RemoteJobs.begin(), state.RemoteJobs.end(), [&](JobRef ref) REQUIRES(state.StateLock) {
+    const Job* job = state.Jobs.Find(ref);
+    return job && job->RemoteServer == peer;
+  });
+}
+
 }  // namespace
+
+std::uint16_t PeerPort(const std::string& host) {
+  constexpr long kLastReservedPort = 1024;
+  std::string name = "TSQOR_JMPORT";
+  if (host != "127.0.0.1") name.append("_").append(host);
+  const auto text = ProductValue(name.c_str());
+  const long port = text ? std::strtol(text->c_str(), nullptr, 10) : 0;
+  return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
+}
 
 void ReadServerPool(JobManagerState& state) {
   const std::optional<std::string> content = platform::ReadWholeFile(PoolPath(state));
@@ -35,6 +95,38 @@ void SetServerPool(JobManagerState& state, const StringList& hosts) {
   if (std::optional<File> file = File::Open(PoolPath(state), File::Mode::Truncate)) {
     static_cast<void>(file->Write(text));
   }
+}
+
+std::shared_ptr<Peer> SelectBestServer(JobManagerState& state, const StringList& hosts) {
+  Trace(state, "Trying...");
+  std::uint32_t lowest = 0xFFFFFFFF;
+  std::shared_ptr<Peer> best;
+  for (const std::string& host : hosts) {
+    Trace(state, "%s", host.c_str());
+    const std::shared_ptr<Peer> peer = FindPeer(state, host);
+    const Load load = AskLoad(*peer);
+    Trace(state, load.IsConnected ? "." : "!");
+    if (!load.IsKnown) {
+      if (load.IsConnected) Trace(state, "^");
+      const MAutoLock lock(state.StateLock);
+      if (peer->IsIdle() && !HasJobs(state, peer)) ReleasePeerClient(state, peer);
+    } else if (load.Count < lowest && load.Count < load.Limit) {
+      best = peer;
+      lowest = load.Count;
+    }
+  }
+  if (best) {
+    Trace(state, " BEST: %s\n", best->Host().c_str());
+  } else {
+    Trace(state, " ALL BUSY\n");
+  }
+  return best;
+}
+
+void ReleasePeerClient(JobManagerState& state, const std::shared_ptr<Peer>& peer) {
+  const auto entry = state.PeerClientCache.find(peer->Host());
+  if (entry != state.PeerClientCache.end() && entry->second == peer) state.PeerClientCache.erase(entry);
+  peer->Close();
 }
 
 }  // namespace tlm

@@ -1,7 +1,13 @@
 // The other job managers that this one may hand jobs to.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
 #include "jm/lists.h"
+#include "jm/peer.h"
 #include "store/job_manager_state.h"
 
 namespace tlm {
@@ -12,5 +18,18 @@ void ReadServerPool(JobManagerState& state) REQUIRES(state.StateLock);
 
 // Changes the names in memory and, as far as it can be written, in the file.
 void SetServerPool(JobManagerState& state, const StringList& hosts) REQUIRES(state.StateLock);
+
+// How long this server waits for a peer's answer before it goes on with other things; the peer may go on with it.
+inline constexpr std::chrono::seconds kPeerPatience{5};
+
+// The port of the job manager on a host: TSQOR_JMPORT, for any host but "127.0.0.1" with "_" and the host's name behind
+// it, if its value is above 1024; else the default port of this product.
+std::uint16_t PeerPort(const std::string& host);
+
+// The least loaded of the hosts' job managers, the first of several alike. Null if all are busy or cannot be asked.
+std::shared_ptr<Peer> SelectBestServer(JobManagerState& state, const StringList& hosts) EXCLUDES(state.StateLock);
+
+// The next selection of this host connects anew. The jobs that still name the peer keep it, without a use.
+void ReleasePeerClient(JobManagerState& state, const std::shared_ptr<Peer>& peer) REQUIRES(state.StateLock);
 
 }  // namespace tlm

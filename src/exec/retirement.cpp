@@ -26,6 +26,12 @@ void RetireJob(JobManagerState& state, Job* job, std::set<JobRef>& retired) REQU
   }
 }
 
+// The peer of a job that runs there is told when it has time; whether it hears of it shows in the polling.
+void StopRunning(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
+  if (job.RemoteJob == 0) return KillProcess(state, job);
+  if (job.RemoteServer) job.RemoteServer->Post([ref = job.RemoteJob](QorJMClient& client) { client.RemoveJob(ref); });
+}
+
 // The first follower comes to lie on top.
 void PushFollowers(const JobManagerState& state, JobRef leader, std::vector<JobRef>& pending)
     REQUIRES(state.StateLock) {
@@ -62,7 +68,7 @@ void FailDependants(JobManagerState& state, const Job& job, std::set<JobRef>& me
     pending.pop_back();
     if (!follower || !met.insert(follower->Handle).second) continue;
     if (follower->Status == Running) {
-      if (follower->RemoteJob == 0) KillProcess(state, *follower);
+      StopRunning(state, *follower);
       continue;
     }
     EndWithoutProcess(state, *follower);

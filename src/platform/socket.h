@@ -33,6 +33,8 @@ bool IsOutOfResources(int number);
 
 // Negative on failure. A started program does not inherit the socket.
 Socket OpenTcpSocket();
+// A connection to a machine that has gone, or that can no longer be reached, fails within a minute, idle or not.
+void NoticeLoss(Socket socket);
 // True on success, each of these.
 bool AllowAddressReuse(Socket socket);
 bool BindToPort(Socket socket, std::uint16_t port);  // any local address

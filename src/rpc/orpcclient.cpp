@@ -62,6 +62,11 @@ void ORpcClient::Interrupt() {
   if (socket_ != 0) platform::ShutdownSocket(socket_);
 }
 
+void ORpcClient::NoticeLoss() {
+  const MAutoLock lock(lock_);
+  platform::NoticeLoss(socket_);
+}
+
 ORpcIO& ORpcClient::BeginCall(std::uint32_t procedure) {
   const MAutoLock lock(lock_);
   if (!stream_) throw OrpcSocketError(platform::kNotConnected);

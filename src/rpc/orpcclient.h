@@ -33,6 +33,9 @@ class ORpcClient {
   // they have left: its number must not become another connection's before.
   void Interrupt();
 
+  // From now on a peer whose machine has gone is noticed within a minute, also by a call that waits for its reply.
+  void NoticeLoss();
+
   // The stream, to be written. Raises OrpcSocketError, also when there is no connection.
   ORpcIO& BeginCall(std::uint32_t procedure);
   // Waits for the reply without a limit. The stream, positioned on the results. Throws kReplyLost if the connection

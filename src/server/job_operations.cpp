@@ -1,4 +1,5 @@
 // The operations on jobs.
+#include "dist/distributor.h"
 #include "exec/kill.h"
 #include "exec/launch.h"
 #include "exec/retirement.h"
@@ -17,8 +18,8 @@ std::uint64_t QorJMServer::SubmitJob(const Submission& submission) {
   if (!job) return 0;
   NotifyJobChange(state_, *job, Queued);
   if (job->RunClass == kRunDistributed) {
-    const MAutoLock poolLock(state_.PoolLock);
-    state_.DistributionQueue.push_back(job->Handle);
+    PushForDistribution(state_, job->Handle);
+    StartDistribution(state_);
   } else {
     WakeWorkers(state_);
   }

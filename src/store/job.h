@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
+#include "jm/peer.h"
 #include "jm/task.h"
 
 namespace tlm {
@@ -25,15 +27,16 @@ struct Job : Task {
   bool SuccessFlag = false;     // the process reported success
   bool Retry = false;           // the process asked to be run again; shown, and never acted on
   std::int32_t Pid = 0;         // * of the running process, 0 when none
-  bool Lite = false;            // its process submits jobs itself: it does not count as load
+  bool Lite = false;            // * its process submits jobs itself: it does not count as load
   bool RemoveWhenDone = false;  // * may be retired whatever its Status
   std::uint64_t RemoteJob = 0;  // its handle on the peer that runs it, 0 if it runs here
-  JobRef CreatorJob = 0;        // the job whose process submitted it
-  std::uint64_t Handle = 0;     // its identity towards clients
-  std::string TempDir;          // * where it runs and where its results lie
-  std::string OutFile;          // its captured output
-  std::string Env;              // one further entry for the child's environment
-  std::string BinPath;          // put in front of each command
+  std::shared_ptr<Peer> RemoteServer;                 // that peer; also while the job is on its way there
+  JobRef CreatorJob = 0;                              // the job whose process submitted it
+  std::uint64_t Handle = 0;                           // its identity towards clients
+  std::string TempDir;                                // * where it runs and where its results lie
+  std::string OutFile;                                // its captured output
+  std::string Env;                                    // one further entry for the child's environment
+  std::string BinPath;                                // put in front of each command
   std::map<std::string, std::uint32_t> SentFileSize;  // by name of a result file, as last sent to the client
   std::map<std::string, std::int64_t> SentFileDate;
 };

@@ -24,6 +24,9 @@ struct JobManagerState {
   JobTable Jobs GUARDED_BY(StateLock);
   std::vector<Session*> SessionList GUARDED_BY(StateLock);    // live sessions, in order of creation
   std::vector<std::string> ServerPool GUARDED_BY(StateLock);  // host names of the peers, in the order of asking
+  std::map<std::string, std::shared_ptr<Peer>> PeerClientCache GUARDED_BY(StateLock);  // by host name
+  std::vector<JobRef> RemoteJobs GUARDED_BY(StateLock);  // those that run on peers, in the order of placement
+  bool DistributionStarted GUARDED_BY(StateLock) = false;
   std::int32_t ListeningSessions GUARDED_BY(StateLock) = 0;
   JobRef LastRefusedJob GUARDED_BY(StateLock) = 0;  // keeps one trace line from repeating
 

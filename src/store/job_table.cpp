@@ -44,6 +44,7 @@ void JobTable::Erase(JobRef ref) {
   byPort_.erase({entry.IndexedPort, ref});
   IndexDirectory(entry, "");
   if (entry.UsesQueue) --queueUsers_;
+  if (entry.RunsLite) --liteRunning_;
   for (std::set<JobRef>* index : {&readyAtOnce_, &readyInQueue_, &retirable_, &removed_}) index->erase(ref);
   IndexFollowers(entry);
 }
@@ -88,6 +89,9 @@ void JobTable::Changed(Job& job) {
   const bool usesQueue = job.RunClass == kRunQueued && (job.Status == Queued || job.Status == Running);
   queueUsers_ = queueUsers_ + (usesQueue ? 1 : 0) - (entry.UsesQueue ? 1 : 0);
   entry.UsesQueue = usesQueue;
+  const bool runsLite = job.Lite && job.Status == Running;
+  liteRunning_ = liteRunning_ + (runsLite ? 1 : 0) - (entry.RunsLite ? 1 : 0);
+  entry.RunsLite = runsLite;
   SetMember(retirable_, job.Handle, IsRetirable(job));
   SetMember(removed_, job.Handle, job.Status == Removed);
   IndexReadiness(entry);

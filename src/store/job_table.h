@@ -42,6 +42,8 @@ class JobTable {
   const std::set<JobRef>& ReadyInQueue() const { return readyInQueue_; }
   // True while a job of RunClass 1 is Queued or Running.
   bool QueueInUse() const { return queueUsers_ != 0; }
+  // Running jobs that do not count as load.
+  std::size_t LiteCount() const { return liteRunning_; }
   // Jobs that name this one as predecessor or creator, in order of creation.
   const std::set<JobRef>& FollowersOf(JobRef ref) const;
 
@@ -72,6 +74,7 @@ class JobTable {
     std::uint32_t IndexedPort = 0;
     std::string IndexedDirectory;
     bool UsesQueue = false;
+    bool RunsLite = false;
   };
 
   void Follow(JobRef follower, JobRef leader);
@@ -93,6 +96,7 @@ class JobTable {
   std::set<JobRef> retirable_;
   std::set<JobRef> removed_;
   std::size_t queueUsers_ = 0;
+  std::size_t liteRunning_ = 0;
 };
 
 }  // namespace tlm

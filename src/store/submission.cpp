@@ -59,7 +59,10 @@ Job* AddSubmittedJob(JobManagerState& state, const Session& session, const Submi
   SetPaths(job, session);
   DeleteOutFile(job);
 
-  if (Job* creator = state.Jobs.Find(session.AttachedJob)) creator->Lite = true;
+  if (Job* creator = state.Jobs.Find(session.AttachedJob)) {
+    creator->Lite = true;
+    state.Jobs.Changed(*creator);
+  }
   state.Jobs.SetCreator(job, session.AttachedJob);
   if (predecessor) {
     ++predecessor->Dependents;

@@ -59,6 +59,7 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     if (maybe()) job.ResultFlags = Below(4);
     if (maybe()) job.RemoveWhenDone = Below(2) == 0;
     if (maybe()) job.Status = 1 + Below(7);
+    if (maybe()) job.Lite = !job.Lite;
     if (maybe()) job.ClientPort = Below(6);
     if (maybe()) job.TempDir = std::string(Below(3), 'd');
     Table.Changed(job);
@@ -96,6 +97,7 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     const auto queued =
         Where([](const Job& job) { return job.RunClass == 1 && (job.Status == Queued || job.Status == Running); });
     EXPECT_EQ(Table.QueueInUse(), !queued.empty());
+    EXPECT_EQ(Table.LiteCount(), Where([](const Job& job) { return job.Lite && job.Status == Running; }).size());
     EXPECT_THAT(Table.Retirable(), ElementsAreArray(Where([this](const Job& job) { return IsRetirable(job); })));
     EXPECT_THAT(Table.RemovedJobs(), ElementsAreArray(Where([](const Job& job) { return job.Status == Removed; })));
     for (JobRef ref : Refs) {

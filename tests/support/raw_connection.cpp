@@ -131,6 +131,7 @@ void RawConnection::CloseAbruptly() {
 
 RawListener::RawListener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address = Loopback(0);
+  address.sin_addr.s_addr = INADDR_ANY;  // a listener for all addresses of this machine
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   if (bind(socket_, generic, length) != 0 || listen(socket_, 10) != 0) Fail("listen");

@@ -66,6 +66,17 @@ bool IsOutOfResources(int number) {
 
 Socket OpenTcpSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
 
+void NoticeLoss(Socket socket) {
+  constexpr int kIdleSeconds = 15;
+  constexpr int kProbeSeconds = 10;
+  constexpr int kProbes = 3;
+  SetOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kIdleSeconds);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kProbeSeconds);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
+  SetOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, (kIdleSeconds + kProbes * kProbeSeconds) * 1000);
+}
+
 bool AllowAddressReuse(Socket socket) { return SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1); }
 
 bool BindToPort(Socket socket, std::uint16_t port) {
