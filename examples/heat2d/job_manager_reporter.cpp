@@ -1,6 +1,5 @@
 #include "heat2d/job_manager_reporter.h"
 
-#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -20,18 +19,8 @@ namespace heat2d {
 namespace {
 
 constexpr char kHost[] = "127.0.0.1";
-constexpr char kPortVariable[] = "TSQOR_JMPORT";
-constexpr unsigned kDefaultPort = 20317;
-constexpr unsigned kLeastPort = 1025;
 constexpr char kStopEventPrefix[] = "tlm2010_";
 constexpr std::chrono::milliseconds kStopInterval{50};
-
-std::uint16_t JobManagerPort() {
-  const std::string text = tlm::platform::GetVariable(kPortVariable).value_or("");
-  unsigned port = 0;
-  std::from_chars(text.data(), text.data() + text.size(), port);
-  return static_cast<std::uint16_t>(port >= kLeastPort && port <= UINT16_MAX ? port : kDefaultPort);
-}
 
 // What is to be said to the job manager.
 struct Message {
@@ -99,7 +88,7 @@ class Mailbox {
 
 void TalkToJobManager(Mailbox& mailbox, const std::string& command) {
   tlm::QorJMClient client;
-  client.Connect(kHost, JobManagerPort());
+  client.Connect(kHost, 0);  // at the port by which a server goes here
   const auto id = static_cast<std::uint64_t>(tlm::platform::ProcessId());
   client.AttachProcess(id, command, tlm::platform::CurrentDirectory());
   while (const std::optional<Message> message = mailbox.Fetch()) {

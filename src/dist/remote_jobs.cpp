@@ -144,7 +144,7 @@ void FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& cl
   client.ReadOutput(handle, MFile(path).Size(), text);
   if (text.empty()) return;
   const MAutoLock lock(state.StateLock);
-  const Job* job = FindAt(state, peer, ref);
+  Job* job = FindAt(state, peer, ref);
   if (!job) return;
   if (std::optional<File> file = File::Open(path, File::Mode::Append)) static_cast<void>(file->Write(text));
   ForwardOutput(state, *job);

@@ -43,7 +43,6 @@ void SweepAfterKill(JobManagerState& state, std::int32_t killed) REQUIRES(state.
 
 void ReleaseRunSlot(JobManagerState& state) {
   if (state.RunningCount != 0) --state.RunningCount;
-  ++state.IdleWorkers;
 }
 
 void CompleteJob(JobManagerState& state, Job& job) {
@@ -64,7 +63,25 @@ void CompleteJob(JobManagerState& state, Job& job) {
   SweepAfterKill(state, killed);
 }
 
-void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
+namespace {
+
+// Nothing follows a failure of such a job.
+void CompleteAttached(JobManagerState& state, JobRef ref) {
+  const MAutoLock lock(state.StateLock);
+  ReleaseRunSlot(state);
+  Job* job = state.Jobs.Find(ref);
+  if (!job) return;
+  TakeMessageFile(*job, job->WorkDir);
+  job->ResultFlags = (job->ResultFlags & ~kResultsAvailable) | (job->SuccessFlag ? kResultsAvailable : 0);
+  job->Status = job->SuccessFlag ? Finished : Aborted;
+  state.Jobs.Changed(*job);
+  NotifyJobChange(state, *job, job->Status);
+  const std::int32_t killed = job->Killed;
+  ForgetPid(state, *job);
+  SweepAfterKill(state, killed);
+}
+
+void FollowAttached(JobManagerState& state, JobRef ref) {
   {
     const MAutoLock lock(state.StateLock);
     if (Job* job = state.Jobs.Find(ref)) {
@@ -81,19 +98,13 @@ void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
     }
     platform::Sleep(kWatchInterval);
   }
+  CompleteAttached(state, ref);
+}
 
-  const MAutoLock lock(state.StateLock);
-  if (state.RunningCount != 0) --state.RunningCount;
-  Job* job = state.Jobs.Find(ref);
-  if (!job) return;
-  TakeMessageFile(*job, job->WorkDir);
-  job->ResultFlags = (job->ResultFlags & ~kResultsAvailable) | (job->SuccessFlag ? kResultsAvailable : 0);
-  job->Status = job->SuccessFlag ? Finished : Aborted;
-  state.Jobs.Changed(*job);
-  NotifyJobChange(state, *job, job->Status);
-  const std::int32_t killed = job->Killed;
-  ForgetPid(state, *job);
-  SweepAfterKill(state, killed);
+}  // namespace
+
+void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
+  if (!platform::StartDetachedThread([&state, ref] { FollowAttached(state, ref); })) CompleteAttached(state, ref);
 }
 
 }  // namespace tlm

@@ -9,10 +9,11 @@ namespace tlm {
 // reported or left in its message file. Gives the worker's run slot back.
 void CompleteJob(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
 
-// Gives back the run slot of a worker's job, which may have left the table.
+// Gives back the run slot of a job, which may have left the table.
 void ReleaseRunSlot(JobManagerState& state) REQUIRES(state.StateLock);
 
-// Follows a process that was not started here to its end and completes its job. The body of a thread of its own.
-void WatchAttachedProcess(JobManagerState& state, JobRef ref) EXCLUDES(state.StateLock);
+// Starts a thread that follows a process that was not started here to its end and completes its job. Without a thread
+// to be had the job is completed at once.
+void WatchAttachedProcess(JobManagerState& state, JobRef ref);
 
 }  // namespace tlm

@@ -38,6 +38,7 @@ std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) {
   const bool endedByItself = asked && EndsWithinPatience(*process);
   const MAutoLock lock(state.StateLock);
   if (process) process->Terminate();  // also what an ended leader left of its group
+  if (process && !endedByItself) platform::RemoveStopEvent(StopEventName(pid));
   return endedByItself ? kEndedOnStopEvent : kTerminated;
 }
 
@@ -67,7 +68,9 @@ bool RemoveJob(JobManagerState& state, JobRef ref) {
 void TerminateChildren(JobManagerState& state) {
   const MAutoLock lock(state.StateLock);
   for (const auto& [pid, process] : state.ProcessHandles) {
-    if (process->IsChild()) process->Terminate();
+    if (!process->IsChild()) continue;
+    process->Terminate();
+    platform::RemoveStopEvent(StopEventName(pid));
   }
 }
 

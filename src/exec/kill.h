@@ -11,8 +11,9 @@ namespace tlm {
 // such event. Only Killed of the job changes; whoever follows the process sees its end and goes on from there. Does
 // nothing once the server is ending.
 void KillProcess(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
-// The same for a process that is followed by the caller. Gives what Killed becomes. Takes the lock only for a moment.
-std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) EXCLUDES(state.PoolLock);
+// The same for a process that is followed by the caller. Gives what Killed becomes. A caller without
+// StateLock finds it taken for moments only.
+std::int32_t KillProcess(JobManagerState& state, std::int32_t pid);
 
 // Kills or retires the job and what hangs on it. False if it is not in the table.
 bool RemoveJob(JobManagerState& state, JobRef ref) EXCLUDES(state.PoolLock);

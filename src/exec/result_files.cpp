@@ -34,7 +34,7 @@ std::optional<FilesByStem> ListFiles(const Job& job) {
   MDirectory directory(job.TempDir);
   if (!directory.Open() && directory.IsDirectory()) return std::nullopt;
   for (MFile file; directory.Next(file);) {
-    if (file.Name() != job.InputFile && IsRegular(file)) files[file.Stem()].push_back(file);
+    if (file.Name() != job.InputFile) files[file.Stem()].push_back(file);
   }
   return files;
 }
@@ -62,6 +62,7 @@ class Scan {
   }
   void Take(const StemDone& done) { open_.erase(done.Stem); }
   void Take(const MFile& file) {
+    if (!IsRegular(file)) return;
     const std::string extension = file.Extension();
     if (extension == ".exr") {
       if (read_.insert(file.Name()).second) TakeList(file);

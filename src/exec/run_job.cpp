@@ -146,10 +146,9 @@ Outcome RunCommands(JobManagerState& state, JobRef ref, std::string_view buffer)
 
 }  // namespace
 
-void ForwardOutput(JobManagerState& state, const Job& job) {
-  std::optional<File> file = File::Open(job.OutFile, File::Mode::Read);
-  if (!file) return;
-  for (Session* session : state.SessionList) StepOutput(state, *session, job.Handle, *file);
+void ForwardOutput(JobManagerState& state, Job& job) {
+  const std::uint64_t size = OutputSize(job);
+  for (Session* session : state.SessionList) StepOutput(*session, job, size);
 }
 
 void RunJob(JobManagerState& state, JobRef ref) {

@@ -11,6 +11,6 @@ namespace tlm {
 void RunJob(JobManagerState& state, JobRef ref) EXCLUDES(state.StateLock);
 
 // Lets every session look for new output of the job.
-void ForwardOutput(JobManagerState& state, const Job& job) REQUIRES(state.StateLock);
+void ForwardOutput(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
 
 }  // namespace tlm

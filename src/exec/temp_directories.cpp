@@ -19,7 +19,7 @@ std::string DeriveTempRoot() {
   }
   if (root.empty()) root = platform::GetVariable("TEMP").value_or("");
   platform::SetVariable("TMP", "");
-  return root.empty() ? "/tmp" : root;
+  return root.empty() ? platform::TemporaryDirectory() : root;
 }
 
 void EnsureTempRoot(const JobManagerState& state) {

@@ -19,12 +19,12 @@ void EnsureTempRoot(const JobManagerState& state) REQUIRES(state.StateLock);
 // it stays while it holds younger files or any directory. What a link of this name leads to is not touched.
 bool RemoveExpiredDirectory(const JobManagerState& state, const std::string& directory) REQUIRES(state.StateLock);
 
-// Goes back to the derived root and takes everything away that the table of directories there lists, with the table and
-// the list of peers. TempExpiry is 0 afterwards.
+// Goes back to the derived root and takes the directories away that the table there lists, but what holds other
+// directories or files of this second, with the table and the list of peers. TempExpiry is 0 afterwards.
 void PurgeTempRoot(JobManagerState& state) REQUIRES(state.StateLock);
 
 // Moves the root and sets its expiry, in seconds. A root other than the present one has to be a writable directory, no
-// job may run, and everything under the derived root goes. False, and nothing changed, if that cannot be.
+// job may run, and what the table under the derived root lists goes. False, and nothing changed, if that cannot be.
 bool SetTempRoot(JobManagerState& state, const std::string& directory, std::uint32_t expiry) REQUIRES(state.StateLock);
 
 }  // namespace tlm

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "exec/completion.h"
+#include "exec/kill.h"
 #include "exec/run_job.h"
 #include "platform/thread.h"
 
@@ -25,17 +26,27 @@ JobRef FirstStartable(const JobManagerState& state) REQUIRES(state.StateLock) {
   return atOnce != 0 && inQueue != 0 ? std::min(atOnce, inQueue) : std::max(atOnce, inQueue);
 }
 
+// What broke the run broke it before the job's end was settled.
+void SettleBrokenRun(JobManagerState& state, JobRef ref) REQUIRES(state.StateLock) {
+  Job* job = state.Jobs.Find(ref);
+  if (!job || (job->Status != Starting && job->Status != Running)) return;
+  if (job->Pid != 0) KillProcess(state, *job);
+  job->Status = Aborted;
+  state.Jobs.Changed(*job);
+  ReleaseRunSlot(state);
+}
+
 void RunOneJob(JobManagerState& state, JobRef ref) {
+  bool broken = false;
   try {
     RunJob(state, ref);
-  } catch (...) {  // The worker leaves, and its slot must not go with it.
-    const MAutoLock lock(state.StateLock);
-    ReleaseRunSlot(state);
-    --state.BusyWorkers;
-    throw;
+  } catch (...) {  // For want of memory, say: the worker goes on with other jobs.
+    broken = true;
   }
   const MAutoLock lock(state.StateLock);
+  if (broken) SettleBrokenRun(state, ref);
   --state.BusyWorkers;
+  ++state.IdleWorkers;
 }
 
 // False if the worker is to leave.
@@ -63,14 +74,10 @@ void WorkerLoop(JobManagerState& state) {
   }
   const MAutoLock lock(state.StateLock);
   --state.IdleWorkers;
+  WakeWorkers(state);  // a job may have come since this worker looked last
 }
 
 }  // namespace
-
-bool CanStart(const JobManagerState& state, const Job& job) {
-  if (job.RunClass == kRunDistributed || job.Status != Queued || state.Jobs.IsBlocked(job)) return false;
-  return job.RunClass == kRunAtOnce || QueueMayStart(state);
-}
 
 std::uint32_t StartableJobCount(const JobManagerState& state) {
   const auto atOnce = static_cast<std::uint32_t>(state.Jobs.ReadyAtOnce().size());

@@ -8,11 +8,8 @@
 
 namespace tlm {
 
-// A job of the first run class may always start once it is not blocked; a queued one only while the queue runs and
-// fewer jobs run than its limit allows.
-bool CanStart(const JobManagerState& state, const Job& job) REQUIRES(state.StateLock);
-
-// How many jobs could start now.
+// How many jobs could start now. A job of the first run class may always start once it is not blocked; a queued one
+// only while the queue runs and fewer jobs run than its limit allows.
 std::uint32_t StartableJobCount(const JobManagerState& state) REQUIRES(state.StateLock);
 
 // Starts a worker if a job can start and no worker is idle. One call starts at most one: each worker that takes a job
@@ -24,7 +21,7 @@ void WakeWorkers(JobManagerState& state) REQUIRES(state.StateLock);
 JobRef TakeNextJob(JobManagerState& state) EXCLUDES(state.StateLock);
 
 // After StopRequested: waits until no worker has a job any more, so that no process is left behind unattended, but not
-// longer than the limit. False if the limit ended the wait.
+// longer than the limit, and as long as others hold StateLock. False if the limit ended the wait.
 bool AwaitWorkers(JobManagerState& state, std::chrono::milliseconds limit) EXCLUDES(state.StateLock);
 
 }  // namespace tlm

@@ -1,6 +1,8 @@
 // From the number of an operation to its call.
 #pragma once
 
+#include <cstdint>
+
 #include "jm/operation.h"
 
 namespace tlm {
@@ -9,6 +11,6 @@ namespace tlm {
 // nothing. Lets all exceptions through; after one of the operation's own nothing has been written.
 void DispatchOperation(std::int32_t number, const ServedCall& call);
 
-inline bool IsOperation(std::int32_t number) { return number >= 1 && number <= kLastOperation; }
+bool IsOperation(std::int32_t number);
 
 }  // namespace tlm

@@ -12,7 +12,6 @@ namespace tlm {
 
 inline constexpr std::uint32_t kJobManagerProgram = 0x514A4D50;  // "QJMP"
 inline constexpr std::uint32_t kJobManagerVersion = 1;
-inline constexpr std::int32_t kLastOperation = 49;
 
 // A parameter that only the reply carries: the callee stores the value, which replaces the caller's.
 template <class Value>
@@ -21,6 +20,15 @@ struct Out {
 };
 template <class Value>
 Out(Value&) -> Out<Value>;
+
+// The numbers of the operations, as OperationNumber::Hello.
+enum class OperationNumber : std::uint32_t {
+#define OPERATION(number, name, result, parameters, arguments) name = number,
+#define ONE_WAY(number, name, parameters, arguments) name = number,
+#include "jm/operations.def"
+#undef OPERATION
+#undef ONE_WAY
+};
 
 class IQorJM {
  public:

@@ -42,7 +42,8 @@ struct ServedCall {
   const bool& Abandoned;      // the session was given up while the arguments were being read
 };
 
-inline constexpr std::uint32_t kRequiredLevel = 45;  // the one operation that both sides announce on standard output
+// The one operation that both sides announce on standard output.
+inline constexpr auto kRequiredLevel = static_cast<std::uint32_t>(OperationNumber::RequiredLevel);
 
 template <std::uint32_t kNumber, bool kAwaited, class Result, class... Parameters>
 struct OperationOf {

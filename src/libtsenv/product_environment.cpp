@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
 #include "libtsenv/ini_file.h"
 #include "libtsenv/registry.h"
 #include "platform/environment.h"
 #include "platform/file_system.h"
+#include "util/immortal.h"
 #include "util/syperror.h"
 #include "util/syppaths.h"
 
@@ -212,8 +212,7 @@ std::optional<std::string> ProductEnvironment::ProductRegistryVariable(const std
 }
 
 std::optional<std::string> ProductValue(const char* name) {
-  // Never destroyed: other threads may still look while the process ends.
-  static ProductEnvironment& environment = *std::make_unique<ProductEnvironment>(ProcessProduct()).release();
+  static ProductEnvironment& environment = MakeImmortal<ProductEnvironment>(ProcessProduct());
   return environment.ProductValue(name);
 }
 

@@ -34,7 +34,8 @@ std::optional<std::string> SlotVariable(int product, std::size_t slot);
 // Any thread may call. Values are the caller's own copies.
 class ProductEnvironment {
  public:
-  // Held by every operation. It stands apart from all other locks: none is taken under it.
+  // Held by every operation. It stands apart from all others: only the lock of the process environment is taken under
+  // it.
   MMutex EnvLock;
 
   // The product is taken from the choice at the first look-up, which therefore comes after the client is detected.

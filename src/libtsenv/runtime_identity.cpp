@@ -1,10 +1,10 @@
 #include "libtsenv/runtime_identity.h"
 
 #include <algorithm>
-#include <memory>
 
 #include "libtsenv/product_table.h"
 #include "platform/environment.h"
+#include "util/immortal.h"
 
 namespace tlm {
 namespace {
@@ -37,8 +37,7 @@ void ReplaceAll(std::string& text, const std::string& from, const std::string& t
 }
 
 RuntimeIdentity& ProcessIdentity() {
-  // Never destroyed: other threads may still look while the process ends.
-  static RuntimeIdentity& identity = *std::make_unique<RuntimeIdentity>().release();
+  static RuntimeIdentity& identity = MakeImmortal<RuntimeIdentity>();
   return identity;
 }
 

@@ -17,6 +17,7 @@ struct FileStatus {
   std::uint64_t Size = 0;             // bytes
   std::int64_t ModificationTime = 0;  // seconds since 1970
   bool IsDirectory = false;
+  bool IsOwn = false;      // belongs to the user of this process
   bool IsRegular = false;  // a file proper: no directory, device or pipe
 };
 

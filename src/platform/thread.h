@@ -7,7 +7,8 @@
 
 namespace tlm::platform {
 
-// Starts a thread that nobody waits for. False if the system has none to give. An exception may not leave the function.
+// Starts a thread that nobody waits for. False if the system has none to give. What the
+// function throws ends the thread and nothing else.
 [[nodiscard]] bool StartDetachedThread(std::function<void()> body);
 
 void Sleep(std::chrono::milliseconds time);

@@ -29,6 +29,14 @@ constexpr std::uint32_t kLargestReadPiece = 0x40000;
 // to spare.
 constexpr std::uint32_t kLargestRecord = kLargestPacket + 4 * kMaxStringLength;
 
+// An empty fragment is allowed, a stream of them without an end is not.
+constexpr int kMostEmptyFragments = 1000;
+
+[[noreturn]] void RefuseFragment(std::uint32_t size) {
+  std::printf("ERROR: Fragment size is %d\n", static_cast<int>(size));
+  throw kMarshalError;
+}
+
 }  // namespace
 
 std::uint32_t PacketSize() {
@@ -75,20 +83,19 @@ std::uint32_t ORpcRecordIO::Offer(std::uint32_t length) {
 void ORpcRecordIO::FetchRecord() {
   readBuffer_.clear();
   bool last = false;
-  while (!last) {
+  for (int fragments = 0; !last; ++fragments) {
     unsigned char bytes[kMarkSize];
     inner_->Read(bytes, kMarkSize);
     const std::uint32_t mark = LoadBigEndian<std::uint32_t>(bytes);
     last = (mark & kLastFragment) != 0;
-    ReadFragment(mark & ~kLastFragment);
+    const std::uint32_t size = mark & ~kLastFragment;
+    if (size == 0 && fragments >= kMostEmptyFragments) RefuseFragment(size);
+    ReadFragment(size);
   }
 }
 
 void ORpcRecordIO::ReadFragment(std::uint32_t size) {
-  if (size > kLargestRecord - unread_) {
-    std::printf("ERROR: Fragment size is %d\n", static_cast<int>(size));
-    throw kMarshalError;
-  }
+  if (size > kLargestRecord - unread_) RefuseFragment(size);
   while (size > 0) {
     const std::uint32_t piece = std::min(size, std::clamp(unread_, kInitialCapacity, kLargestReadPiece));
     readBuffer_.resize(readBuffer_.size() + piece);

@@ -17,7 +17,8 @@ struct ORpcProgramKey {
   auto operator<=>(const ORpcProgramKey&) const = default;
 };
 
-// One object per connection and program, made at the first call. All of it runs on the thread of the loop.
+// One object per connection and program, made at the first call. All of it runs on the thread of the loop, but
+// Abandon, which runs on the thread of ORpcThread::DeleteServer.
 class ORpcServer {
  public:
   virtual ~ORpcServer() = default;

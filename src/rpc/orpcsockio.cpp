@@ -10,6 +10,8 @@ namespace tlm {
 
 namespace {
 
+// A peer that sends faster than it is read would never let its reader wait, and so nobody else be served.
+constexpr std::uint32_t kLongRead = 0x10000;
 constexpr std::chrono::seconds kReadWait{5};  // a wait that ends without data is simply repeated
 
 }  // namespace
@@ -18,6 +20,7 @@ std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
   auto* position = static_cast<unsigned char*>(buffer);
   std::uint32_t remaining = length;
   auto moved = std::chrono::steady_clock::now();
+  if (thread_ && length >= kLongRead) WaitUntilReadable();
   while (true) {
     const std::int64_t received = TracedReceive(socket_, position, remaining);
     const int error = platform::LastSocketError();
@@ -30,7 +33,7 @@ std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
       RaiseSocketError("ECONNRESET", platform::kConnectionReset);
     } else if (!platform::IsWouldBlock(error)) {
       RaiseSocketError("RpcSockIO::Read::recv", error);
-    } else if (thread_ && thread_->HoldsOthersUp(moved)) {
+    } else if (thread_ && thread_->HoldsOthersUp(socket_, moved)) {
       RaiseSocketError("RpcSockIO::Read::recv", platform::kTimedOut);
     }
     WaitUntilReadable();

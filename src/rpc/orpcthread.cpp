@@ -108,24 +108,27 @@ int ORpcThread::PollOnce(platform::Socket highest, DescriptorSet& readSet, Descr
 
 void ORpcThread::AddToReadSet(platform::Socket& highest, DescriptorSet& readSet) {
   const DescriptorSet given = readSet;
-  const auto addAll = [&](const std::vector<platform::Socket>& sockets) {
-    for (platform::Socket socket : sockets) {
-      if (!Contains(given, socket)) readSet.push_back(socket);
-      highest = std::max(highest, socket);
-    }
+  const platform::Socket waitedFor = highest;
+  const auto add = [&](platform::Socket socket) {
+    if (!Contains(given, socket)) readSet.push_back(socket);
+    highest = std::max(highest, socket);
   };
-  addAll(connections_);
-  if (!ListenersPaused()) addAll(listeners_);
+  // What comes for a call further down the stack cannot be taken yet, and would only wake this pass again and again.
+  for (platform::Socket socket : connections_) {
+    if (socket == waitedFor || !busy_.contains(socket)) add(socket);
+  }
+  if (!ListenersPaused()) std::for_each(listeners_.begin(), listeners_.end(), add);
 }
 
 std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
   if (ListenersPaused()) return kAcceptPause;
-  if (busy_.size() > 1) return StallLimit();
+  if (!busy_.empty()) return StallLimit();
   return std::nullopt;
 }
 
-bool ORpcThread::HoldsOthersUp(std::chrono::steady_clock::time_point since) const {
-  return busy_.size() > 1 && std::chrono::steady_clock::now() - since >= StallLimit();
+bool ORpcThread::HoldsOthersUp(platform::Socket socket, std::chrono::steady_clock::time_point since) const {
+  const std::size_t own = busy_.contains(socket) ? 1 : 0;
+  return busy_.size() > own && std::chrono::steady_clock::now() - since >= StallLimit();
 }
 
 bool ORpcThread::ListenersPaused() const { return acceptAgain_ && std::chrono::steady_clock::now() < *acceptAgain_; }
@@ -262,7 +265,7 @@ void ORpcThread::SendQueued(platform::Socket socket, SendQueue& queue, std::size
     const int error = platform::LastSocketError();
     if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
     if (sent < 0) {
-      if (HoldsOthersUp(moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
+      if (HoldsOthersUp(socket, moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
       if (blocked > kBlockedRetries) RaiseSocketError("ORpcThread::Send::blocked", platform::kWouldBlock);
       platform::YieldTimeSlice();
       ++blocked;

@@ -47,13 +47,13 @@ class ORpcThread {
   // Gives the number of ready sockets, below 1 if the wait ended without any.
   int PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet);
 
-  // True for a wait of the call in progress that has gone on since then without a byte of its peer, while other calls
-  // wait below it on the stack, for too long: it has to end, so that they can go on.
-  bool HoldsOthersUp(std::chrono::steady_clock::time_point since) const;
+  // True for a wait for the socket that has gone on since then without a byte, for too long, while calls of other
+  // connections wait below it on the stack: it has to end, so that they can go on.
+  bool HoldsOthersUp(platform::Socket socket, std::chrono::steady_clock::time_point since) const;
 
   // Gives up a connection's server object; the connection stays open, and its next call makes a new one. No effect on
   // an object that is not a connection's.
-  void DeleteServer(const ORpcServer* server) EXCLUDES(lock_);
+  void DeleteServer(const ORpcServer* server);
 
   // Local and peer's port. Raise OrpcSocketError.
   std::uint16_t GetListenerPort(platform::Socket socket);
@@ -77,7 +77,7 @@ class ORpcThread {
   void Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) REQUIRES(lock_);
   std::shared_ptr<ORpcServer> FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) REQUIRES(lock_);
   void SendQueued(platform::Socket socket, SendQueue& queue, std::size_t length);
-  void DropConnection(platform::Socket socket) EXCLUDES(lock_);
+  void DropConnection(platform::Socket socket);
   void Forget(platform::Socket socket);
   void CloseAll();
 

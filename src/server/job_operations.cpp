@@ -100,12 +100,11 @@ bool QorJMServer::TakeOwnership(std::uint64_t handle) {
 
 void QorJMServer::WatchOutput(std::uint64_t handle, std::uint32_t offset) {
   const MAutoLock lock(state_.StateLock);
-  const Job* job = state_.Jobs.Find(handle);
+  Job* job = state_.Jobs.Find(handle);
   if (!job || !session_.Listening || job->OutFile.empty()) return;
   tlm::TakeOwnership(state_, session_, handle);
   session_.WatchOffsets[handle] = offset;
-  std::optional<platform::File> file = platform::File::Open(job->OutFile, platform::File::Mode::Read);
-  if (file) StepOutput(state_, session_, handle, *file);
+  StepOutput(session_, *job, OutputSize(*job));
 }
 
 void QorJMServer::ReadOutput(std::uint64_t handle, std::uint32_t offset, std::string& text) {

@@ -24,8 +24,7 @@ std::uint64_t QorJMServer::AttachProcess(std::uint64_t processId, const std::str
   const JobRef ref = attachment.Record.Handle;
   if (attachment.IsStranger) {
     HoldProcess(state_, pid);
-    JobManagerState& state = state_;
-    static_cast<void>(platform::StartDetachedThread([&state, ref] { WatchAttachedProcess(state, ref); }));
+    WatchAttachedProcess(state_, ref);
   }
   return ref;
 }

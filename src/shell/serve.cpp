@@ -44,17 +44,14 @@ void PrepareServer() {
   ApplySettings(TheState());
 }
 
-int Serve() {
-  int code = 0;
+void Serve() {
   try {
     TheThread().AddListener(JobManagerPort());
     TheThread().Run();
   } catch (...) {  // Whatever keeps it from serving, the person at the console is told.
     std::puts("FATAL ERROR: check that no other Tessarine processes are running");
-    code = 1;
   }
   EndWorkers();
-  return code;
 }
 
 }  // namespace tlm

@@ -6,7 +6,8 @@ namespace tlm {
 // Reads the settings. To be called once, before Serve and when the runtime identity is final.
 void PrepareServer();
 
-// Listens and serves until Shutdown. Gives the exit code: 1 if the port is taken, with a line on standard output.
-int Serve();
+// Listens and serves until Shutdown. What keeps it from serving, a port that is taken for instance, is told in a line
+// on standard output.
+void Serve();
 
 }  // namespace tlm

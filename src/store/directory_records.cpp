@@ -23,6 +23,12 @@ bool Exists(const std::string& path) {
   return platform::GetFileStatus(path, status) == 0;
 }
 
+// In a root that others may write to, they could name directories to be emptied.
+bool IsOwn(const std::string& path) {
+  platform::FileStatus status;
+  return platform::GetFileStatus(path, status) == 0 && status.IsOwn;
+}
+
 struct Line {
   std::string_view Text;
   bool Ended = false;  // by a line end
@@ -57,11 +63,11 @@ bool IsRecordable(const DirectoryRecord& record) {
 std::string DirectoryRecordsPath(const std::string& tempRoot) { return tempRoot + Identity().RUNTIME_JM_STATUS_FILE; }
 
 std::optional<std::vector<DirectoryRecord>> ReadDirectoryRecords(const std::string& path) {
-  if (!Exists(path)) platform::RenameFile(ReplacementPath(path), path);
+  if (!Exists(path) && IsOwn(ReplacementPath(path))) platform::RenameFile(ReplacementPath(path), path);
   std::vector<DirectoryRecord> records;
   if (!Exists(path)) return records;
   const std::optional<std::string> content = platform::ReadWholeFile(path);
-  if (!content) return std::nullopt;
+  if (!content || !IsOwn(path)) return std::nullopt;
   for (std::string_view rest = *content; !rest.empty();) {
     const Line host = TakeLine(rest);
     const Line key = TakeLine(rest);

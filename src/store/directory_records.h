@@ -17,8 +17,8 @@ struct DirectoryRecord {
 std::string DirectoryRecordsPath(const std::string& tempRoot);
 
 // The records in their order, up to the first that is torn or has an over-long line. No file is an empty table; the
-// result is empty if there is a file that cannot be read. A new table whose replacement was broken off is completed
-// first.
+// result is empty if there is a file that cannot be read, or that is another user's. A new table whose replacement was
+// broken off is completed first.
 std::optional<std::vector<DirectoryRecord>> ReadDirectoryRecords(const std::string& path);
 
 // Puts these records in the place of the table at once, so that at any moment either the old or the new one stands

@@ -26,7 +26,7 @@ struct Job : Task {
   std::int32_t Killed = 0;      // * kTerminated or kEndedOnStopEvent once the job manager has stopped the process
   bool SuccessFlag = false;     // the process reported success
   bool Retry = false;           // the process asked to be run again; shown, and never acted on
-  std::int32_t Pid = 0;         // * of the running process, 0 when none
+  std::int32_t Pid = 0;         // * of the job's last process until its end is settled, 0 when none
   bool Lite = false;            // * its process submits jobs itself: it does not count as load
   bool RemoveWhenDone = false;  // * may be retired whatever its Status
   std::uint64_t RemoteJob = 0;  // its handle on the peer that runs it, 0 if it runs here

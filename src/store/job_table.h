@@ -16,7 +16,8 @@ namespace tlm {
 // unless a comment says otherwise.
 class JobTable {
  public:
-  // A new job with record defaults at the end of the table. Handles are 4, 8, 12 and so on.
+  // A new job with record defaults at the end of the table. Handles are 4, 8, 12 and so on. Its caller fills it in and
+  // calls Changed.
   Job& Add();
   // Null for 0 and for a job that has left the table.
   Job* Find(JobRef ref);
@@ -54,7 +55,8 @@ class JobTable {
 
   // The first job, in order of creation, whose process has this id. Null also for id 0.
   Job* FindByPid(std::int32_t pid);
-  // Processes that have attached; a job is here only while its process is alive. Id 0 is never one.
+  // Processes that have attached; a job is here until the end of its process is settled. Id 0 is
+  // never one.
   void Attach(std::int32_t pid, JobRef ref);
   void Detach(std::int32_t pid);
   Job* FindAttached(std::int32_t pid);

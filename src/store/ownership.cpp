@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <optional>
 
+#include "platform/file.h"
+#include "platform/file_system.h"
 #include "store/trace.h"
 
 namespace tlm {
@@ -20,17 +24,6 @@ bool Owns(const Session& session, const Job& job) {
 void ForgetWhatWasSent(Job& job) {
   job.SentFileSize.clear();
   job.SentFileDate.clear();
-}
-
-// Reads the file from the offset to its end or to the limit, a piece at a time.
-template <class Consumer>
-void ReadPieces(File& file, std::uint64_t offset, Consumer consume, std::size_t limit = SIZE_MAX) {
-  std::array<char, kPiece> piece;
-  if (!file.Seek(offset)) return;
-  while (const std::size_t count = file.Read(piece.data(), std::min(piece.size(), limit)).value_or(0)) {
-    consume(piece.data(), count);
-    limit -= count;
-  }
 }
 
 }  // namespace
@@ -66,25 +59,29 @@ void DisownJobs(JobManagerState& state, const Session& session) {
   }
 }
 
-void StepOutput(JobManagerState& state, Session& session, JobRef ref, File& outFile) {
-  Job* job = state.Jobs.Find(ref);
-  if (!job) {
-    session.WatchOffsets.erase(ref);
-    return;
-  }
-  if (!session.Listening || !Owns(session, *job)) return;
-  std::uint32_t& offset = session.WatchOffsets[ref];
-  std::uint32_t found = 0;
-  ReadPieces(outFile, offset, [&found](const char*, std::size_t count) { found += static_cast<std::uint32_t>(count); });
-  offset += found;
-  if (found > 0) ++job->UpdateTimestamp;
+void StepOutput(Session& session, Job& job, std::uint64_t outputSize) {
+  if (!session.Listening || !Owns(session, job)) return;
+  std::uint32_t& offset = session.WatchOffsets[job.Handle];
+  const auto seen = static_cast<std::uint32_t>(std::min<std::uint64_t>(outputSize, UINT32_MAX));
+  if (seen <= offset) return;
+  offset = seen;
+  ++job.UpdateTimestamp;
+}
+
+std::uint64_t OutputSize(const Job& job) {
+  platform::FileStatus status;
+  const bool isFile = platform::GetFileStatus(job.OutFile, status) == 0 && status.IsRegular;
+  return isFile ? status.Size : 0;
 }
 
 std::string ReadOutputFrom(const Job& job, std::uint32_t offset, std::size_t limit) {
   std::string text;
   std::optional<File> file = File::Open(job.OutFile, File::Mode::Read);
-  const auto append = [&text](const char* data, std::size_t count) { text.append(data, count); };
-  if (file) ReadPieces(*file, offset, append, limit);
+  if (!file || !file->Seek(offset)) return text;
+  std::array<char, kPiece> piece;
+  while (const std::size_t count = file->Read(piece.data(), std::min(piece.size(), limit - text.size())).value_or(0)) {
+    text.append(piece.data(), count);
+  }
   return text;
 }
 

@@ -21,8 +21,6 @@ class CAPABILITY("mutex") MMutex {
   void Unlock() RELEASE();
   // True if the calling thread holds the lock.
   bool IsOwner() const { return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
-  // For functions that are only ever called with the lock held, where the analysis cannot see it.
-  void AssertHeld() const ASSERT_CAPABILITY(this) {}
 
  private:
   std::mutex mutex_;

@@ -14,5 +14,4 @@
 #define EXCLUDES(...) TLM_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) TLM_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) TLM_ANNOTATION(release_capability(__VA_ARGS__))
-#define ASSERT_CAPABILITY(x) TLM_ANNOTATION(assert_capability(x))
 #define NO_THREAD_SAFETY_ANALYSIS TLM_ANNOTATION(no_thread_safety_analysis)

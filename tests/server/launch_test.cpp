@@ -138,5 +138,19 @@ TEST_F(Launch, UsesTheEnvironmentOfTheMomentAndTheInstallPathOfTheSubmission) {
   EXPECT_EQ(Client.Output(handle), "two\nthree\n") << "also for the next command of a running job";
 }
 
+TEST_F(JobTest, WhatAJobPutsInThePlaceOfItsFilesHoldsNobodyUp) {
+  Client.SetListening(true);
+  const std::uint64_t pipe = Submit(Do("rm job1_out; mkfifo job1_out") + "; " + Succeed(":"));
+  Client.Await(pipe, {Finished});
+  const std::uint64_t device = Submit(Do("ln -sf /dev/zero job2_out; " + Wait("device")));
+  const std::uint64_t event = Submit(Do(": >/dev/shm/sem.tlm2010_$$; " + Wait("event")));
+  AwaitNumber("device");
+  const std::int32_t pid = AwaitNumber("event");
+  Client.WatchOutput(device, 0);
+  EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Client.RemoveJob(event)); }), std::chrono::seconds(5));
+  EXPECT_TRUE(IsGone(pid));
+  EXPECT_TRUE(Client.RemoveJob(device));
+}
+
 }  // namespace
 }  // namespace tlm::test

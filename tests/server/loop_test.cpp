@@ -243,6 +243,20 @@ TEST_F(ServerLoop, CallsThatStopHalfWayWaitBeneathThoseThatGoOn) {
   EXPECT_EQ(Server.Root().Read("half298"), "data");
 }
 
+TEST_F(ServerLoop, AnUploadThatWaitsDoesNotCostADownloadItsConnection) {
+  RawConnection uploading(Server.Port());
+  uploading.Send(HalfTransfer(1));
+  ASSERT_TRUE(ServesNewcomers());
+  constexpr std::size_t kSize = 64 * kMegabyte;
+  RawConnection reader(Server.Port());
+  reader.Send(Record(CallForFile(SparseFile(kSize))));
+  ASSERT_TRUE(reader.IsReadableWithin(kPatience));
+  uploading.Send(Record("data" + U32(0)));
+  EXPECT_TRUE(Serves());
+  for (std::size_t got = 0; got < kSize;) got += reader.ReceiveRecord().size();
+  EXPECT_EQ(uploading.ReceiveRecord(), Reply(U32(1)));
+}
+
 struct ImpatientLoop : ServerLoop {
   ImpatientLoop() : ServerLoop({{"ORPC_TRACE", "1"}, {"ORPC_STALL_LIMIT", "1"}}) {}
 };

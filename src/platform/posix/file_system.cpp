@@ -39,6 +39,7 @@ int GetFileStatus(const std::string& path, FileStatus& status) {
   status.Size = static_cast<std::uint64_t>(found.st_size);
   status.ModificationTime = found.st_mtime;
   status.IsDirectory = S_ISDIR(found.st_mode);
+  status.IsOwn = found.st_uid == geteuid();
   status.IsRegular = S_ISREG(found.st_mode);
   return 0;
 }

@@ -12,6 +12,7 @@
 #include <spawn.h>
 #include <string_view>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -31,13 +32,22 @@ namespace tlm::platform {
 
 namespace {
 
-constexpr int kOutputFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+// Only a file takes output without a wait: at a pipe the open would wait for a reader.
+int OpenOutput(const std::string& path) {
+  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, 0666); });
+  struct stat status;
+  if (descriptor < 0 || (fstat(descriptor, &status) == 0 && !S_ISFIFO(status.st_mode))) return descriptor;
+  close(descriptor);
+  return -1;
+}
 
 // Where both output streams of a child go.
 class Output {
  public:
-  explicit Output(const std::string& path)
-      : descriptor_(RetryInterrupted([&] { return open(SystemPath(path), kOutputFlags, 0666); })) {}
+  explicit Output(const std::string& path) : descriptor_(OpenOutput(path)) {
+    if (descriptor_ >= 0) fcntl(descriptor_, F_SETFL, fcntl(descriptor_, F_GETFL) & ~O_NONBLOCK);
+  }
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
   ~Output() {

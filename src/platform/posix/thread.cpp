@@ -9,7 +9,12 @@ namespace tlm::platform {
 
 bool StartDetachedThread(std::function<void()> body) {
   try {
-    std::thread(std::move(body)).detach();
+    std::thread([run = std::move(body)] {
+      try {
+        run();
+      } catch (...) {  // Nobody waits for it.
+      }
+    }).detach();
     return true;
   } catch (const std::system_error&) {
     return false;
