@@ -280,6 +280,7 @@ TEST_F(ImpatientLoop, CallsThatHoldOthersUpForTooLongLoseTheirConnections) {
   ASSERT_TRUE(first.IsReadableWithin(kPatience));
   RawConnection second(Server.Port());
   second.Send(call);
+  ASSERT_TRUE(second.IsReadableWithin(kPatience)) << "it is on top of the first";
   for (std::size_t got = 0; got < kSize;) got += first.ReceiveRecord().size();
   EXPECT_TRUE(HasPrinted(": ORpcThread::Send::send ERROR: Connection timed out(110)\n"));
   EXPECT_TRUE(Serves());
