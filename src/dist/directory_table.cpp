@@ -1,5 +1,6 @@
 #include "dist/directory_table.h"
 
+#include <algorithm>
 #include <optional>
 #include <sstream>
 #include <vector>
@@ -20,10 +21,20 @@ namespace {
 
 constexpr char kPrefix[] = "tq";
 
-// A directory without a file yet is not taken from a client that is just asking for it.
-bool IsAwaited(const Session& session, const std::string* wantedKey, const DirectoryRecord& record) {
-  return wantedKey != nullptr && record.Key == *wantedKey && record.ClientHost == session.ClientHost &&
-         MFile(record.Directory).IsDirectory() && MDirectory(record.Directory).HasNoEntries();
+bool IsMapped(const Session& session, const DirectoryRecord& record) {
+  const auto entry = session.DirectoryMap.find(record.Key);
+  return session.ClientHost == record.ClientHost && entry != session.DirectoryMap.end() &&
+         entry->second == record.Directory;
+}
+
+// A directory without a file yet is not taken from a client that is just asking for it, nor from another one that is
+// about to send its files.
+bool IsAwaited(const JobManagerState& state, const Session& session, const std::string* wantedKey,
+               const DirectoryRecord& record) REQUIRES(state.StateLock) {
+  const bool isWanted = wantedKey != nullptr && record.Key == *wantedKey && record.ClientHost == session.ClientHost;
+  const auto hasMapped = [&](const Session* other) { return other != &session && IsMapped(*other, record); };
+  if (!isWanted && std::none_of(state.SessionList.begin(), state.SessionList.end(), hasMapped)) return false;
+  return MFile(record.Directory).IsDirectory() && MDirectory(record.Directory).HasNoEntries();
 }
 
 void SweepDirectories(JobManagerState& state, Session& session, const std::string* wantedKey)
@@ -33,7 +44,7 @@ void SweepDirectories(JobManagerState& state, Session& session, const std::strin
   if (!records) return;
   std::vector<DirectoryRecord> living;
   for (DirectoryRecord& record : *records) {
-    const bool isKept = state.Jobs.IsInUse(record.Directory) || IsAwaited(session, wantedKey, record);
+    const bool isKept = state.Jobs.IsInUse(record.Directory) || IsAwaited(state, session, wantedKey, record);
     if (!isKept && RemoveExpiredDirectory(state, record.Directory)) continue;
     if (record.ClientHost == session.ClientHost) session.DirectoryMap[record.Key] = record.Directory;
     living.push_back(std::move(record));

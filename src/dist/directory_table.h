@@ -9,7 +9,8 @@ namespace tlm {
 
 // The sweep: retires jobs, removes the directories that have expired and are no job's, of all clients, with their
 // records, and takes what the table holds for the session's host into its DirectoryMap. Reads the list of peers as
-// well. Looks at every directory of the table. The one that the session's client wants is not removed for being empty.
+// well. Looks at every directory of the table. One that is empty stays if the
+// session's client wants it, or if another session has it mapped.
 void ReloadDirectoryTable(JobManagerState& state, Session& session, const std::string* wantedKey = nullptr)
     REQUIRES(state.StateLock);
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <map>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +37,7 @@ Job* FindAt(JobManagerState& state, const Peer& peer, JobRef ref) REQUIRES(state
 void LeavePeer(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
   job.RemoteJob = 0;
   job.RemoteServer.reset();
+  job.ConfirmedToPeer = false;
   std::erase(state.RemoteJobs, job.Handle);
 }
 
@@ -92,62 +93,70 @@ void NoteFailure(JobManagerState& state, const Peer& peer, JobRef ref) {
 // -- following
 
 struct RemoteView {
-  std::uint64_t Handle = 0;      // on the peer
-  bool MayHaveBeenLost = false;  // it ran, and nothing here hangs on it
+  std::uint64_t Handle = 0;  // on the peer
   bool SomebodyListens = false;
+  // What it has come to if the peer does not know it any more; 0 if the peer is not to be believed then.
+  std::uint32_t StatusIfUnknown = 0;
 };
+
+// A job leaves its peer by itself only once it has finished and all its results are here.
+std::uint32_t StatusIfUnknown(const Job& job) {
+  if (job.ConfirmedToPeer) return Finished;
+  const bool isAlone = job.Predecessor == 0 && job.CreatorJob == 0;
+  return job.Status == Running && (isAlone || job.Killed != 0) ? std::uint32_t{Aborted} : 0;
+}
 
 std::optional<RemoteView> LookAt(JobManagerState& state, const Peer& peer, JobRef ref) {
   const MAutoLock lock(state.StateLock);
   const Job* job = FindAt(state, peer, ref);
-  if (!job) {
-    std::erase(state.RemoteJobs, ref);
-    return std::nullopt;
-  }
-  const bool isAlone = job->Predecessor == 0 && job->CreatorJob == 0;
-  return RemoteView{job->RemoteJob, job->Status == Running && isAlone, state.ListeningSessions != 0};
+  if (!job) return std::nullopt;
+  return RemoteView{job->RemoteJob, state.ListeningSessions != 0, StatusIfUnknown(*job)};
+}
+
+void SetConfirmed(JobManagerState& state, const Peer& peer, JobRef ref, bool confirmed) {
+  const MAutoLock lock(state.StateLock);
+  if (Job* job = FindAt(state, peer, ref)) job->ConfirmedToPeer = confirmed;
 }
 
 // The peer's word on the job; empty if it has none of this handle. A Status of 0 is none: others on the peer report so
 // much that no answer told it.
 std::optional<Task> AskState(QorJMClient& client, std::uint64_t handle) {
-  std::optional<Task> noticed;
+  Task task;
   for (int i = 0; i < kNoticesInARow; ++i) {
-    Task task;
-    if (!client.GetJob(handle, task)) {
-      // A job that needs nothing more leaves the peer by being read for the last time.
-      if (noticed) noticed->Status = Finished;
-      return noticed;
-    }
+    task = Task();
+    if (!client.GetJob(handle, task)) return std::nullopt;
     if (task.Status != kProgressNotice) return task;
-    noticed = std::move(task);
   }
-  noticed->Status = 0;
-  return noticed;
+  task.Status = 0;
+  return task;
 }
 
 bool IsUp(QorJMClient& client) { return client.Ping() != ORpcClient::State::Closed; }
 
-bool IsFinal(std::uint32_t status) { return status == LaunchFailed || status == Finished || status == Aborted; }
+bool IsFinal(std::uint32_t status) {
+  return status == LaunchFailed || status == Finished || status == Aborted || status == Removed;
+}
 
-// What the peer's job has written since the local copy was last brought up to date.
-void FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& client, JobRef ref,
+// What the peer's job has written since the local copy was last brought up to date, as much as one answer holds. True
+// if there may be more.
+bool FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& client, JobRef ref,
                        std::uint64_t handle) {
   std::string path;
   {
     const MAutoLock lock(state.StateLock);
     const Job* job = FindAt(state, peer, ref);
-    if (!job) return;
+    if (!job) return false;
     path = job->OutFile;
   }
   std::string text;
   client.ReadOutput(handle, MFile(path).Size(), text);
-  if (text.empty()) return;
+  if (text.empty()) return false;
   const MAutoLock lock(state.StateLock);
   Job* job = FindAt(state, peer, ref);
-  if (!job) return;
+  if (!job) return false;
   if (std::optional<File> file = File::Open(path, File::Mode::Append)) static_cast<void>(file->Write(text));
   ForwardOutput(state, *job);
+  return text.size() == kMaxStringLength;
 }
 
 // True if nothing is missing.
@@ -165,6 +174,7 @@ bool FetchResultsOnce(JobManagerState& state, const Peer& peer, QorJMClient& cli
       state.Jobs.Changed(*job);
     }
   }
+  SetConfirmed(state, peer, ref, true);
   client.ResultsReceived(handle);
   return true;
 }
@@ -183,7 +193,6 @@ void Mirror(JobManagerState& state, const Peer& peer, JobRef ref, const Task& ta
   if (task.Status != 0 && task.Status != job->Status) {
     Trace(state, "Status of %s now %u\n", job->ResultStem.c_str(), task.Status);
     job->Status = task.Status == Removed ? std::uint32_t{Finished} : task.Status;
-    if (IsFinal(job->Status)) LeavePeer(state, *job);
     state.Jobs.Changed(*job);
     NotifyJobChange(state, *job, job->Status);
   }
@@ -192,8 +201,9 @@ void Mirror(JobManagerState& state, const Peer& peer, JobRef ref, const Task& ta
   job->TaskLevel = task.TaskLevel;
   job->ReservedTime = task.ReservedTime;
   job->Elapsed = task.Elapsed;
+  if (task.Status == 0 || !IsFinal(job->Status)) return NotifyJobChange(state, *job, job->Status);
+  LeavePeer(state, *job);
   NotifyJobChange(state, *job, job->Status);
-  if (job->RemoteServer) return;
   if (job->Status != Finished) FailDependants(state, *job);
   WakeWorkers(state);
 }
@@ -206,16 +216,20 @@ Contact PollJob(JobManagerState& state, const Peer& peer, QorJMClient& client, J
   std::optional<Task> task;
   if (IsUp(client)) task = AskState(client, view->Handle);
   const bool isUp = IsUp(client);
-  if (task && !isUp) return Contact::Lost;
-  if (!task) {
-    if (!view->MayHaveBeenLost) return Contact::Lost;
+  if (task) {
+    if (!isUp) return Contact::Lost;
+    SetConfirmed(state, peer, ref, false);
+  } else {
+    if (view->StatusIfUnknown == 0) return Contact::Lost;
     task.emplace();
-    task->Status = Aborted;
+    task->Status = view->StatusIfUnknown;
     if (!IsUp(client)) return Contact::Failed;
   }
-  if (view->SomebodyListens) FetchRemoteOutput(state, peer, client, ref, view->Handle);
+  const bool isLast = IsFinal(task->Status);
+  while (view->SomebodyListens && FetchRemoteOutput(state, peer, client, ref, view->Handle) && isLast) {
+  }
   if ((task->ResultFlags & kResultsAvailable) != 0) {
-    FetchResults(state, peer, client, ref, view->Handle, IsFinal(task->Status));
+    FetchResults(state, peer, client, ref, view->Handle, isLast);
   }
   Mirror(state, peer, ref, *task);
   return Contact::Good;
@@ -226,12 +240,13 @@ Contact PollJob(JobManagerState& state, const Peer& peer, QorJMClient& client, J
 void TakeBack(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
   LeavePeer(state, job);
   job.Failures = 0;
-  if (job.Status == Aborted) return;  // a client has removed it
-  job.Status = Queued;
-  job.ResultFlags = 0;
+  const bool isGivenUp = job.Status == Aborted || job.Killed != 0;  // removed here, or with what it hangs on
+  job.Status = isGivenUp ? Aborted : Queued;
+  if (!isGivenUp) job.ResultFlags = 0;
   state.Jobs.Changed(job);
+  NotifyJobChange(state, job, job.Status);
+  if (isGivenUp) return FailDependants(state, job);
   PushForDistribution(state, job.Handle);
-  NotifyJobChange(state, job, Queued);
 }
 
 void GiveUp(JobManagerState& state, const std::shared_ptr<Peer>& peer) REQUIRES(state.StateLock) {
@@ -293,31 +308,46 @@ Placement PlaceOnPeer(JobManagerState& state, const std::shared_ptr<Peer>& peer,
   }
   enum class Stage { UnderWay, LeftToPeer, Placed, Failed };
   const auto stage = std::make_shared<std::atomic<Stage>>(Stage::UnderWay);
-  peer->Run(
-      [&state, peer, ref, submission, stage](QorJMClient& client) {
-        try {
-          const std::uint64_t remote = SubmitTo(client, submission);
-          if (!NotePlacement(state, *peer, ref, remote)) {
-            client.RemoveJob(remote);
-            client.ReleaseJob(remote);
-          }
-          *stage = Stage::Placed;
-        } catch (...) {  // What reached the peer stays there.
-          NoteFailure(state, *peer, ref);
-          if (stage->exchange(Stage::Failed) == Stage::LeftToPeer) PushForDistribution(state, ref);
-        }
-      },
-      kPeerPatience);
+  const std::uint64_t number = peer->Post([&state, peer, ref, submission, stage](QorJMClient& client) {
+    try {
+      const std::uint64_t remote = SubmitTo(client, submission);
+      if (!NotePlacement(state, *peer, ref, remote)) {
+        client.RemoveJob(remote);
+        client.ReleaseJob(remote);
+      }
+      *stage = Stage::Placed;
+    } catch (...) {  // What reached the peer stays there.
+      NoteFailure(state, *peer, ref);
+      if (stage->exchange(Stage::Failed) == Stage::LeftToPeer) PushForDistribution(state, ref);
+    }
+  });
+  if (number == 0) {
+    NoteFailure(state, *peer, ref);
+    return Placement::Failed;
+  }
+  peer->Await(number, kPeerPatience);
   Stage expected = Stage::UnderWay;
   if (stage->compare_exchange_strong(expected, Stage::LeftToPeer)) return Placement::UnderWay;
   return expected == Stage::Placed ? Placement::Placed : Placement::Failed;
 }
 
 void PollRemoteJobs(JobManagerState& state) {
+  // All at once, so that several slow ones take no longer than one.
+  const auto end = std::chrono::steady_clock::now() + kPeerPatience;
+  std::vector<std::pair<std::shared_ptr<Peer>, std::uint64_t>> asked;
   for (const auto& [peer, refs] : RemoteJobsByPeer(state)) {
     if (!peer->IsIdle()) continue;
-    peer->Run([&state, self = peer, list = refs](QorJMClient& client) { PollPeer(state, self, client, list); },
-              kPeerPatience);
+    const std::uint64_t number =
+        peer->Post([&state, self = peer, list = refs](QorJMClient& client) { PollPeer(state, self, client, list); });
+    if (number == 0) {
+      const MAutoLock lock(state.StateLock);
+      GiveUp(state, peer);
+    }
+    asked.emplace_back(peer, number);
+  }
+  for (const auto& [peer, number] : asked) {
+    const auto left = end - std::chrono::steady_clock::now();
+    peer->Await(number, std::chrono::duration_cast<std::chrono::milliseconds>(left));
   }
 }
 

@@ -38,17 +38,22 @@ struct Load {
 };
 
 void ConnectTo(QorJMClient& client, const std::string& host) {
+  constexpr std::size_t kLongestHostName = 31;
   client.Connect(host, PeerPort(host));
   client.NoticeLoss();
-  constexpr std::size_t kLongestHostName = 31;
-  client.Hello(Identity().RUNTIME_JM_VERSION, platform::HostName().substr(0, kLongestHostName), 0);
+  try {
+    client.Hello(Identity().RUNTIME_JM_VERSION, platform::HostName().substr(0, kLongestHostName), 0);
+  } catch (...) {  // A peer that has not said yes is none, also when nobody waits for its answer any more.
+    client.Disconnect();
+    throw;
+  }
 }
 
 Load AskLoad(Peer& peer) {
   if (!peer.IsIdle()) return {};  // it has yet to answer something else
   // Kept by both sides: the answer may come when nobody waits for it any more.
   const auto load = std::make_shared<Load>();
-  const bool answered = peer.Run(
+  const std::uint64_t number = peer.Post(
       // A connection that was lost stays lost: behind a new one a handle might name another job.
       [load, host = peer.Host(), isFresh = peer.IsFresh()](QorJMClient& client) {
         if (isFresh) ConnectTo(client, host);
@@ -56,9 +61,8 @@ Load AskLoad(Peer& peer) {
         load->Count = client.GetJobCount();
         load->Limit = client.GetLocalLimit();
         load->IsKnown = true;
-      },
-      kPeerPatience);
-  return answered ? *load : Load{};
+      });
+  return number != 0 && peer.Await(number, kPeerPatience) ? *load : Load{};
 }
 
 bool HasJobs(const JobManagerState& state, const std::shared_ptr<Peer>& peer) REQUIRES(state.StateLock) {
@@ -99,7 +103,8 @@ void SetServerPool(JobManagerState& state, const StringList& hosts) {
 
 std::shared_ptr<Peer> SelectBestServer(JobManagerState& state, const StringList& hosts) {
   Trace(state, "Trying...");
-  std::uint32_t lowest = 0xFFFFFFFF;
+  constexpr std::uint32_t kNoCount = 0xFFFFFFFF;
+  std::uint32_t lowest = kNoCount;
   std::shared_ptr<Peer> best;
   for (const std::string& host : hosts) {
     Trace(state, "%s", host.c_str());
@@ -109,7 +114,11 @@ std::shared_ptr<Peer> SelectBestServer(JobManagerState& state, const StringList&
     if (!load.IsKnown) {
       if (load.IsConnected) Trace(state, "^");
       const MAutoLock lock(state.StateLock);
-      if (peer->IsIdle() && !HasJobs(state, peer)) ReleasePeerClient(state, peer);
+      if (!peer->IsIdle() || HasJobs(state, peer)) continue;
+      ReleasePeerClient(state, peer);
+      if (best != peer) continue;  // a host may be named twice
+      best.reset();
+      lowest = kNoCount;
     } else if (load.Count < lowest && load.Count < load.Limit) {
       best = peer;
       lowest = load.Count;

@@ -30,6 +30,8 @@ void RetireJob(JobManagerState& state, Job* job, std::set<JobRef>& retired) REQU
 void StopRunning(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
   if (job.RemoteJob == 0) return KillProcess(state, job);
   if (job.RemoteServer) job.RemoteServer->Post([ref = job.RemoteJob](QorJMClient& client) { client.RemoveJob(ref); });
+  job.Killed = kTerminated;
+  state.Jobs.Changed(job);
 }
 
 // The first follower comes to lie on top.

@@ -8,18 +8,17 @@ namespace tlm {
 
 std::uint64_t Peer::Post(Work work) {
   const std::lock_guard lock(mutex_);
+  if (closed_) return 0;
   if (!hasThread_) hasThread_ = platform::StartDetachedThread([self = shared_from_this()] { self->WorkLoop(); });
-  if (closed_ || !hasThread_) return 0;
+  if (!hasThread_) return 0;
   waiting_.push_back(std::move(work));
   changed_.notify_all();
   return ++posted_;
 }
 
-bool Peer::Run(Work work, std::chrono::milliseconds patience) {
-  const std::uint64_t number = Post(std::move(work));
+bool Peer::Await(std::uint64_t number, std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
-  const auto isOver = [&] { return closed_ || ended_ >= number; };
-  return number != 0 && changed_.wait_for(lock, patience, isOver) && ended_ >= number;
+  return changed_.wait_for(lock, patience, [&] { return ended_ >= number; });
 }
 
 bool Peer::IsIdle() const {
@@ -35,7 +34,6 @@ bool Peer::IsFresh() const {
 void Peer::Close() {
   const std::lock_guard lock(mutex_);
   closed_ = true;
-  waiting_.clear();
   changed_.notify_all();
 }
 
@@ -43,7 +41,8 @@ void Peer::WorkLoop() {
   std::unique_lock lock(mutex_);
   while (true) {
     changed_.wait(lock, [this] { return closed_ || !waiting_.empty(); });
-    if (closed_) return;
+    if (waiting_.empty()) return;
+    if (closed_) client_.Disconnect();
     const Work work = std::move(waiting_.front());
     waiting_.pop_front();
     lock.unlock();

@@ -16,7 +16,7 @@ namespace tlm {
 
 // One connection, and a thread of its own on which its calls are made, one after the other: a peer that does not answer
 // holds up what waits for it and nobody else. Any thread may call. No lock that an operation needs may be held across
-// Run: the peer may be this very server.
+// Await: the peer may be this very server.
 class Peer : public std::enable_shared_from_this<Peer> {
  public:
   // What is done with the connection. What it throws ends it and goes no further.
@@ -28,16 +28,16 @@ class Peer : public std::enable_shared_from_this<Peer> {
 
   const std::string& Host() const { return host_; }
 
-  // Puts the work behind what waits already, and gives its number. After Close, or if there is no thread to be had, it
-  // is dropped: 0.
+  // Puts the work behind what waits already, and gives its number; 0 if it is not taken, after Close or for want of a
+  // thread.
   std::uint64_t Post(Work work);
-  // Posts the work and waits for its end. False if that has not come within the patience; the work goes on then.
-  bool Run(Work work, std::chrono::milliseconds patience);
+  // Waits for the end of that work. False if it has not come within the patience; the work goes on then.
+  bool Await(std::uint64_t number, std::chrono::milliseconds patience);
   // True while no work waits or goes on.
   bool IsIdle() const;
   // True until the first work has ended.
   bool IsFresh() const;
-  // The thread ends with the work that it is at.
+  // The thread ends. Work that waits still is done without a connection, so that it fails and its poster learns of it.
   void Close();
 
  private:

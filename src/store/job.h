@@ -30,13 +30,14 @@ struct Job : Task {
   bool Lite = false;            // * its process submits jobs itself: it does not count as load
   bool RemoveWhenDone = false;  // * may be retired whatever its Status
   std::uint64_t RemoteJob = 0;  // its handle on the peer that runs it, 0 if it runs here
-  std::shared_ptr<Peer> RemoteServer;                 // that peer; also while the job is on its way there
-  JobRef CreatorJob = 0;                              // the job whose process submitted it
-  std::uint64_t Handle = 0;                           // its identity towards clients
-  std::string TempDir;                                // * where it runs and where its results lie
-  std::string OutFile;                                // its captured output
-  std::string Env;                                    // one further entry for the child's environment
-  std::string BinPath;                                // put in front of each command
+  std::shared_ptr<Peer> RemoteServer;  // that peer; also while the job is on its way there
+  bool ConfirmedToPeer = false;        // the peer was told that all results are here, and has not been heard of since
+  JobRef CreatorJob = 0;               // the job whose process submitted it
+  std::uint64_t Handle = 0;            // its identity towards clients
+  std::string TempDir;                 // * where it runs and where its results lie
+  std::string OutFile;                 // its captured output
+  std::string Env;                     // one further entry for the child's environment
+  std::string BinPath;                 // put in front of each command
   std::map<std::string, std::uint32_t> SentFileSize;  // by name of a result file, as last sent to the client
   std::map<std::string, std::int64_t> SentFileDate;
 };

@@ -127,6 +127,12 @@ TEST_F(Distribution, TakesAJobToAPeerAndBringsAllOfItBack) {
   ExpectResults(next, "third");
   EXPECT_EQ(Runs(1), 2U);
 
+  const std::uint64_t verbose = Submit("verbose", "head -c 40000000 /dev/zero");
+  Client->Await(verbose, {Finished});
+  std::string tail;
+  Client->ReadOutput(verbose, 39999998, tail);
+  EXPECT_EQ(tail, std::string(2, '\0')) << "more than one answer can hold";
+
   const std::uint64_t failing = Submit("fails", "exit 1");
   const std::uint64_t dependant = Submit("waits", ":", failing);
   Client->Await(failing, {Aborted});
@@ -142,9 +148,18 @@ TEST_F(Distribution, SharesABurstAmongServersThatAllNameEachOther) {
     client.SetServerPool((*Servers).Hosts());
     EXPECT_TRUE(client.SetLocalLimit(2));
   }
+  std::vector<std::unique_ptr<JobClient>> clients;
   std::vector<std::uint64_t> jobs;
-  for (int i = 0; i < 30; ++i) jobs.push_back(Submit("job" + std::to_string(i), "sleep 0.3"));
-  for (int i = 0; i < 30; ++i) ExpectResults(jobs[i], "job" + std::to_string(i));
+  for (std::size_t i = 0; i < 3; ++i) {
+    Client = std::make_unique<JobClient>((*Servers)[i].Port());
+    for (int k = 0; k < 10; ++k) jobs.push_back(Submit("job" + std::to_string(jobs.size()), "sleep 0.3"));
+    clients.push_back(std::move(Client));
+  }
+  for (std::size_t i = 0; i < 30; ++i) {
+    Client.swap(clients[i / 10]);
+    ExpectResults(jobs[i], "job" + std::to_string(i));
+    Client.swap(clients[i / 10]);
+  }
   for (std::size_t i = 0; i < 3; ++i) EXPECT_GE(Runs(i), 3U) << i;
   for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ((*Servers)[i].Stop(), 0);
 }
@@ -162,7 +177,13 @@ TEST_F(Distribution, PlacesTheJobsOfALostPeerAgain) {
   Client->Await(job, {Running});
   EXPECT_EQ(Client->Get(removed).Status, std::uint32_t{Aborted});
   Here.Write("go");
-  ExpectResults(job, "job");
+  Client->Await(job, {Finished});
+
+  const std::uint64_t follower = Submit("follower", "echo $$ >" + (Here / "pid") + "; sleep 600", job);
+  Client->Await(follower, {Running});
+  EXPECT_TRUE(Client->RemoveJob(job));
+  Client->Await(follower, {Aborted});
+  EXPECT_TRUE(JobTest::IsGone(std::stoi(Here.Read("pid")))) << "its peer was told";
   Here.Write("free");
 }
 
@@ -234,6 +255,7 @@ TEST_F(Distribution, AsksAPeerInAnOrderThatIsAlwaysTheSame) {
   expect(23, state(kProgressNotice, 0, 99));
   expect(23,
          state(0, 0, 0).substr(0, state(0, 0, 0).size() - 4) + U32(0));  // it has left by that answer: it had finished
+  expect(0, "");
   expect(0, "");
   Client->Await(job, {Finished});
   EXPECT_EQ(Client->Get(job).ResultFlags, std::uint32_t{kResultsAvailable});
