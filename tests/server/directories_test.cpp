@@ -1,6 +1,7 @@
 // The server's directories for those of its clients, and the table of them that survives a restart.
 #include <csignal>
 #include <gmock/gmock.h>
+#include <random>
 #include <thread>
 
 #include "rpc/orpcerror.h"
@@ -162,10 +163,10 @@ TEST_F(Directories, SurviveARewriteThatWasBrokenOffOrCannotBeMade) {
 
 TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
   std::map<std::string, std::string> answered;
-  std::uint32_t seed = 1;
+  std::minstd_rand random;
   for (int round = 0; round < 15; ++round) {
     ServerProcess server(Settings());
-    std::thread killer([&server, delay = std::chrono::microseconds(seed = seed * 48271 % 60000)] {
+    std::thread killer([&server, delay = std::chrono::microseconds(random() % 60000)] {
       std::this_thread::sleep_for(delay);  // a random moment, and no wait for anything
       kill(server.Pid(), SIGKILL);
     });

@@ -14,7 +14,6 @@ namespace {
 using std::chrono::seconds;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 // Hosts 127.0.0.2, 127.0.0.3 and so on, each with a port of its own that all of them know.
 class Pool {

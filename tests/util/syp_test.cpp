@@ -88,7 +88,9 @@ TEST(MakeFileSpec, JoinsByTheKindOfFileSystemWhatFitsTheBuffer) {
     if (kind != kBuiltIn) sypSetFileSystem(kind);
     char buffer[64] = "untouched";
     int result = -1;
-    const std::string errors = ErrorsOf([&] { result = sypMakeFileSpec(path, file, buffer, size); });
+    const std::string errors = ErrorsOf([&, directory = path, name = file, length = size] {
+      result = sypMakeFileSpec(directory, name, buffer, length);
+    });
     EXPECT_EQ(buffer, joined);
     EXPECT_EQ(result, joined.ends_with("file") ? 1 : 0) << joined;
     EXPECT_EQ(errors.empty(), complaint.empty()) << errors;
