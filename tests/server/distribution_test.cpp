@@ -186,6 +186,26 @@ TEST_F(Distribution, PlacesTheJobsOfALostPeerAgain) {
   Here.Write("free");
 }
 
+TEST_F(Distribution, FetchesResultsAgainWhoseTransferWasBrokenOff) {
+  Begin(2, {Pool::Host(1)});
+  Occupy("free");
+  const std::uint64_t job = Submit("large", "truncate -s 400M large.big");
+  std::string directory;
+  Client->MapClientDirectory(Here.Root() + "/large/", directory);
+  EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(directory + "/large.big.tmp"); }));
+  (*Servers)[1].Kill();
+  EXPECT_FALSE(std::filesystem::exists(directory + "/large.big")) << "nothing takes its place before it is whole";
+  Servers->Start(1);
+  Client->Await(job, {Finished});
+  EXPECT_EQ(std::filesystem::file_size(directory + "/large.big"), 400U << 20);
+
+  const std::uint64_t left = Submit("left", "while ! test -e " + (Here / "go") + "; do sleep 0.1; done");
+  Client->Await(left, {Running});
+  EXPECT_TRUE(Client->AbortAllJobs());
+  Here.Write("go");
+  ExpectResults(left, "left");  // an abort of all is for the jobs that run here
+}
+
 TEST_F(Distribution, GoesOnBesidePeersThatDoNotAnswerOrAnswerNonsense) {
   RawListener silent;
   RawListener mad;
