@@ -154,9 +154,10 @@ bool FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& cl
   const MAutoLock lock(state.StateLock);
   Job* job = FindAt(state, peer, ref);
   if (!job) return false;
-  if (std::optional<File> file = File::Open(path, File::Mode::Append)) static_cast<void>(file->Write(text));
+  std::optional<File> file = File::Open(path, File::Mode::Append);
+  const bool written = file && file->Write(text);
   ForwardOutput(state, *job);
-  return text.size() == kMaxStringLength;
+  return written && text.size() == kMaxStringLength;
 }
 
 // True if nothing is missing.
