@@ -78,10 +78,13 @@ struct Distribution : ::testing::Test {
     job.Predecessor = predecessor;
     return Client->SubmitJob(job);
   }
+  // Shell text that waits for a file of the test, or for the test's end.
+  std::string Wait(const std::string& file) const {
+    return "while test -d " + Here.Root() + " -a ! -e " + (Here / file) + "; do sleep 0.1; done";
+  }
   // Until the file is made, the first server has as much to do as it takes.
   void Occupy(const std::string& file) {
-    Submission job =
-        NewJob("busy" + std::to_string(++busy_), "while ! test -e " + (Here / file) + "; do sleep 0.1; done");
+    Submission job = NewJob("busy" + std::to_string(++busy_), Wait(file));
     job.RunClass = kRunAtOnce;
     Client->Await(Client->SubmitJob(job), {Running});
   }
@@ -112,8 +115,7 @@ TEST_F(Distribution, TakesAJobToAPeerAndBringsAllOfItBack) {
 
   Occupy("free");
   Client->SetListening(true);
-  const std::uint64_t job =
-      Submit("second", "echo one; while ! test -e " + (Here / "go") + "; do sleep 0.1; done; echo two");
+  const std::uint64_t job = Submit("second", "echo one; " + Wait("go") + "; echo two");
   const std::uint64_t next = Submit("third", ":", job);
   Client->Await(job, {Running});
   EXPECT_TRUE(Eventually([&] { return Client->Output(job) == "one\n"; })) << "somebody listens";
@@ -166,7 +168,7 @@ TEST_F(Distribution, SharesABurstAmongServersThatAllNameEachOther) {
 TEST_F(Distribution, PlacesTheJobsOfALostPeerAgain) {
   Begin(2, {Pool::Host(1)});
   Occupy("free");
-  const std::uint64_t job = Submit("job", "while ! test -e " + (Here / "go") + "; do sleep 0.1; done");
+  const std::uint64_t job = Submit("job", Wait("go"));
   const std::uint64_t removed = Submit("removed");
   Client->Await(job, {Running});
   EXPECT_TRUE(Client->RemoveJob(removed)) << "it waits, and is not placed any more";
@@ -199,7 +201,7 @@ TEST_F(Distribution, FetchesResultsAgainWhoseTransferWasBrokenOff) {
   Client->Await(job, {Finished});
   EXPECT_EQ(std::filesystem::file_size(directory + "/large.big"), 400U << 20);
 
-  const std::uint64_t left = Submit("left", "while ! test -e " + (Here / "go") + "; do sleep 0.1; done");
+  const std::uint64_t left = Submit("left", Wait("go"));
   Client->Await(left, {Running});
   EXPECT_TRUE(Client->AbortAllJobs());
   Here.Write("go");

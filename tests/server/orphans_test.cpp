@@ -33,7 +33,7 @@ struct Orphans : JobTest {
 
 TEST_F(Orphans, AreFoundByAPingWhenTheNextClientArrives) {
   Desktop desktop(Server.Port());
-  Submission submission = NewJob(Do("sleep 600"));
+  Submission submission = NewJob(Do(Wait("running")));
   const std::uint64_t job = desktop.Caller.SubmitJob(submission);
   Arrive();
   RawConnection back = desktop.Listener.Accept();
