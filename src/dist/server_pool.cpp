@@ -1,12 +1,10 @@
 #include "dist/server_pool.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
 #include <sstream>
 
 #include "exec/temp_directories.h"
-#include "libtsenv/product_environment.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/file.h"
 #include "platform/host.h"
@@ -75,12 +73,9 @@ bool HasJobs(const JobManagerState& state, const std::shared_ptr<Peer>& peer) RE
 }  // namespace
 
 std::uint16_t PeerPort(const std::string& host) {
-  constexpr long kLastReservedPort = 1024;
   std::string name = "TSQOR_JMPORT";
   if (host != "127.0.0.1") name.append("_").append(host);
-  const auto text = ProductValue(name.c_str());
-  const long port = text ? std::strtol(text->c_str(), nullptr, 10) : 0;
-  return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
+  return PortSetting(name);
 }
 
 void ReadServerPool(JobManagerState& state) {

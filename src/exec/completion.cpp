@@ -39,32 +39,6 @@ void SweepAfterKill(JobManagerState& state, std::int32_t killed) REQUIRES(state.
   if (killed != 0 && !state.SessionList.empty()) SweepJobs(state);
 }
 
-}  // namespace
-
-void ReleaseRunSlot(JobManagerState& state) {
-  if (state.RunningCount != 0) --state.RunningCount;
-}
-
-void CompleteJob(JobManagerState& state, Job& job) {
-  Trace(state, "Spawning job : Taskkey : (%s)\n", job.TaskKey.c_str());
-  if (job.Status != LaunchFailed) {
-    TakeMessageFile(job, job.TempDir);
-    const bool good = job.SuccessFlag || job.CompleteOnFailure;
-    if (good) job.ResultFlags |= kResultsAvailable;
-    job.Status = good ? Finished : Aborted;
-    state.Jobs.Changed(job);
-  }
-  Trace(state, "NOTIFY: Job %s Status %u Results Available %u\n", job.ResultStem.c_str(), job.Status, job.ResultFlags);
-  NotifyJobChange(state, job, job.Status);
-  if (job.Status != Finished) FailDependants(state, job);
-  ReleaseRunSlot(state);
-  const std::int32_t killed = job.Killed;
-  ForgetPid(state, job);
-  SweepAfterKill(state, killed);
-}
-
-namespace {
-
 // Nothing follows a failure of such a job.
 void CompleteAttached(JobManagerState& state, JobRef ref) {
   const MAutoLock lock(state.StateLock);
@@ -102,6 +76,28 @@ void FollowAttached(JobManagerState& state, JobRef ref) {
 }
 
 }  // namespace
+
+void ReleaseRunSlot(JobManagerState& state) {
+  if (state.RunningCount != 0) --state.RunningCount;
+}
+
+void CompleteJob(JobManagerState& state, Job& job) {
+  Trace(state, "Spawning job : Taskkey : (%s)\n", job.TaskKey.c_str());
+  if (job.Status != LaunchFailed) {
+    TakeMessageFile(job, job.TempDir);
+    const bool good = job.SuccessFlag || job.CompleteOnFailure;
+    if (good) job.ResultFlags |= kResultsAvailable;
+    job.Status = good ? Finished : Aborted;
+    state.Jobs.Changed(job);
+  }
+  Trace(state, "NOTIFY: Job %s Status %u Results Available %u\n", job.ResultStem.c_str(), job.Status, job.ResultFlags);
+  NotifyJobChange(state, job, job.Status);
+  if (job.Status != Finished) FailDependants(state, job);
+  ReleaseRunSlot(state);
+  const std::int32_t killed = job.Killed;
+  ForgetPid(state, job);
+  SweepAfterKill(state, killed);
+}
 
 void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
   if (!platform::StartDetachedThread([&state, ref] { FollowAttached(state, ref); })) CompleteAttached(state, ref);

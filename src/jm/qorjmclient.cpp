@@ -8,9 +8,11 @@
 
 namespace tlm {
 
-std::uint16_t JobManagerPort() {
+std::uint16_t JobManagerPort() { return PortSetting(Identity().RUNTIME_JM_ENVIRONMENT_PORT); }
+
+std::uint16_t PortSetting(const std::string& variable) {
   constexpr long kLastReservedPort = 1024;
-  const auto text = ProductValue(Identity().RUNTIME_JM_ENVIRONMENT_PORT.c_str());
+  const auto text = ProductValue(variable.c_str());
   const long port = text ? std::strtol(text->c_str(), nullptr, 10) : 0;
   return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
 }

@@ -1,6 +1,9 @@
 // The caller's side of IQorJM.
 #pragma once
 
+#include <cstdint>
+#include <string>
+
 #include "jm/iqorjm.h"
 #include "rpc/orpcclient.h"
 
@@ -8,6 +11,8 @@ namespace tlm {
 
 // The port of this server: the port variable of the runtime identity if its value is above 1024, else the default port.
 std::uint16_t JobManagerPort();
+// The same for any port variable.
+std::uint16_t PortSetting(const std::string& variable);
 
 // Each operation is a stub: it runs on its caller's thread, one call at a time, and lets all exceptions of ORpcClient
 // through; the connection is unusable after one. Files of a request are read, and those of a reply written, within the

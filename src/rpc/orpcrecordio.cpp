@@ -83,13 +83,14 @@ std::uint32_t ORpcRecordIO::Offer(std::uint32_t length) {
 void ORpcRecordIO::FetchRecord() {
   readBuffer_.clear();
   bool last = false;
-  for (int fragments = 0; !last; ++fragments) {
+  int emptyFragments = 0;
+  while (!last) {
     unsigned char bytes[kMarkSize];
     inner_->Read(bytes, kMarkSize);
     const std::uint32_t mark = LoadBigEndian<std::uint32_t>(bytes);
     last = (mark & kLastFragment) != 0;
     const std::uint32_t size = mark & ~kLastFragment;
-    if (size == 0 && fragments >= kMostEmptyFragments) RefuseFragment(size);
+    if (size == 0 && !last && ++emptyFragments > kMostEmptyFragments) RefuseFragment(size);
     ReadFragment(size);
   }
 }
