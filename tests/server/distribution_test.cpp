@@ -200,6 +200,11 @@ TEST_F(Distribution, FetchesResultsAgainWhoseTransferWasBrokenOff) {
   Servers->Start(1);
   Client->Await(job, {Finished});
   EXPECT_EQ(std::filesystem::file_size(directory + "/large.big"), 400U << 20);
+  (*Servers)[1].Kill();
+  FileTransferList files;
+  EXPECT_TRUE(Client->RequestResults(job, files)) << "what has come needs the peer no more";
+  EXPECT_EQ(std::filesystem::file_size(Here / "large/large.big"), 400U << 20);
+  Servers->Start(1);
 
   const std::uint64_t left = Submit("left", Wait("go"));
   Client->Await(left, {Running});
