@@ -65,13 +65,8 @@ bool RemoveJob(JobManagerState& state, JobRef ref) {
   return true;
 }
 
-void TerminateChildren(JobManagerState& state) {
-  const MAutoLock lock(state.StateLock);
-  for (const auto& [pid, process] : state.ProcessHandles) {
-    if (!process->IsChild()) continue;
-    process->Terminate();
-    platform::RemoveStopEvent(StopEventName(pid));
-  }
+void TerminateChildren() {
+  for (std::int32_t pid : Process::TerminateAll()) platform::RemoveStopEvent(StopEventName(pid));
 }
 
 void AbortAllJobs(JobManagerState& state) {

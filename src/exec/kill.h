@@ -18,8 +18,9 @@ std::int32_t KillProcess(JobManagerState& state, std::int32_t pid);
 // Kills or retires the job and what hangs on it. False if it is not in the table.
 bool RemoveJob(JobManagerState& state, JobRef ref) EXCLUDES(state.PoolLock);
 
-// Ends at once what was started here and still runs, for a server that can wait no longer.
-void TerminateChildren(JobManagerState& state) EXCLUDES(state.StateLock);
+// Ends at once what was started here and still runs, for a server that can wait no longer; no job's process is started
+// after it. Needs no lock, whoever holds one.
+void TerminateChildren();
 
 // Kills or retires every job.
 void AbortAllJobs(JobManagerState& state) EXCLUDES(state.PoolLock);

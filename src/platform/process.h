@@ -40,7 +40,6 @@ class Process {
   ~Process();  // leaves a running process as it is
 
   std::int32_t Id() const { return id_; }
-  bool IsChild() const { return isChild_; }  // started here
 
   // Never waits. Empty while the process runs, then its exit code, the same at each call: the program's own; 128 and
   // the signal's number if a signal ended it; 0 if Terminate did; kUnknownExitCode if it was not started here.
@@ -51,6 +50,9 @@ class Process {
   // Ends the process at once, with its group if it was started to lead one. A group whose leader has ended is still
   // ended, as long as ExitCode has not told the leader's end.
   void Terminate() noexcept;
+  // Terminates every process that was started here and whose end nobody has seen, for the end of this process: from
+  // now on none can be started. Gives their ids. Any thread, whatever the others are doing.
+  static std::vector<std::int32_t> TerminateAll();
   // Level 0 or 1 idle, 2 normal, 3 high, 4 realtime; 0x40, 0x20, 0x80 and 0x100 name the same four. Any other level has
   // no effect, and neither has one that this user may not set.
   void SetPriority(std::uint32_t level) noexcept;

@@ -2,41 +2,44 @@
 
 #include <cstdio>
 
-#include "jm/qorjmclient.h"
 #include "libtsenv/runtime_identity.h"
+#include "platform/host.h"
+#include "platform/machine.h"
 #include "shell/serve.h"
+#include "shell/system_report.h"
 
 namespace tlm {
 
 namespace {
 
-void Stop() {
-  try {
-    QorJMClient client;
-    client.Connect("127.0.0.1", 0);
-    client.Shutdown();
-  } catch (...) {  // No server is running: that is what was asked for.
-  }
+void TellFailure(const std::string& line) {
+  if (!line.empty()) std::fprintf(stderr, "%s\n", line.c_str());
 }
 
-void Debug() {
-  PrintRuntimeVariables(stdout);
-  Serve();
+// The client product hangs on the word by which the program is called.
+void Install(const std::string& programName) {
+  const std::string program = platform::ExecutablePath();
+  TellFailure(platform::InstallService({.Name = Identity().RUNTIME_JM_SHORT_NAME,
+                                        .DisplayName = Identity().RUNTIME_JM_LONG_NAME,
+                                        .Program = program,
+                                        .FirstWord = programName.empty() ? program : programName}));
 }
 
-void RefuseServiceCommand(const std::string& command) {
-  std::fprintf(stderr, "%s: not available in this version\n", command.c_str());
+void Uninstall() {
+  CleanUp();
+  TellFailure(platform::UninstallService(Identity().RUNTIME_JM_SHORT_NAME));
 }
 
 }  // namespace
 
-void RunCommand(const std::string& command) {
-  if (command == "debug") return Debug();
-  if (command == "stop") return Stop();
-  if (command == "install" || command == "uninstall" || command == "start" || command == "sysinfo") {
-    return RefuseServiceCommand(command);
-  }
-  Serve();
+void RunCommand(const std::string& command, const std::string& programName, Service& service) {
+  if (command == "install") return Install(programName);
+  if (command == "uninstall") return Uninstall();
+  if (command == "start") return TellFailure(platform::StartService(Identity().RUNTIME_JM_SHORT_NAME));
+  if (command == "stop") return static_cast<void>(StopLocalServer());
+  if (command == "sysinfo") return PrintSystemReport(stdout, platform::DescribeMachine());
+  if (command == "debug") PrintRuntimeVariables(stdout);
+  service.Serve();
 }
 
 }  // namespace tlm

@@ -3,9 +3,11 @@
 
 #include <string>
 
+#include "shell/service.h"
+
 namespace tlm {
 
-// Runs the command; any argument that is none serves.
-void RunCommand(const std::string& command);
+// Runs the command; any argument that is none serves. `programName` is the word by which this program was called.
+void RunCommand(const std::string& command, const std::string& programName, Service& service);
 
 }  // namespace tlm

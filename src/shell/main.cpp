@@ -1,11 +1,14 @@
 #include <clocale>
 #include <cstdio>
+#include <string>
 
 #include "libtsenv/runtime_identity.h"
 #include "platform/limits.h"
 #include "platform/signals.h"
 #include "shell/commands.h"
 #include "shell/serve.h"
+#include "shell/service.h"
+#include "util/immortal.h"
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
@@ -13,8 +16,11 @@ int main(int argc, char** argv) {
   tlm::platform::LetWritesFail();
   tlm::platform::RaiseDescriptorLimit();
 
-  tlm::DetectClient(argc > 0 ? argv[0] : "");
+  const std::string programName = argc > 0 ? argv[0] : "";
+  auto& service = tlm::MakeImmortal<tlm::Service>();
+  tlm::DetectClient(programName);
   tlm::PrepareServer();
-  if (argc > 1) tlm::RunCommand(argv[1]);
+  if (argc > 1) tlm::RunCommand(argv[1], programName, service);
+  service.EnterDispatcher();
   return 0;
 }

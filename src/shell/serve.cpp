@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "exec/kill.h"
+#include "exec/temp_directories.h"
 #include "exec/worker.h"
 #include "jm/qorjmclient.h"
 #include "rpc/orpcthread.h"
@@ -34,7 +35,7 @@ void EndWorkers() {
     const MAutoLock lock(TheState().StateLock);
     TheState().StopRequested = true;
   }
-  if (!AwaitWorkers(TheState(), kWorkersPatience)) TerminateChildren(TheState());
+  if (!AwaitWorkers(TheState(), kWorkersPatience)) TerminateChildren();
 }
 
 }  // namespace
@@ -52,6 +53,22 @@ void Serve() {
     std::puts("FATAL ERROR: check that no other Tessarine processes are running");
   }
   EndWorkers();
+}
+
+void CleanUp() {
+  const MAutoLock lock(TheState().StateLock);
+  PurgeTempRoot(TheState());
+}
+
+bool StopLocalServer() {
+  try {
+    QorJMClient client;
+    client.Connect("127.0.0.1", 0);
+    client.Shutdown();
+    return true;
+  } catch (...) {  // Whatever keeps it from being reached.
+    return false;
+  }
 }
 
 }  // namespace tlm

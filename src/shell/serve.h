@@ -10,4 +10,10 @@ void PrepareServer();
 // on standard output.
 void Serve();
 
+// Stops the server of this machine that has the port of this process's settings. False if there is none.
+bool StopLocalServer();
+
+// Removes from the temporary root what servers have left there.
+void CleanUp();
+
 }  // namespace tlm

@@ -4,13 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <pwd.h>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
-#include <vector>
 
 #include "platform/environment.h"
+#include "platform/posix/user_directories.h"
 
 namespace tlm::platform {
 namespace {
@@ -18,24 +17,6 @@ namespace {
 constexpr std::string_view kDocumentsEntry = "XDG_DOCUMENTS_DIR=\"";
 constexpr std::string_view kHomeMark = "$HOME";
 constexpr std::string_view kDeletedMark = " (deleted)";
-
-// Empty if the user has none.
-std::string HomeDirectory() {
-  if (const auto home = GetVariable("HOME"); home && !home->empty()) return *home;
-  std::vector<char> buffer(16384);
-  passwd record{};
-  passwd* found = nullptr;
-  if (getpwuid_r(geteuid(), &record, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) return {};
-  return found->pw_dir != nullptr ? found->pw_dir : "";
-}
-
-std::string ConfigurationDirectory() {
-  // A relative path there counts as none.
-  if (const auto directory = GetVariable("XDG_CONFIG_HOME"); directory && directory->starts_with('/')) {
-    return *directory;
-  }
-  return HomeDirectory() + "/.config";
-}
 
 // The text between double quotes in a line for the shell, which begins behind the opening one.
 std::string Unquote(std::string_view text) {

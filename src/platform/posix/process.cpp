@@ -1,6 +1,7 @@
 #include "platform/process.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -8,7 +9,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <poll.h>
+#include <shared_mutex>
 #include <spawn.h>
 #include <string_view>
 #include <sys/resource.h>
@@ -31,6 +36,8 @@ extern "C" {
 namespace tlm::platform {
 
 namespace {
+
+constexpr std::chrono::seconds kLaunchPatience{1};
 
 // Only a file takes output without a wait: at a pipe the open would wait for a reader.
 int OpenOutput(const std::string& path) {
@@ -139,6 +146,53 @@ void KeepEndedChildren() {
   if (action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0) std::signal(SIGCHLD, SIG_DFL);
 }
 
+// The children that nobody has waited for yet, so that their ids are surely still theirs.
+class Children {
+ public:
+  // Empty once the door is closed. While the pass is held no child is missing from the list for long.
+  std::shared_lock<std::shared_timed_mutex> Enter() {
+    std::shared_lock pass(door_);
+    if (closed_) pass.unlock();
+    return pass;
+  }
+  void Add(pid_t id, bool leadsGroup) {
+    const std::lock_guard lock(mutex_);
+    leadsGroup_[id] = leadsGroup;
+  }
+  // What waitid says of the child, which leaves the list if it has ended.
+  int Wait(pid_t id, int descriptor, siginfo_t& end) {
+    const std::lock_guard lock(mutex_);
+    const int result = waitid(P_PIDFD, static_cast<id_t>(descriptor), &end, WEXITED | WNOHANG);
+    if (result == 0 && end.si_pid != 0) leadsGroup_.erase(id);
+    return result;
+  }
+  std::vector<std::int32_t> TerminateAll() {
+    // A launch that hangs, in a file system that does not answer, say, cannot hold up the end for ever.
+    const std::unique_lock door(door_, kLaunchPatience);
+    closed_ = true;
+    const std::lock_guard lock(mutex_);
+    std::vector<std::int32_t> ids;
+    for (const auto& [id, leadsGroup] : leadsGroup_) {
+      kill(leadsGroup ? -id : id, SIGKILL);
+      if (leadsGroup) kill(id, SIGKILL);  // also a leader that has left its group
+      ids.push_back(id);
+    }
+    return ids;
+  }
+
+ private:
+  std::shared_timed_mutex door_;
+  std::atomic<bool> closed_ = false;
+  std::mutex mutex_;
+  std::map<pid_t, bool> leadsGroup_;  // guarded by mutex_
+};
+
+Children& TheChildren() {
+  // Never destroyed: other threads may still look while the process ends.
+  static Children& children = *std::make_unique<Children>().release();
+  return children;
+}
+
 // For a child that cannot be followed.
 void EndAndForget(pid_t child, bool ownGroup) {
   kill(ownGroup ? -child : child, SIGKILL);
@@ -174,13 +228,18 @@ std::optional<int> NiceValue(std::uint32_t level) {
 }  // namespace
 
 std::optional<Process> Process::Launch(const LaunchRequest& request) {
+  const auto pass = TheChildren().Enter();
+  if (!pass) return std::nullopt;
   KeepEndedChildren();
   const Output output(request.OutputFile);
   if (const std::optional<pid_t> child = Spawn(request, output.Descriptor())) {
     // The child has not been waited for, so that its id is surely still its own here.
     RestoreDescriptorLimit(*child);
     const int descriptor = pidfd_open(*child, 0);
-    if (descriptor >= 0) return Process(*child, descriptor, true, request.OwnGroup);
+    if (descriptor >= 0) {
+      TheChildren().Add(*child, request.OwnGroup);
+      return Process(*child, descriptor, true, request.OwnGroup);
+    }
     EndAndForget(*child, request.OwnGroup);
   }
   output.Write(request.FailureText);
@@ -224,7 +283,7 @@ void Process::Close() noexcept {
 std::optional<std::uint32_t> Process::ExitCode() {
   if (exitCode_) return exitCode_;
   siginfo_t end = {};
-  if (isChild_ && waitid(P_PIDFD, static_cast<id_t>(descriptor_), &end, WEXITED | WNOHANG) == 0) {
+  if (isChild_ && TheChildren().Wait(id_, descriptor_, end) == 0) {
     if (end.si_pid != 0) exitCode_ = CodeOf(end, terminated_);
   } else if (WaitForEnd(std::chrono::milliseconds(0))) {
     exitCode_ = kUnknownExitCode;
@@ -251,6 +310,8 @@ void Process::Terminate() noexcept {
   // Also a leader that has left its group.
   pidfd_send_signal(descriptor_, SIGKILL, nullptr, 0);
 }
+
+std::vector<std::int32_t> Process::TerminateAll() { return TheChildren().TerminateAll(); }
 
 void Process::SetPriority(std::uint32_t level) noexcept {
   const std::optional<int> nice = NiceValue(level);

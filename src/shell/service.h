@@ -1,0 +1,41 @@
+// The process while it serves: how it can be asked to end from outside and, as a service, what its manager is told.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+
+#include "platform/service.h"
+#include "platform/signals.h"
+
+namespace tlm {
+
+// One for the process, which it outlives.
+class Service {
+ public:
+  // Takes over what a service manager has given this process. To be called before any program is started.
+  Service() : manager_(platform::ServiceManager::Claim()) {}
+
+  // Serves until the server is stopped, by whatever way. Once in a process.
+  void Serve();
+
+  // Serves as a service if a service manager started this process. Comes back at once if none did, and if the process
+  // has served already.
+  void EnterDispatcher();
+
+ private:
+  void HandleControl(platform::Control control);
+  void Stop();
+  bool AwaitEnd();
+  void Report(platform::ServiceState state);
+
+  const std::optional<platform::ServiceManager> manager_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  // Guarded by mutex_.
+  platform::ServiceState state_ = platform::ServiceState::StartPending;
+  bool served_ = false;
+  bool stopping_ = false;
+};
+
+}  // namespace tlm
