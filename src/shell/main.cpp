@@ -20,7 +20,11 @@ int main(int argc, char** argv) {
   auto& service = tlm::MakeImmortal<tlm::Service>();
   tlm::DetectClient(programName);
   tlm::PrepareServer();
-  if (argc > 1) tlm::RunCommand(argv[1], programName, service);
-  service.EnterDispatcher();
+  // A command does not go on as a service, though its environment may look as if a service manager had started it.
+  if (argc > 1) {
+    tlm::RunCommand(argv[1], programName, service);
+  } else {
+    service.EnterDispatcher();
+  }
   return 0;
 }

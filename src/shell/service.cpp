@@ -29,7 +29,7 @@ void Service::Serve() {
 }
 
 void Service::EnterDispatcher() {
-  if (!manager_ || served_) return;
+  if (!manager_) return;
   Report(ServiceState::StartPending);
   Report(ServiceState::Running);
   Serve();

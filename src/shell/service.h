@@ -19,8 +19,7 @@ class Service {
   // Serves until the server is stopped, by whatever way. Once in a process.
   void Serve();
 
-  // Serves as a service if a service manager started this process. Comes back at once if none did, and if the process
-  // has served already.
+  // Serves as a service if a service manager started this process; comes back at once if none did.
   void EnterDispatcher();
 
  private:

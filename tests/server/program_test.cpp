@@ -4,6 +4,8 @@
 namespace tlm::test {
 namespace {
 
+using ::testing::MatchesRegex;
+
 TEST(Program, StopsItsServerWithoutAWordAndSaysThatItsPortIsTaken) {
   ServerProcess server({}, "serve");
   EXPECT_EQ(server.Output(), "") << "only the other command prints the names";
@@ -101,6 +103,13 @@ TEST(Program, LogsWhatItTracesWhileAFileAsksForIt) {
   std::filesystem::remove(server.Root().Path("JMTrace.on"));
   client.Hello("tlm2010", "desk", 0);
   EXPECT_EQ(server.Root().Read("JMTrace.log"), log.str());
+}
+
+TEST(Program, DescribesTheMachineInFiveLines) {
+  const auto report = RunProgram({TLMJM, "sysinfo"});
+  EXPECT_THAT(report.Output, MatchesRegex("OS: .+\nProcessor: .+\nProcessors: [1-9][0-9]*\n"
+                                          "Memory: [1-9][0-9]* MB\nGraphics: [^\n]*\n"));
+  EXPECT_EQ(report.ExitCode, 0);
 }
 
 }  // namespace

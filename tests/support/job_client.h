@@ -89,7 +89,8 @@ struct JobTest : ::testing::Test {
   Sandbox Work;
   JobClient Client;
 
-  explicit JobTest(const Environment& environment = {}) : Server(environment), Client(Server.Port()) {
+  explicit JobTest(const Environment& environment = {}, const std::string& command = "debug")
+      : Server(environment, command), Client(Server.Port()) {
     Server.AddProgram("do", "eval \"$*\"\n");
   }
 

@@ -23,7 +23,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 // Both output streams go to the file.
 int StartProgram(std::vector<std::string> arguments, const Environment& environment, const std::string& outputFile) {
-  std::vector<std::string> entries{std::string("PATH=") + std::getenv("PATH")};
+  std::vector<std::string> entries;
+  if (!environment.contains("PATH")) entries.push_back(std::string("PATH=") + std::getenv("PATH"));
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
     if (const char* value = std::getenv(name)) entries.push_back(std::string(name) + "=" + value);
   }
@@ -75,7 +76,9 @@ ServerProcess::ServerProcess(const Environment& environment, const std::string& 
   environment_.insert(usual.begin(), usual.end());
   port_ = static_cast<std::uint16_t>(std::stoi(environment_["TSQOR_JMPORT"]));
   std::filesystem::create_directories(home_.Path("bin"));
-  pid_ = StartProgram({executable, command}, environment_, home_.Path("server.log"));
+  std::vector<std::string> arguments{executable};
+  if (!command.empty()) arguments.push_back(command);
+  pid_ = StartProgram(arguments, environment_, home_.Path("server.log"));
   if (!Eventually([this] { return Listens(port_) || !IsRunning(); }) || !IsRunning()) {
     throw std::runtime_error("the server does not listen: " + Output());
   }

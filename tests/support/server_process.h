@@ -25,7 +25,8 @@ Finished RunProgram(const std::vector<std::string>& arguments, const Environment
 
 class ServerProcess {
  public:
-  // Waits until the server listens. Entries of the environment come on top of the usual ones.
+  // Waits until the server listens. Entries of the environment come on top of the usual ones. An empty command stands
+  // for none.
   explicit ServerProcess(const Environment& environment = {}, const std::string& command = "debug",
                          const std::string& executable = TLMJM);
   ServerProcess(const ServerProcess&) = delete;
