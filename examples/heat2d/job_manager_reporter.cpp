@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "jm/qorjmclient.h"
+#include "libtsenv/runtime_identity.h"
 #include "platform/environment.h"
 #include "platform/file_system.h"
 #include "platform/host.h"
@@ -19,7 +20,6 @@ namespace heat2d {
 namespace {
 
 constexpr char kHost[] = "127.0.0.1";
-constexpr char kStopEventPrefix[] = "tlm2010_";
 constexpr std::chrono::milliseconds kStopInterval{50};
 
 // What is to be said to the job manager.
@@ -103,7 +103,8 @@ void TalkToJobManager(Mailbox& mailbox, const std::string& command) {
 class JobManagerReporter final : public Reporter {
  public:
   JobManagerReporter(const std::string& command, std::ostream& errors)
-      : stop_(tlm::platform::StopEvent::Create(kStopEventPrefix + std::to_string(tlm::platform::ProcessId()))) {
+      : stop_(tlm::platform::StopEvent::Create(tlm::Identity().RUNTIME_JM_VERSION + '_' +
+                                               std::to_string(tlm::platform::ProcessId()))) {
     const bool started = tlm::platform::StartDetachedThread([mailbox = mailbox_, command, &errors] {
       try {
         TalkToJobManager(*mailbox, command);
@@ -141,6 +142,8 @@ class JobManagerReporter final : public Reporter {
 }  // namespace
 
 std::unique_ptr<Reporter> MakeJobManagerReporter(const std::string& command, std::ostream& errors) {
+  // Port and stop event have the names of the server's product, which it tells its jobs.
+  tlm::DetectClient(tlm::platform::GetVariable("TSJM_CLIENT").value_or("") + "jm");
   return std::make_unique<JobManagerReporter>(command, errors);
 }
 

@@ -46,8 +46,8 @@ void PurgeTempRoot(JobManagerState& state) {
   const std::string table = DirectoryRecordsPath(state.TempRoot);
   if (const auto records = ReadDirectoryRecords(table)) {
     for (const DirectoryRecord& record : *records) RemoveExpiredDirectory(state, record.Directory);
+    RemoveDirectoryRecords(table);
   }
-  RemoveDirectoryRecords(table);
   platform::RemoveFile(state.TempRoot + Identity().RUNTIME_JM_DISTPOOL_STATUS_FILE);
 }
 
