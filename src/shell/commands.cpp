@@ -39,7 +39,7 @@ void RunCommand(const std::string& command, const std::string& programName, Serv
   if (command == "stop") return static_cast<void>(StopLocalServer());
   if (command == "sysinfo") return PrintSystemReport(stdout, platform::DescribeMachine());
   if (command == "debug") PrintRuntimeVariables(stdout);
-  service.Serve();
+  service.ServeInForeground();
 }
 
 }  // namespace tlm

@@ -19,25 +19,33 @@ constexpr std::chrono::milliseconds kStopInterval{100};
 
 }  // namespace
 
-void Service::Serve() {
+void Service::ServeInForeground() {
   // Without a thread for them, the signals go on ending the process outright.
-  (void)platform::HandleControls([this](Control control) { HandleControl(control); });
-  tlm::Serve();
-  const std::lock_guard lock(mutex_);
-  served_ = true;
-  changed_.notify_all();
+  (void)TakeControls();
+  ServeToTheEnd();
 }
 
 void Service::EnterDispatcher() {
-  if (!manager_) return;
+  if (!manager_ || !TakeControls()) return;
   Report(ServiceState::StartPending);
   Report(ServiceState::Running);
-  Serve();
+  ServeToTheEnd();
   Report(ServiceState::StopPending);
   Report(ServiceState::Stopped);
   // A control that is being handled ends with a report of its own.
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [this] { return !stopping_; });
+}
+
+bool Service::TakeControls() {
+  return platform::HandleControls([this](Control control) { HandleControl(control); });
+}
+
+void Service::ServeToTheEnd() {
+  Serve();
+  const std::lock_guard lock(mutex_);
+  served_ = true;
+  changed_.notify_all();
 }
 
 void Service::HandleControl(Control control) {

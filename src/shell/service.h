@@ -16,13 +16,15 @@ class Service {
   // Takes over what a service manager has given this process. To be called before any program is started.
   Service() : manager_(platform::ServiceManager::Claim()) {}
 
-  // Serves until the server is stopped, by whatever way. Once in a process.
-  void Serve();
+  // Serves until the server is stopped, by a client or from outside. Once in a process.
+  void ServeInForeground();
 
   // Serves as a service if a service manager started this process; comes back at once if none did.
   void EnterDispatcher();
 
  private:
+  bool TakeControls();
+  void ServeToTheEnd();
   void HandleControl(platform::Control control);
   void Stop();
   bool AwaitEnd();

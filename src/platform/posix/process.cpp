@@ -1,7 +1,6 @@
 #include "platform/process.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -9,11 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <poll.h>
-#include <shared_mutex>
 #include <spawn.h>
 #include <string_view>
 #include <sys/resource.h>
@@ -23,6 +18,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/posix/children.h"
 #include "platform/posix/descriptor_limit.h"
 #include "platform/posix/interrupt.h"
 #include "platform/posix/path.h"
@@ -36,8 +32,6 @@ extern "C" {
 namespace tlm::platform {
 
 namespace {
-
-constexpr std::chrono::seconds kLaunchPatience{1};
 
 // Only a file takes output without a wait: at a pipe the open would wait for a reader.
 int OpenOutput(const std::string& path) {
@@ -144,53 +138,6 @@ void KeepEndedChildren() {
   struct sigaction action = {};
   if (sigaction(SIGCHLD, nullptr, &action) != 0) return;
   if (action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0) std::signal(SIGCHLD, SIG_DFL);
-}
-
-// The children that nobody has waited for yet, so that their ids are surely still theirs.
-class Children {
- public:
-  // Empty once the door is closed. While the pass is held no child is missing from the list for long.
-  std::shared_lock<std::shared_timed_mutex> Enter() {
-    std::shared_lock pass(door_);
-    if (closed_) pass.unlock();
-    return pass;
-  }
-  void Add(pid_t id, bool leadsGroup) {
-    const std::lock_guard lock(mutex_);
-    leadsGroup_[id] = leadsGroup;
-  }
-  // What waitid says of the child, which leaves the list if it has ended.
-  int Wait(pid_t id, int descriptor, siginfo_t& end) {
-    const std::lock_guard lock(mutex_);
-    const int result = waitid(P_PIDFD, static_cast<id_t>(descriptor), &end, WEXITED | WNOHANG);
-    if (result == 0 && end.si_pid != 0) leadsGroup_.erase(id);
-    return result;
-  }
-  std::vector<std::int32_t> TerminateAll() {
-    // A launch that hangs, in a file system that does not answer, say, cannot hold up the end for ever.
-    const std::unique_lock door(door_, kLaunchPatience);
-    closed_ = true;
-    const std::lock_guard lock(mutex_);
-    std::vector<std::int32_t> ids;
-    for (const auto& [id, leadsGroup] : leadsGroup_) {
-      kill(leadsGroup ? -id : id, SIGKILL);
-      if (leadsGroup) kill(id, SIGKILL);  // also a leader that has left its group
-      ids.push_back(id);
-    }
-    return ids;
-  }
-
- private:
-  std::shared_timed_mutex door_;
-  std::atomic<bool> closed_ = false;
-  std::mutex mutex_;
-  std::map<pid_t, bool> leadsGroup_;  // guarded by mutex_
-};
-
-Children& TheChildren() {
-  // Never destroyed: other threads may still look while the process ends.
-  static Children& children = *std::make_unique<Children>().release();
-  return children;
 }
 
 // For a child that cannot be followed.
