@@ -152,7 +152,9 @@ def main(build, scratch, cpack, inside=None):
     run("mount", "-t", "tmpfs", "tmpfs", scratch)
     make_packages(build, scratch, cpack)
     enter_copy_of_machine(scratch)
-    run("dpkg", "--no-triggers", "--purge", "tlmjm")  # where it is really installed
+    # Where it is really installed, with programs of the site's own.
+    run("dpkg", "--no-triggers", "--purge", "tlmjm")
+    run("rm", "-rf", HOME)
     for path, text in (("/usr/local/sbin/systemctl", SYSTEMCTL), ("/etc/hosts", "127.0.0.1 localhost\n")):
         with open(path, "w") as file:
             file.write(text)
