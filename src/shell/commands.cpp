@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "jm/qorjmclient.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/host.h"
 #include "platform/machine.h"
@@ -36,7 +37,7 @@ void RunCommand(const std::string& command, const std::string& programName, Serv
   if (command == "install") return Install(programName);
   if (command == "uninstall") return Uninstall();
   if (command == "start") return TellFailure(platform::StartService(Identity().RUNTIME_JM_SHORT_NAME));
-  if (command == "stop") return static_cast<void>(StopLocalServer());
+  if (command == "stop") return static_cast<void>(StopLocalServer(JobManagerPort()));
   if (command == "sysinfo") return PrintSystemReport(stdout, platform::DescribeMachine());
   if (command == "debug") PrintRuntimeVariables(stdout);
   service.ServeInForeground();

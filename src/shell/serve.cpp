@@ -45,9 +45,9 @@ void PrepareServer() {
   ApplySettings(TheState());
 }
 
-void Serve() {
+void Serve(std::uint16_t port) {
   try {
-    TheThread().AddListener(JobManagerPort());
+    TheThread().AddListener(port);
     TheThread().Run();
   } catch (...) {  // Whatever keeps it from serving, the person at the console is told.
     std::puts("FATAL ERROR: check that no other Tessarine processes are running");
@@ -60,10 +60,10 @@ void CleanUp() {
   PurgeTempRoot(TheState());
 }
 
-bool StopLocalServer() {
+bool StopLocalServer(std::uint16_t port) {
   try {
     QorJMClient client;
-    client.Connect("127.0.0.1", 0);
+    client.Connect("127.0.0.1", port);
     client.Shutdown();
     return true;
   } catch (...) {  // Whatever keeps it from being reached.

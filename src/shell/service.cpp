@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "exec/kill.h"
+#include "jm/qorjmclient.h"
 #include "platform/thread.h"
 #include "shell/serve.h"
 
@@ -38,11 +39,12 @@ void Service::EnterDispatcher() {
 }
 
 bool Service::TakeControls() {
+  port_ = JobManagerPort();  // for good: the setting may change while the server runs
   return platform::HandleControls([this](Control control) { HandleControl(control); });
 }
 
 void Service::ServeToTheEnd() {
-  Serve();
+  Serve(port_);
   const std::lock_guard lock(mutex_);
   served_ = true;
   changed_.notify_all();
@@ -63,8 +65,8 @@ void Service::HandleControl(Control control) {
 void Service::Stop() {
   Report(ServiceState::StopPending);
   // The server may not listen yet, and one that is stuck may not even let anyone connect.
-  (void)platform::StartDetachedThread([] {
-    while (!StopLocalServer()) platform::Sleep(kStopInterval);
+  (void)platform::StartDetachedThread([port = port_] {
+    while (!StopLocalServer(port)) platform::Sleep(kStopInterval);
   });
   const bool ended = AwaitEnd();
   // Its thread cannot be waited for any longer, whatever locks it has.

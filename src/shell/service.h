@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 
@@ -31,6 +32,7 @@ class Service {
   void Report(platform::ServiceState state);
 
   const std::optional<platform::ServiceManager> manager_;
+  std::uint16_t port_ = 0;  // set before there is another thread
   std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.
