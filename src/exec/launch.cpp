@@ -21,9 +21,11 @@ std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const std::ve
   request.OwnGroup = state.KillViaEvent;
   std::puts(request.CommandLine.c_str());
 
+  const auto before = platform::StopEventTime();
   std::optional<Process> process = Process::Launch(request);
   if (!process) return 0;
   const std::int32_t pid = process->Id();
+  platform::RemoveStopEventBefore(StopEventName(pid), before);
   state.ProcessHandles[pid] = std::make_shared<Process>(std::move(*process));
   return pid;
 }

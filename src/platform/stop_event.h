@@ -13,6 +13,11 @@ bool SetStopEvent(const std::string& name);
 // Takes the name away, so that nothing is left of an event whose owner has ended.
 void RemoveStopEvent(const std::string& name);
 
+// Now, by the clock that dates events.
+std::chrono::nanoseconds StopEventTime();
+// Takes the name away from an event that is older than that, which its owner may have left behind in a crash.
+void RemoveStopEventBefore(const std::string& name, std::chrono::nanoseconds time);
+
 // The other side: the event that a process makes for itself and looks at. The name goes with the object.
 class StopEvent {
  public:

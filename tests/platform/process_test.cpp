@@ -133,6 +133,7 @@ TEST_F(ProcessTest, PriorityAndTerminationReachTheGroupThatTheProgramLeads) {
 }
 
 TEST(StopEvent, IsSetByItsNameAndTakesThePlaceOfOneThatWasLeftBehind) {
+  const auto start = StopEventTime();
   const std::string name = "stop_event_test_" + std::to_string(getpid());
   EXPECT_FALSE(SetStopEvent(name)) << "nobody has made it";
   {
@@ -142,7 +143,11 @@ TEST(StopEvent, IsSetByItsNameAndTakesThePlaceOfOneThatWasLeftBehind) {
     std::optional<StopEvent> successor = StopEvent::Create(name);
     EXPECT_FALSE(successor->IsSet());
     StopEvent moved = std::move(*successor);
+    RemoveStopEventBefore(name, start);
     EXPECT_TRUE(SetStopEvent(name) && moved.IsSet()) << "keeps its name";
+    std::filesystem::last_write_time("/dev/shm/sem." + name, std::filesystem::file_time_type::clock::now() - 1h);
+    RemoveStopEventBefore(name, start);
+    EXPECT_FALSE(SetStopEvent(name)) << "that of an earlier process";
   }
   EXPECT_FALSE(SetStopEvent(name)) << "the name goes with the event";
 }

@@ -29,11 +29,19 @@ timespec TimeAfter(std::chrono::milliseconds span) {
   return time;
 }
 
+bool GetStatus(const std::string& name, struct stat& status) {
+  return stat(("/dev/shm/sem." + name).c_str(), &status) == 0;
+}
+
+std::chrono::nanoseconds SpanOf(const timespec& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 // A file that is shorter than an event, made by whoever, would end this process when it is touched.
 bool IsWhole(const std::string& name) {
   struct stat status;
-  return stat(("/dev/shm/sem." + name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-         status.st_size >= static_cast<off_t>(sizeof(sem_t)) && status.st_uid == geteuid();
+  return GetStatus(name, status) && S_ISREG(status.st_mode) && status.st_size >= static_cast<off_t>(sizeof(sem_t)) &&
+         status.st_uid == geteuid();
 }
 
 }  // namespace
@@ -48,6 +56,17 @@ bool SetStopEvent(const std::string& name) {
 }
 
 void RemoveStopEvent(const std::string& name) { sem_unlink(SystemName(name).c_str()); }
+
+std::chrono::nanoseconds StopEventTime() {
+  timespec time = {};
+  clock_gettime(CLOCK_REALTIME_COARSE, &time);  // the time that a file gets, which lies behind the finer clock
+  return SpanOf(time);
+}
+
+void RemoveStopEventBefore(const std::string& name, std::chrono::nanoseconds time) {
+  struct stat status;
+  if (GetStatus(name, status) && SpanOf(status.st_mtim) < time) RemoveStopEvent(name);
+}
 
 std::optional<StopEvent> StopEvent::Create(const std::string& name) {
   RemoveStopEvent(name);
