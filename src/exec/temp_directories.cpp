@@ -47,8 +47,8 @@ void PurgeTempRoot(JobManagerState& state) {
   if (const auto records = ReadDirectoryRecords(table)) {
     for (const DirectoryRecord& record : *records) RemoveExpiredDirectory(state, record.Directory);
     RemoveDirectoryRecords(table);
+    platform::RemoveFile(state.TempRoot + Identity().RUNTIME_JM_DISTPOOL_STATUS_FILE);
   }
-  platform::RemoveFile(state.TempRoot + Identity().RUNTIME_JM_DISTPOOL_STATUS_FILE);
 }
 
 bool SetTempRoot(JobManagerState& state, const std::string& directory, std::uint32_t expiry) {
