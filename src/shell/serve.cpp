@@ -1,5 +1,6 @@
 #include "shell/serve.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 
@@ -29,6 +30,12 @@ ORpcThread& TheThread() {
   return thread;
 }
 
+enum class Listener { None, Open, Gone };
+std::atomic<Listener> listener = Listener::None;
+
+// While this is so, nobody else can listen at the port.
+bool IsListening() { return listener == Listener::Open && !TheThread().IsStopped(); }
+
 // However the serving ended, no process of a job is left behind.
 void EndWorkers() {
   {
@@ -48,10 +55,12 @@ void PrepareServer() {
 void Serve(std::uint16_t port) {
   try {
     TheThread().AddListener(port);
+    listener = Listener::Open;
     TheThread().Run();
   } catch (...) {  // Whatever keeps it from serving, the person at the console is told.
     std::puts("FATAL ERROR: check that no other Tessarine processes are running");
   }
+  listener = Listener::Gone;
   EndWorkers();
 }
 
@@ -67,6 +76,18 @@ bool StopLocalServer(std::uint16_t port) {
     client.Shutdown();
     return true;
   } catch (...) {  // Whatever keeps it from being reached.
+    return false;
+  }
+}
+
+bool StopServing(std::uint16_t port) {
+  if (!IsListening()) return listener != Listener::None;
+  try {
+    QorJMClient client;
+    client.Connect("127.0.0.1", port);
+    if (IsListening()) client.Shutdown();  // else it may be another that has accepted
+    return true;
+  } catch (...) {
     return false;
   }
 }

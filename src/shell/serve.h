@@ -15,6 +15,10 @@ void Serve(std::uint16_t port);
 // Stops the server of this machine that listens at the port. False if there is none.
 bool StopLocalServer(std::uint16_t port);
 
+// Stops what Serve has begun at the port, and no other server there. False if it is to be tried again: Serve may not
+// listen yet. Any thread.
+bool StopServing(std::uint16_t port);
+
 // Removes from the temporary root what servers have left there.
 void CleanUp();
 

@@ -27,7 +27,9 @@ void Service::ServeInForeground() {
 }
 
 void Service::EnterDispatcher() {
-  if (!manager_ || !TakeControls()) return;
+  if (!claim_) return;
+  manager_ = &*claim_;
+  if (!TakeControls()) return;
   Report(ServiceState::StartPending);
   Report(ServiceState::Running);
   ServeToTheEnd();
@@ -66,7 +68,7 @@ void Service::Stop() {
   Report(ServiceState::StopPending);
   // The server may not listen yet, and one that is stuck may not even let anyone connect.
   (void)platform::StartDetachedThread([port = port_] {
-    while (!StopLocalServer(port)) platform::Sleep(kStopInterval);
+    while (!StopServing(port)) platform::Sleep(kStopInterval);
   });
   const bool ended = AwaitEnd();
   // Its thread cannot be waited for any longer, whatever locks it has.

@@ -15,7 +15,7 @@ namespace tlm {
 class Service {
  public:
   // Takes over what a service manager has given this process. To be called before any program is started.
-  Service() : manager_(platform::ServiceManager::Claim()) {}
+  Service() : claim_(platform::ServiceManager::Claim()) {}
 
   // Serves until the server is stopped, by a client or from outside. Once in a process.
   void ServeInForeground();
@@ -31,8 +31,10 @@ class Service {
   bool AwaitEnd();
   void Report(platform::ServiceState state);
 
-  const std::optional<platform::ServiceManager> manager_;
-  std::uint16_t port_ = 0;  // set before there is another thread
+  const std::optional<platform::ServiceManager> claim_;
+  // Set before there is another thread.
+  const platform::ServiceManager* manager_ = nullptr;  // while this process is its service
+  std::uint16_t port_ = 0;
   std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.

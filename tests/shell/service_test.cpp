@@ -102,6 +102,18 @@ TEST_F(Service, EndsAfterFiveSecondsWhateverItsThreadIsDoing) {
   EXPECT_THAT(TheManager.AllReports(), ElementsAre("STOPPING=1", "STATUS=stopped"));
 }
 
+TEST_F(Service, LeavesAnotherServerAloneThatHasTakenItsPort) {
+  Submit("polite ignore deaf");
+  const std::int32_t deaf = AwaitNumber("deaf");
+  EXPECT_EQ(RunProgram({TLMJM, "stop"}, Server.Settings()).Output, "");
+  EXPECT_TRUE(Eventually([&] { return !Listens(Server.Port()); }));
+  const ServerProcess another({{"TSQOR_JMPORT", std::to_string(Server.Port())}});
+  kill(Server.Pid(), SIGTERM);
+  EXPECT_EQ(Server.AwaitEnd(), 0);
+  EXPECT_TRUE(IsGone(deaf));
+  EXPECT_EQ(JobClient(another.Port()).Jobs(), HandleList());
+}
+
 TEST_F(JobTest, InTheForegroundEndsWithItsJobsByAKeyOrWithItsTerminal) {
   const std::uint64_t job = Submit(Do(Wait("pid")));
   const std::int32_t pid = AwaitNumber("pid");
@@ -109,9 +121,11 @@ TEST_F(JobTest, InTheForegroundEndsWithItsJobsByAKeyOrWithItsTerminal) {
   kill(Server.Pid(), SIGINT);
   EXPECT_EQ(Server.AwaitEnd(), 0);
   EXPECT_TRUE(IsGone(pid));
-  ServerProcess another;
+  const Manager manager;
+  ServerProcess another({{"NOTIFY_SOCKET", manager.Address()}});
   kill(another.Pid(), SIGHUP);
   EXPECT_EQ(another.AwaitEnd(), 0);
+  EXPECT_THAT(manager.AllReports(), ElementsAre()) << "it is no service";
 }
 
 TEST(ServiceStart, TellsThatThePortIsTakenAndNeedsAManager) {

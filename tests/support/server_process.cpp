@@ -45,6 +45,10 @@ int StartProgram(std::vector<std::string> arguments, const Environment& environm
 
 int ExitCodeOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status); }
 
+}  // namespace
+
+std::uint16_t FreePort() { return RawListener().Port(); }
+
 bool Listens(std::uint16_t port) {
   try {
     RawConnection connection(port);
@@ -53,10 +57,6 @@ bool Listens(std::uint16_t port) {
     return false;
   }
 }
-
-}  // namespace
-
-std::uint16_t FreePort() { return RawListener().Port(); }
 
 Finished RunProgram(const std::vector<std::string>& arguments, const Environment& environment) {
   const Sandbox disk;

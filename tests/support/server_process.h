@@ -14,6 +14,8 @@ using Environment = std::map<std::string, std::string>;
 
 // A port that was free a moment ago.
 std::uint16_t FreePort();
+// True if somebody accepts connections there.
+bool Listens(std::uint16_t port);
 
 struct Finished {
   int ExitCode = -1;
