@@ -190,7 +190,7 @@ struct ServiceCommands : ::testing::Test {
 TEST_F(ServiceCommands, MakeStartAndRemoveAServiceOfTheUser) {
   const std::string unit = ".config/systemd/user/tlmjm2010.service";
   EXPECT_EQ(AsUser("install"), "");
-  EXPECT_EQ(Calls(), "--user daemon-reload\n--user enable tlmjm2010.service\n");
+  EXPECT_EQ(Calls(), "--user daemon-reload\n--user --quiet enable tlmjm2010.service\n");
   EXPECT_THAT(Disk.Read(unit), HasSubstr("\nDescription=Corvanta Tessarine Lumora 2010 Job Manager\n"));
   EXPECT_THAT(Disk.Read(unit), HasSubstr("\nExecStart=" TLMJM "\n"));
   EXPECT_EQ(Verified(unit, "--user"), "");
@@ -198,7 +198,7 @@ TEST_F(ServiceCommands, MakeStartAndRemoveAServiceOfTheUser) {
   EXPECT_EQ(AsUser("start"), "");
   EXPECT_EQ(Calls(), "--user start tlmjm2010.service\n") << "nothing is done about a service that is there";
   EXPECT_EQ(AsUser("uninstall"), "");
-  EXPECT_EQ(Calls(), "--user disable tlmjm2010.service\n--user daemon-reload\n");
+  EXPECT_EQ(Calls(), "--user --quiet disable tlmjm2010.service\n--user daemon-reload\n");
   EXPECT_FALSE(Disk.Has(unit));
   EXPECT_EQ(AsUser("uninstall"), Disk.Path(unit) + ": No such file or directory\n");
   EXPECT_EQ(Calls(), "");
@@ -206,20 +206,26 @@ TEST_F(ServiceCommands, MakeStartAndRemoveAServiceOfTheUser) {
 
 TEST_F(ServiceCommands, MakeAServiceOfTheMachineForItsAdministrator) {
   EXPECT_EQ(AsRoot(TLMJM " install; " TLMJM " start"), "");
-  EXPECT_EQ(Calls(), "daemon-reload\nenable tlmjm2010.service\nstart tlmjm2010.service\n");
+  EXPECT_EQ(Calls(), "daemon-reload\n--quiet enable tlmjm2010.service\nstart tlmjm2010.service\n");
   EXPECT_EQ(Verified("units/tlmjm2010.service", "--system"), "");
   EXPECT_EQ(AsRoot(TLMJM " uninstall"), "");
   EXPECT_FALSE(Disk.Has("units/tlmjm2010.service"));
 }
 
 TEST_F(ServiceCommands, KeepTheWordByWhichTheProgramWasCalled) {
-  const std::string link = Disk.Path("a %b $c/ksbjm");
-  Disk.MakeDirectory("a %b $c");
+  const std::string link = Disk.MakeDirectory("a \"%b\" $c") + "/ksbjm";
   std::filesystem::create_symlink(TLMJM, link);
   EXPECT_EQ(AsUser("install", link), "");
   const std::string unit = ".config/systemd/user/ksbjm2010.service";
-  EXPECT_THAT(Disk.Read(unit), HasSubstr("\nExecStart=@" TLMJM " \"" + Disk.Path("a %%b $$c/ksbjm") + "\"\n"));
+  EXPECT_THAT(Disk.Read(unit),
+              HasSubstr("\nExecStart=@" TLMJM " \"" + Disk.Path("a \\x22%%b\\x22 $$c/ksbjm") + "\"\n"));
   EXPECT_EQ(Verified(unit, "--user"), "");
+
+  const std::string program = Disk.MakeDirectory("it's") + "/tlmjm";
+  std::filesystem::copy(TLMJM, program);
+  EXPECT_EQ(AsUser("install", program),
+            "The path of a service's program may not have quotes, backslashes or control characters in it.\n");
+  EXPECT_FALSE(Disk.Has(".config/systemd/user/tlmjm2010.service"));
 }
 
 TEST_F(ServiceCommands, TellAFailureInOneLine) {

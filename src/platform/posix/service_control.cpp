@@ -86,18 +86,21 @@ void Keep(std::string& first, std::string failure) {
 }  // namespace
 
 std::string InstallService(const ServiceDefinition& service) {
+  if (!IsProgramPath(service.Program)) {
+    return "The path of a service's program may not have quotes, backslashes or control characters in it.";
+  }
   std::string failure = CreateUnit(service);
   if (!failure.empty()) return failure;
   Keep(failure, Systemctl("daemon-reload"));
   // This works without a running manager as well, for its next start.
-  Keep(failure, Systemctl("enable " + FileName(service.Name)));
+  Keep(failure, Systemctl("--quiet enable " + FileName(service.Name)));
   return failure;
 }
 
 std::string UninstallService(const std::string& name) {
   const std::string path = UnitPath(name);
   if (access(path.c_str(), F_OK) != 0) return Failure(path);
-  std::string failure = Systemctl("disable " + FileName(name));
+  std::string failure = Systemctl("--quiet disable " + FileName(name));
   if (unlink(path.c_str()) != 0) Keep(failure, Failure(path));
   Keep(failure, Systemctl("daemon-reload"));
   return failure;

@@ -1,8 +1,14 @@
 #include "platform/posix/service_unit.h"
 
+#include <algorithm>
+
 namespace tlm::platform {
 
 namespace {
+
+bool IsRefusedInPaths(char c) {
+  return c == '"' || c == '\'' || c == '\\' || c == '\x7f' || static_cast<unsigned char>(c) < ' ';
+}
 
 // The line ends of a unit file are its only structure.
 std::string OneLine(std::string text) {
@@ -22,25 +28,31 @@ std::string Escaped(const std::string& text, const std::string& doubled = "%") {
   return escaped;
 }
 
-// One word of a command line, whatever is in it.
-std::string Word(const std::string& word, const std::string& doubled) {
+// One word of a command line.
+std::string Word(const std::string& text) {
+  return text.find_first_of(" \\;") == std::string::npos ? text : '"' + text + '"';
+}
+
+// For text that may hold anything.
+std::string HexEscaped(const std::string& text) {
   static constexpr char kDigits[] = "0123456789abcdef";
-  std::string quoted;
-  for (char c : Escaped(word, doubled)) {
+  std::string escaped;
+  for (char c : text) {
     const auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\'' || c == '\\' || byte < ' ') {
-      quoted.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
+    if (IsRefusedInPaths(c)) {
+      escaped.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
     } else {
-      quoted += c;
+      escaped += c;
     }
   }
-  return quoted.find_first_of(" \\;") == std::string::npos ? quoted : '"' + quoted + '"';
+  return escaped;
 }
 
 // Variables are put in for '$' in the words of a program, but not in its path.
 std::string Command(const ServiceUnit& unit) {
-  if (unit.FirstWord == unit.Program) return Word(unit.Program, "%");
-  return '@' + Word(unit.Program, "%") + ' ' + Word(unit.FirstWord, "%$");
+  const std::string program = Word(Escaped(unit.Program));
+  if (unit.FirstWord == unit.Program) return program;
+  return '@' + program + ' ' + Word(HexEscaped(Escaped(unit.FirstWord, "%$")));
 }
 
 std::string EnvironmentFile(const ServiceUnit& unit) {
@@ -65,15 +77,11 @@ TasksMax=infinity
 LimitNOFILE=1024:65536
 )";
 
-// What would hinder jobs is not here: they use devices, networks, namespaces and generated code, and run in the
-// directories of people.
+// What would hinder jobs is not here: they use devices, networks and generated code, run in the directories of people,
+// and make namespaces, in which they mount /proc and /sys anew and set a host name.
 constexpr char kHardening[] = R"(
 NoNewPrivileges=yes
-ProtectControlGroups=yes
-ProtectHostname=yes
-ProtectKernelLogs=yes
 ProtectKernelModules=yes
-ProtectKernelTunables=yes
 )";
 
 std::string AccountText(const std::string& account) {
@@ -85,6 +93,8 @@ ProtectSystem=full
 }
 
 }  // namespace
+
+bool IsProgramPath(const std::string& path) { return std::none_of(path.begin(), path.end(), IsRefusedInPaths); }
 
 std::string UnitText(const ServiceUnit& unit) {
   std::string text = "# For changes: systemctl " + std::string(unit.ForSystem ? "" : "--user ") + "edit " + unit.Name +
