@@ -6,7 +6,7 @@
 The copy is an overlay on the root in a mount namespace, with processes and a network of its own, and what is written
 lies in memory. So a real installation is neither seen nor touched, nothing stays, and whoever ends the test ends all.
 """
-import configparser, fcntl, glob, os, pwd, shlex, shutil, socket, struct, subprocess, sys, time
+import configparser, fcntl, glob, gzip, os, pwd, shlex, shutil, socket, struct, subprocess, sys, time
 
 HOME, STATE, CONFIGURATION = "/opt/tessarine/lumora2010", "/var/lib/tlmjm", "/etc/tessarine/tlmjm.ini"
 CLIENTS = {
@@ -43,6 +43,9 @@ def make_packages(build, scratch, cpack):
     os.rename(*glob.glob(f"{scratch}/*.deb"), f"{scratch}/first.deb")
     run("lintian", "--allow-root", "--fail-on", "error", f"{scratch}/first.deb")
     run("dpkg-deb", "-R", f"{scratch}/first.deb", f"{scratch}/later")
+    with gzip.open(f"{scratch}/later/usr/share/doc/tlmjm/changelog.gz", "rt") as changelog:
+        version = run("dpkg-deb", "-f", f"{scratch}/first.deb", "Version").strip()
+        assert changelog.readline().startswith(f"tlmjm ({version}) "), f"{version} has no entry in the changelog"
     run("sed", "-i", "s/^Version: .*/&+later/", f"{scratch}/later/DEBIAN/control")
     run("dpkg-deb", "-b", "-Znone", f"{scratch}/later", f"{scratch}/later.deb")
 
