@@ -1,18 +1,23 @@
-// Reports to the job manager of this machine, and ends the analysis when it asks for that.
+// Reports to the job manager that runs this program, if one does, and ends the analysis when it asks for that.
 #pragma once
-
-#include <memory>
-#include <ostream>
-#include <string>
 
 #include "heat2d/reporter.h"
 
 namespace heat2d {
 
-// Make it first thing: a stop that comes before is lost. `command` is how the job manager is to know this process.
-// Never waits for the job manager but in ResultsAvailable, Succeeded and at its end, and there only until a stop is
-// requested. Without a job manager the analysis goes on alone; `errors` is told once, on another thread, and has to
-// last as long as the process.
-std::unique_ptr<Reporter> MakeJobManagerReporter(const std::string& command, std::ostream& errors);
+// Make it first thing: a stop that comes before is not heard. ResultsAvailable, Succeeded and the end wait for the job
+// manager, and that only until a stop is requested.
+class JobManagerReporter : public Reporter {
+ public:
+  JobManagerReporter();
+  JobManagerReporter(const JobManagerReporter&) = delete;
+  JobManagerReporter& operator=(const JobManagerReporter&) = delete;
+  ~JobManagerReporter() override;
+
+  void Progress(std::uint32_t percent) override;
+  void ResultsAvailable() override;
+  void Succeeded() override;
+  bool StopRequested() override;
+};
 
 }  // namespace heat2d

@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -50,7 +49,7 @@ int Run(const Arguments& arguments) {
   if (arguments.Offline) {
     reporter = std::make_unique<heat2d::OfflineReporter>();
   } else {
-    reporter = heat2d::MakeJobManagerReporter("heat2d \"" + arguments.DeckFile + '"', std::cerr);
+    reporter = std::make_unique<heat2d::JobManagerReporter>();
   }
   return heat2d::Analyse(arguments.DeckFile, *reporter, std::cout, std::cerr);
 }
@@ -67,8 +66,5 @@ int main(int argc, char** argv) {
     std::cout << kUsage;
     return heat2d::kGood;
   }
-  const int code = Run(*arguments);
-  std::cout.flush();
-  // A report may still wait for the job manager's answer on its thread: static objects stay for it.
-  std::quick_exit(code);
+  return Run(*arguments);
 }

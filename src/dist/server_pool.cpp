@@ -72,12 +72,6 @@ bool HasJobs(const JobManagerState& state, const std::shared_ptr<Peer>& peer) RE
 
 }  // namespace
 
-std::uint16_t PeerPort(const std::string& host) {
-  std::string name = "TSQOR_JMPORT";
-  if (host != "127.0.0.1") name.append("_").append(host);
-  return PortSetting(name);
-}
-
 void ReadServerPool(JobManagerState& state) {
   const std::optional<std::string> content = platform::ReadWholeFile(PoolPath(state));
   if (!content) return;

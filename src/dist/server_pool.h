@@ -22,10 +22,6 @@ void SetServerPool(JobManagerState& state, const StringList& hosts) REQUIRES(sta
 // How long this server waits for a peer's answer before it goes on with other things; the peer may go on with it.
 inline constexpr std::chrono::seconds kPeerPatience{5};
 
-// The port of the job manager on a host: TSQOR_JMPORT, for any host but "127.0.0.1" with "_" and the host's name behind
-// it, if its value is above 1024; else the default port of this product.
-std::uint16_t PeerPort(const std::string& host);
-
 // The least loaded of the hosts' job managers, the first of several alike. Null if all are busy or cannot be asked.
 std::shared_ptr<Peer> SelectBestServer(JobManagerState& state, const StringList& hosts) EXCLUDES(state.StateLock);
 

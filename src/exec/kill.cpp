@@ -37,8 +37,10 @@ std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) {
   }
   const bool endedByItself = asked && EndsWithinPatience(*process);
   const MAutoLock lock(state.StateLock);
-  if (process) process->Terminate();  // also what an ended leader left of its group
-  if (process && !endedByItself) platform::RemoveStopEvent(StopEventName(pid));
+  if (process) {
+    process->Terminate();  // also what an ended leader left of its group
+    platform::RemoveStopEvent(StopEventName(pid));
+  }
   return endedByItself ? kEndedOnStopEvent : kTerminated;
 }
 

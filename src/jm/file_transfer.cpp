@@ -32,7 +32,7 @@ std::optional<File> OpenSource(const FileTransferItem& item) {
   return source;
 }
 
-void SendData(ORpcIO& io, const FileTransferItem& item) {
+void SendData(ORpcIO& io, const FileTransferItem& item, FileTransferWatcher* watcher) {
   if (std::optional<File> source = OpenSource(item)) {
     Buffer piece(kPiece);
     while (true) {
@@ -40,6 +40,7 @@ void SendData(ORpcIO& io, const FileTransferItem& item) {
       if (length == 0) break;
       Encode(io, static_cast<std::uint32_t>(length));
       EncodeBytes(io, piece.data(), static_cast<std::uint32_t>(length));
+      if (watcher) watcher->Moved(item, static_cast<std::uint32_t>(length));
     }
   }
   Encode(io, std::uint32_t{0});
@@ -72,20 +73,23 @@ bool ReceiveChunk(ORpcIO& io, std::optional<File>& file, std::uint32_t length, B
   return written;
 }
 
-void ReceiveItem(ORpcIO& io, FileTransferItem& item) {
+void ReceiveItem(ORpcIO& io, FileTransferItem& item, FileTransferWatcher* watcher) {
   Decode(io, item.Destination);
   Decode(io, item.Source);
   Decode(io, item.Offset);
   MLockFile lock;
   std::optional<File> file;
-  if (MayStandAt(item.Destination)) {
+  if (MayStandAt(item.Destination) && (!watcher || watcher->Allows(item))) {
     static_cast<void>(lock.Lock(TemporaryName(item), false));  // the file is written whatever the answer
     file = OpenTemporary(item);
   }
   item.Stored = file.has_value();
   Buffer piece(kPiece);
   while (const auto length = Decoded<std::uint32_t>(io)) {
-    if (ReceiveChunk(io, file, length, piece)) continue;
+    if (ReceiveChunk(io, file, length, piece)) {
+      if (watcher) watcher->Moved(item, length);
+      continue;
+    }
     item.Stored = false;
     file.reset();  // what was written is the beginning of the data, from which a later transfer can go on
   }
@@ -124,14 +128,16 @@ ORpcIO& Encode(ORpcIO& io, const FileTransferList& list) {
     Encode(io, item.Destination);
     Encode(io, item.Source);
     Encode(io, item.Offset);
-    SendData(io, item);
+    SendData(io, item, list.Watcher);
   }
   return io;
 }
 
 void Decode(ORpcIO& io, FileTransferList& list) {
   list.Items.clear();
-  for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) ReceiveItem(io, list.Items.emplace_back());
+  for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) {
+    ReceiveItem(io, list.Items.emplace_back(), list.Watcher);
+  }
   MarkSpoiltItems(list);
   for (FileTransferItem& item : list.Items) PutInPlace(item);
 }

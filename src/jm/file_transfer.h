@@ -17,9 +17,21 @@ struct FileTransferItem {
   bool Stored = false;
 };
 
+// What its owner wants to know of a transfer, and has to say about it. What a function throws ends the transfer.
+class FileTransferWatcher {
+ public:
+  virtual ~FileTransferWatcher() = default;
+  // Asked for each item before it is received. One that is not allowed is read to its end and not Stored.
+  virtual bool Allows(const FileTransferItem&) { return true; }
+  // So many bytes more of the item have been handed to the connection, or stored.
+  virtual void Moved(const FileTransferItem&, std::uint32_t) {}
+};
+
 // The content is not held in it: the wire form reads the sources and writes the destinations, a piece at a time.
 struct FileTransferList {
   std::vector<FileTransferItem> Items;
+  // Not on the wire. May be null.
+  FileTransferWatcher* Watcher = nullptr;
 };
 
 // Sends each source from its offset on, as it is at that moment. One that cannot be read sends no data.

@@ -17,6 +17,12 @@ std::uint16_t PortSetting(const std::string& variable) {
   return port > kLastReservedPort ? static_cast<std::uint16_t>(port) : DefaultPort();
 }
 
+std::uint16_t PeerPort(const std::string& host) {
+  std::string name = "TSQOR_JMPORT";
+  if (host != "127.0.0.1") name.append("_").append(host);
+  return PortSetting(name);
+}
+
 #define OPERATION(number, name, result, parameters, arguments) \
   result QorJMClient::name parameters { return Stub<Operation<number, true, &IQorJM::name>>(*this) arguments; }
 #define ONE_WAY(number, name, parameters, arguments) \

@@ -16,9 +16,12 @@ void StripQuotes(std::string& text) {
 }  // namespace
 
 std::optional<std::string> IniVariable(const std::string& name) {
-  const std::string program = platform::ExecutablePath();
-  if (program.empty()) return std::nullopt;
-  std::optional<std::string> value = FindSetting(program + ".ini", "ENVIRONMENT", name).Text;
+  return IniVariable(platform::ExecutablePath(), name);
+}
+
+std::optional<std::string> IniVariable(const std::string& executable, const std::string& name) {
+  if (executable.empty()) return std::nullopt;
+  std::optional<std::string> value = FindSetting(executable + ".ini", "ENVIRONMENT", name).Text;
   if (!value) return std::nullopt;
   StripQuotes(*value);
   if (value->size() > kLongestValue) value->resize(kLongestValue);

@@ -9,6 +9,9 @@ namespace tlm::platform {
 // have, fails from now on like any other write.
 void LetWritesFail();
 
+// From now on the calling thread is not the one that a signal to the process interrupts.
+void LeaveSignalsToOtherThreads();
+
 enum class Control {
   Stop,   // the service manager, or a person, wants the process to end
   Hangup  // the terminal has gone

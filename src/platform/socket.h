@@ -64,6 +64,12 @@ std::string FormatAddress(std::uint32_t address);
 // First IPv4 address of the name.
 std::optional<std::uint32_t> LookUpHost(const std::string& name);
 
+// The addresses of this machine, in network order, at which it takes connections on the port; 0 stands for all of them.
+// Empty if that cannot be told.
+std::optional<std::vector<std::uint32_t>> ListeningAddresses(std::uint16_t port);
+// True if the address, in network order, is one of this machine's.
+bool IsOwnAddress(std::uint32_t address);
+
 // Waits until one of the sockets can be read or written, or has failed. On return the lists hold just those, in the
 // order that they had. A null list is an empty one; without a limit there is no time-out. Gives the number of entries
 // that are ready, 0 after the limit, -1 on failure, when the lists are empty. Any number of sockets will do.

@@ -7,6 +7,7 @@
 
 #include "platform/environment.h"
 #include "rpc/orpcerror.h"
+#include "util/immortal.h"
 
 namespace tlm {
 
@@ -18,9 +19,10 @@ struct TraceSettings {
 };
 
 const TraceSettings& Settings() {
-  static const TraceSettings settings = [] {
+  static const TraceSettings& settings = []() -> TraceSettings& {
     const std::optional<std::string> level = platform::GetVariable("ORPC_TRACE");
-    return TraceSettings{level ? std::atoi(level->c_str()) : 0, platform::GetVariable("ORPC_TRACE_FILE")};
+    const TraceSettings read{level ? std::atoi(level->c_str()) : 0, platform::GetVariable("ORPC_TRACE_FILE")};
+    return MakeImmortal<TraceSettings>(read);
   }();
   return settings;
 }

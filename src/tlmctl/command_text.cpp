@@ -11,7 +11,7 @@ constexpr char kWhiteSpace[] = " \t\n\r\f\v";
 // For the system that starts the program: blanks separate there, and double quotes group and vanish.
 std::string ForProgramLine(const std::string& word) {
   if (word.find('"') != std::string::npos) {
-    throw Failure{ExitCode::Usage, "a job's command cannot pass on a double quote: " + word};
+    throw Failure{kUsage, "a job's command cannot pass on a double quote: " + word};
   }
   return word.empty() || word.find_first_of(" \t") != std::string::npos ? '"' + word + '"' : word;
 }

@@ -5,25 +5,33 @@
 #include <string>
 
 #include "jm/qorjmclient.h"
-#include "libtsenv/runtime_identity.h"
+#include "tlmctl/settings.h"
 
 namespace tlm::ctl {
 
-struct ServerOptions {
-  std::string Host = "127.0.0.1";
-  std::uint16_t Port = 0;  // 0 for the port that a server would take on this machine
-  std::string ClientHost;
-  std::string Release = Identity().RUNTIME_JM_VERSION;
+struct ServerAddress {
+  std::string Host;
+  std::uint16_t Port;
+  std::string Text() const { return Host + ':' + std::to_string(Port); }
 };
 
-// HOST:PORT, as a user names it.
-std::string AddressOf(const ServerOptions& server);
+// Throws Failure if the setting names no server.
+ServerAddress AddressOf(const Settings& settings);
 
-// Throws Failure if the server cannot be reached.
-void Connect(QorJMClient& client, const ServerOptions& server);
+// Throws Failure if the server cannot be reached within the time that the settings give.
+void Connect(QorJMClient& client, const Settings& settings);
 
 // Says who is calling; without that the server gives neither jobs nor output. True if the server has programs of the
-// release that the options name, so that it takes jobs.
-bool SayHello(QorJMClient& client, const ServerOptions& server);
+// release that the settings name, so that it takes jobs.
+bool SayHello(QorJMClient& client, const Settings& settings);
+
+// Both. Throws Failure also if the server takes no job of this client.
+void ConnectForJobs(QorJMClient& client, const Settings& settings);
+
+// How long the server takes for a call that does nothing, in milliseconds.
+double MeasureNullCall(QorJMClient& client);
+
+// A one-way call that is still on its way when the connection ends might not arrive: returns when all have.
+void AwaitArrival(QorJMClient& client);
 
 }  // namespace tlm::ctl

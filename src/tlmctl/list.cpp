@@ -1,56 +1,94 @@
 #include <algorithm>
-#include <array>
 #include <iostream>
-#include <vector>
+#include <limits>
+#include <memory>
 
+#include "platform/terminal.h"
 #include "tlmctl/commands.h"
-#include "tlmctl/jobs.h"
+#include "tlmctl/connection.h"
+#include "tlmctl/job_cells.h"
+#include "tlmctl/job_json.h"
+#include "tlmctl/known_jobs.h"
 #include "tlmctl/texts.h"
 
 namespace tlm::ctl {
 
 namespace {
 
-using Row = std::array<std::string, 7>;
+struct ListOptions {
+  bool Mine = false;
+  std::vector<std::string> States;
+};
 
-const Row kTitles{"HANDLE", "NAME", "STATE", "PROGRESS", "EXIT", "SUBMITTED", "ELAPSED"};
-
-Row RowOf(std::uint64_t handle, const Task& task) {
-  return {std::to_string(handle),  task.AnalysisID.empty() ? kNothing : task.AnalysisID,
-          StatusText(task.Status), std::to_string(task.Progress) + " %",
-          ExitCodeText(task),      LocalTimeText(task.Scheduled),
-          ElapsedText(task)};
+bool IsWanted(const ListOptions& options, const KnownJob& job) {
+  if (options.Mine && !job.Entry) return false;
+  const auto& states = options.States;
+  return states.empty() || std::find(states.begin(), states.end(), StatusWord(job.State.Status)) != states.end();
 }
 
-void Print(const std::vector<Row>& rows) {
-  std::array<std::size_t, kTitles.size()> widths{};
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+// On a narrow terminal some columns are left out, so that the others can be read.
+void PrintTable(const std::vector<KnownJob>& jobs) {
+  constexpr int kEnoughForTimes = 72;
+  constexpr int kEnoughForNotes = 100;
+  const int room = platform::TerminalWidth(stdout).value_or(std::numeric_limits<int>::max());
+  const bool hasNotes = std::any_of(jobs.begin(), jobs.end(),
+                                    [](const KnownJob& job) { return !PlainNote(job.State.ClientNote).empty(); });
+  std::vector<std::string> titles{"HANDLE", "NAME", "STATE", "PROGRESS", "EXIT"};
+  if (room >= kEnoughForTimes) titles.push_back("SUBMITTED");
+  titles.push_back("ELAPSED");
+  if (hasNotes && room >= kEnoughForNotes) titles.push_back("NOTE");
+  Table table(titles);
+  for (const KnownJob& job : jobs) {
+    const Task& task = job.State;
+    std::vector<Cell> row{{std::to_string(job.Handle)}, NameCell(task), StateCell(task), ProgressCell(task)};
+    row.push_back({ExitCodeText(task)});
+    if (room >= kEnoughForTimes) row.push_back({MomentText(task.Scheduled)});
+    row.push_back({ElapsedText(task)});
+    if (hasNotes && room >= kEnoughForNotes) row.push_back({PlainNote(task.ClientNote)});
+    table.Add(std::move(row));
   }
-  for (const Row& row : rows) {
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); ++i) line += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
-    line.erase(line.find_last_not_of(' ') + 1);
-    std::cout << line << '\n';
-  }
+  table.Print();
 }
 
-ExitCode List(const ServerOptions& server) {
+int List(const Settings& settings, const ListOptions& options) {
   QorJMClient client;
-  Connect(client, server);
-  HandleList handles;
-  client.ListJobs(handles);
-  std::vector<Row> rows{kTitles};
-  for (const std::uint64_t handle : handles) {
-    // One that was there a moment ago may have gone.
-    if (const std::optional<Task> task = FetchJob(client, handle)) rows.push_back(RowOf(handle, *task));
+  Connect(client, settings);
+  std::vector<KnownJob> jobs = FetchAllKnownJobs(client);
+  std::erase_if(jobs, [&](const KnownJob& job) { return !IsWanted(options, job); });
+  if (settings.Json) {
+    Json list = Json::array();
+    for (const KnownJob& job : jobs) list.push_back(JobJson(job.Handle, job.State));
+    PrintJson({{"jobs", std::move(list)}});
+  } else if (settings.Quiet) {
+    for (const KnownJob& job : jobs) std::cout << job.Handle << '\n';
+  } else if (jobs.empty()) {
+    Note(settings, "no such jobs on the server; 'tlmctl history' tells of earlier ones");
+  } else {
+    PrintTable(jobs);
   }
-  Print(rows);
-  return ExitCode::Good;
+  return kGood;
 }
 
 }  // namespace
 
-void AddList(Program& program) { program.AddCommand("list", "List the jobs of the server", List); }
+void AddList(Program& program) {
+  const auto options = std::make_shared<ListOptions>();
+  CLI::App& command =
+      program.AddCommand({.Name = "list",
+                          .Description = "List the jobs of the server",
+                          .Examples = {{"list", "all of them"},
+                                       {"list --mine --state running", "those that I have submitted and that run"},
+                                       {"list -q --state aborted,launch-failed", "handles of those that failed"}},
+                          .Operations = {"ListJobs", "GetJob"}},
+                         [options](const Settings& settings) { return List(settings, *options); });
+  command.add_flag("--mine,!--all", options->Mine, "Only what I have submitted from this machine, or all");
+  std::vector<std::string> words;
+  for (std::uint32_t status = Queued; status <= Removed; ++status) words.push_back(StatusWord(status));
+  command.add_option("--state", options->States, "Only jobs in this state, or in one of several")
+      ->type_name("STATE")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->check(CLI::IsMember(words));
+}
 
 }  // namespace tlm::ctl

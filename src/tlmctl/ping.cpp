@@ -1,37 +1,41 @@
-#include <chrono>
-#include <iomanip>
 #include <iostream>
 
 #include "tlmctl/commands.h"
+#include "tlmctl/connection.h"
+#include "tlmctl/console.h"
+#include "tlmctl/texts.h"
 
 namespace tlm::ctl {
 
 namespace {
 
-constexpr std::uint32_t kNullProcedure = 0;
-
-double MeasureNullCall(QorJMClient& client) {
-  const auto start = std::chrono::steady_clock::now();
-  client.BeginCall(kNullProcedure).Flush();
-  client.EndCall();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
-
-ExitCode Ping(const ServerOptions& server) {
+int Ping(const Settings& settings) {
   QorJMClient client;
-  Connect(client, server);
-  std::cout << AddressOf(server) << " answered in " << std::fixed << std::setprecision(2) << MeasureNullCall(client)
-            << " ms" << std::endl;
-  const bool found = SayHello(client, server);
-  std::cout << "programs of release " << server.Release << (found ? ": found" : ": not found, jobs will be refused")
-            << std::endl;
-  return ExitCode::Good;
+  Connect(client, settings);
+  const double milliseconds = MeasureNullCall(client);
+  const bool found = SayHello(client, settings);
+  if (settings.Json) {
+    PrintJson({{"server", AddressOf(settings).Text()},
+               {"milliseconds", milliseconds},
+               {"release", settings.Release},
+               {"takes_jobs", found}});
+    return kGood;
+  }
+  std::cout << AddressOf(settings).Text() << " answered in " << MillisecondsText(milliseconds)
+            << "\nprograms of release " << settings.Release << (found ? ": found" : ": not found, jobs will be refused")
+            << '\n';
+  return kGood;
 }
 
 }  // namespace
 
 void AddPing(Program& program) {
-  program.AddCommand("ping", "Ask whether the server answers, and whether it takes jobs", Ping);
+  program.AddCommand({.Name = "ping",
+                      .Description = "Ask whether the server answers, and whether it takes jobs",
+                      .Examples = {{"ping", "the server of this machine"},
+                                   {"ping --server alpha --wait-server 60", "waits for one that is starting"}},
+                      .Operations = {"Hello"}},
+                     Ping);
 }
 
 }  // namespace tlm::ctl

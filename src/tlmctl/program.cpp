@@ -3,116 +3,161 @@
 #include <algorithm>
 #include <iostream>
 #include <sstream>
-#include <string_view>
 #include <system_error>
 
 #include "platform/host.h"
 #include "rpc/callheader.h"
 #include "rpc/orpcerror.h"
+#include "tlmctl/console.h"
+#include "tlmctl/exit_code.h"
+#include "tlmctl/new_job.h"
 
 namespace tlm::ctl {
 
 namespace {
 
-std::string Footer() {
+std::string RootFooter() {
   std::ostringstream text;
   text << "Exit codes:\n";
   for (const ExitCodeMeaning& meaning : kExitCodes) {
-    text << "  " << static_cast<int>(meaning.Code) << "  " << meaning.Text << '\n';
+    text << "  " << static_cast<int>(meaning.Code) << '\t' << meaning.Text << '\n';
   }
-  text << "\n'tlmctl COMMAND --help' tells about one command.";
+  text << "  1-255\tof the job's program, from run, wait and submit --watch\n"
+       << "\n'tlmctl COMMAND --help' tells about one command.";
   return text.str();
 }
 
-void AddServerOptions(CLI::App& app, ServerOptions& server) {
-  app.add_option("--host", server.Host, "Name or address of the server")->envname("TLMCTL_HOST")->capture_default_str();
-  app.add_option("--port", server.Port, "Its port; if not given, the one that a server would take here")
-      ->envname("TLMCTL_PORT")
-      ->check(CLI::Range(1, 65535));
-  app.add_option("--client-host", server.ClientHost, "Name by which the server knows this machine")
+std::string FooterOf(const CommandInfo& info) {
+  std::string text = info.Details;
+  if (!text.empty()) text += "\n\n";
+  std::size_t width = 0;
+  for (const Example& example : info.Examples) width = std::max(width, example.Line.size());
+  text += "Examples:";
+  for (const auto& [line, meaning] : info.Examples) {
+    text += "\n  tlmctl " + line + std::string(width + 2 - line.size(), ' ') + meaning;
+  }
+  return text;
+}
+
+void AddCommonOptions(CLI::App& app, Settings& settings) {
+  app.add_option("--server", settings.Server, "Name or address of the server, and its port if it is not the usual one")
+      ->envname("TLM_SERVER")
+      ->type_name("HOST[:PORT]");
+  app.add_option("--wait-server", settings.WaitServer, "Try for so long to reach the server")
+      ->type_name("SECONDS")
+      ->check(CLI::NonNegativeNumber);
+  app.add_option("--client-host", settings.ClientHost, "Name by which the server knows this machine")
+      ->type_name("NAME")
       ->capture_default_str();
-  app.add_option("--release", server.Release, "Release of the product whose programs jobs run")->capture_default_str();
+  app.add_option("--release", settings.Release, "Release of the product whose programs jobs run")
+      ->type_name("NAME")
+      ->capture_default_str();
+  app.add_flag("--json", settings.Json, "Print what programs can read, a document a line");
+  app.add_flag("-q,--quiet", settings.Quiet, "Print no more than is asked for: of a new job its handle");
+  app.add_flag("-y,--yes", settings.Yes, "Ask nothing, and do it");
 }
 
 Failure Describe(const OrpcSocketError& error) {
   switch (static_cast<std::uint32_t>(error.Number())) {
     case kProgramUnavailable:
     case kProcedureUnavailable:
+      return {kRefused, "the server refused the call, status " + std::to_string(error.Number()),
+              "something other than a job manager seems to listen there"};
     case kSystemError:
-      return {ExitCode::Refused, "the server refused the call, status " + std::to_string(error.Number())};
+      return {kRefused, "the server could not do it, status " + std::to_string(error.Number()),
+              "its trace tells more (JMTrace.on in its temporary root)"};
     default:
-      return {ExitCode::NoServer, "connection lost: " + std::system_category().message(error.Number())};
+      return {kLost, "connection lost: " + std::system_category().message(error.Number())};
   }
 }
 
 Failure Describe(int marshalling) {
-  return {ExitCode::NoServer, marshalling == kReplyLost ? "connection lost: the server went away before it answered"
-                                                        : "the server sent an answer that cannot be read"};
-}
-
-ExitCode Report(const Failure& failure) {
-  std::cout.flush();
-  std::cerr << "tlmctl: " << failure.Text << std::endl;
-  return failure.Code;
+  return {kLost, marshalling == kReplyLost ? "connection lost: the server went away before it answered"
+                                           : "the server sent an answer that cannot be read"};
 }
 
 }  // namespace
 
 Program::Program() : app_("Sends jobs to a job manager and looks after them.", "tlmctl") {
-  server_.ClientHost = platform::HostName();
-  AddServerOptions(app_, server_);
+  settings_.ClientHost = platform::HostName();
+  AddCommonOptions(app_, settings_);
   app_.require_subcommand(1);
-  app_.footer(Footer());
+  app_.footer(RootFooter());
 }
 
-CLI::App& Program::AddCommand(const std::string& name, const std::string& description, Action action) {
-  CLI::App& command = *app_.add_subcommand(name, description);
-  command.fallthrough();  // the server's options are understood behind the sub-command, too
+void Program::AddGroup(const std::string& name, const std::string& description) {
+  CLI::App& group = *app_.add_subcommand(name, description);
+  group.fallthrough();
+  group.require_subcommand(1);
+  group.footer("'tlmctl " + name + " COMMAND --help' tells about one command.");
+}
+
+CLI::App& Program::AddCommand(CommandInfo info, Action action) {
+  const std::size_t blank = info.Name.find(' ');
+  CLI::App& parent = blank == std::string::npos ? app_ : *app_.get_subcommand(info.Name.substr(0, blank));
+  CLI::App& command = *parent.add_subcommand(info.Name.substr(blank + 1), info.Description);
+  command.fallthrough();  // the common options are understood behind the sub-command, too
   command.callback([this, run = std::move(action)] { chosen_ = run; });
+  command.footer(FooterOf(info));
+  commands_.push_back(std::move(info));
   return command;
+}
+
+const CLI::App& Program::AppOf(const CommandInfo& info) const {
+  const std::size_t blank = info.Name.find(' ');
+  const CLI::App& parent = blank == std::string::npos ? app_ : *app_.get_subcommand(info.Name.substr(0, blank));
+  return *parent.get_subcommand(info.Name.substr(blank + 1));
 }
 
 void Program::AddTrailingWords(const CLI::App& command, std::vector<std::string>& words) {
   trailingWords_.emplace(&command, &words);
 }
 
-void Program::PassTrailingWords(char** first, char** end) {
-  if (first == end) return;
-  const auto taker = trailingWords_.find(app_.get_subcommands().front());
-  if (taker == trailingWords_.end()) throw Failure{ExitCode::Usage, std::string("not expected behind --: ") + *first};
-  taker->second->insert(taker->second->end(), first, end);
+CLI::App* Program::Chosen() {
+  CLI::App* app = &app_;
+  while (!app->get_subcommands().empty()) app = app->get_subcommands().front();
+  return app;
 }
 
-bool Program::ReadCommandLine(int argc, char** argv, ExitCode& code) {
+void Program::Read(std::vector<std::string> words) {
+  // The parser would take words in brackets for lists.
+  const auto dashes = std::find(words.begin(), words.end(), "--");
+  const std::vector<std::string> behind(dashes == words.end() ? dashes : dashes + 1, words.end());
+  words.erase(dashes, words.end());
+  std::reverse(words.begin(), words.end());  // as the parser takes them
+  app_.parse(std::move(words));
+  if (behind.empty()) return;
+  const auto taker = trailingWords_.find(Chosen());
+  if (taker == trailingWords_.end()) throw Failure{kUsage, "not expected behind --: " + behind.front()};
+  taker->second->insert(taker->second->end(), behind.begin(), behind.end());
+}
+
+int Program::RunGuarded(const std::vector<std::string>& words) {
   try {
-    // The parser would take words in brackets for lists.
-    char** const end = argv + argc;
-    char** const dashes = std::find(argv, end, std::string_view("--"));
-    app_.parse(static_cast<int>(dashes - argv), argv);
-    PassTrailingWords(dashes == end ? end : dashes + 1, end);
-    return true;
+    Read(words);
+    SetCommandLine(words);
+    return chosen_(settings_);
   } catch (const CLI::Success& help) {
-    app_.exit(help);
-    code = ExitCode::Good;
+    return app_.exit(help);
   } catch (const CLI::ParseError& error) {
-    code = Report({ExitCode::Usage, std::string(error.what()) + "\ntlmctl: --help tells what is possible"});
+    throw Failure{kUsage, error.what(), "--help tells what is possible"};
+  } catch (const OrpcSocketError& error) {
+    throw Describe(error);
+  } catch (int marshalling) {
+    throw Describe(marshalling);
   }
-  return false;
 }
 
-int Program::Run(int argc, char** argv) {
-  ExitCode code = ExitCode::Good;
+int Program::Run(const std::vector<std::string>& words) {
+  int code = kGood;
   try {
-    if (ReadCommandLine(argc, argv, code)) code = chosen_(server_);
+    code = RunGuarded(words);
   } catch (const Failure& failure) {
-    code = Report(failure);
-  } catch (const OrpcSocketError& error) {
-    code = Report(Describe(error));
-  } catch (int marshalling) {
-    code = Report(Describe(marshalling));
+    PrintFailure(settings_, failure);
+    code = failure.Code;
   }
   std::cout.flush();
-  return static_cast<int>(code);
+  return code;
 }
 
 }  // namespace tlm::ctl

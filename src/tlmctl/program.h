@@ -1,4 +1,4 @@
-// The frame in which every sub-command stands.
+// The frame in which every sub-command stands, and the one table of them: help, completion and manual are made from it.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -7,35 +7,61 @@
 #include <string>
 #include <vector>
 
-#include "tlmctl/connection.h"
-#include "tlmctl/exit_code.h"
+#include "tlmctl/settings.h"
 
 namespace tlm::ctl {
 
+// Names of kinds of values, by which completion knows what may stand there.
+inline constexpr char kJobValue[] = "JOB";
+inline constexpr char kFileValue[] = "FILE";
+inline constexpr char kDirectoryValue[] = "DIR";
+
+struct Example {
+  std::string Line;  // behind "tlmctl "
+  std::string Meaning;
+};
+
+struct CommandInfo {
+  std::string Name;         // of a command in a group: "queue start"
+  std::string Description;  // one line, without a full stop
+  std::vector<Example> Examples;
+  std::vector<std::string> Operations;  // of the server, which it uses
+  std::string Details = {};             // further paragraphs, each a line
+};
+
 class Program {
  public:
-  // May throw Failure, and what the calls of a QorJMClient throw.
-  using Action = std::function<ExitCode(const ServerOptions& server)>;
+  // May throw Failure, and what the calls of a QorJMClient throw. Gives the exit code.
+  using Action = std::function<int(const Settings& settings)>;
 
   Program();
 
+  // A name in front of which sub-commands stand, as in "queue".
+  void AddGroup(const std::string& name, const std::string& description);
   // Adds a sub-command, to which the caller adds its options. Of all actions the one that the command line names runs,
   // once the line has been read.
-  CLI::App& AddCommand(const std::string& name, const std::string& description, Action action);
-
+  CLI::App& AddCommand(CommandInfo info, Action action);
   // Of this sub-command the line may go on behind "--"; what stands there is appended to the words as it is.
   void AddTrailingWords(const CLI::App& command, std::vector<std::string>& words);
 
-  // Reads the command line and runs what it names. What goes wrong is told on standard error. Gives the exit code.
-  int Run(int argc, char** argv);
+  // Reads the words of a command line, without the program's own name, and runs what they name. What goes wrong is told
+  // on standard error. Gives the exit code.
+  int Run(const std::vector<std::string>& words);
+
+  // For those who write about the commands.
+  const CLI::App& Root() const { return app_; }
+  const std::vector<CommandInfo>& Commands() const { return commands_; }
+  const CLI::App& AppOf(const CommandInfo& info) const;
 
  private:
-  bool ReadCommandLine(int argc, char** argv, ExitCode& code);
-  void PassTrailingWords(char** first, char** end);
+  CLI::App* Chosen();
+  void Read(std::vector<std::string> words);
+  int RunGuarded(const std::vector<std::string>& words);
 
   CLI::App app_;
-  ServerOptions server_;
+  Settings settings_;
   Action chosen_;
+  std::vector<CommandInfo> commands_;
   std::map<const CLI::App*, std::vector<std::string>*> trailingWords_;
 };
 

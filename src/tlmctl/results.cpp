@@ -1,98 +1,57 @@
 #include <filesystem>
-#include <iostream>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "jm/result_manifest.h"
 #include "tlmctl/commands.h"
+#include "tlmctl/console.h"
+#include "tlmctl/download.h"
 #include "tlmctl/jobs.h"
 #include "tlmctl/texts.h"
-#include "util/mfile.h"
 
 namespace tlm::ctl {
 
 namespace {
 
-constexpr int kAttempts = 3;
-
-constexpr char kFooter[] =
-    "The results go to the directory from which the job was submitted with --send. STEM.crc, the\n"
-    "last of them, lists them: each is checked against the size stated there, and asked for again\n"
-    "if it is short. A finished job leaves the server once all its results are here, and its\n"
-    "output with it: read that before.\n\n"
-    "  tlmctl results 4";
-
-// Files that could not be written here, and those that came short.
-StringList Incomplete(const FileTransferList& received) {
-  StringList names = CheckReceivedResults(received, true);
-  for (const FileTransferItem& item : received.Items) {
-    if (!item.Stored) names.push_back(item.Destination);
-  }
-  return names;
-}
-
-void Tell(const FileTransferList& received) {
-  for (const FileTransferItem& item : received.Items) {
-    const MFile file(item.Destination);
-    if (item.Stored) std::cout << file.Size() << '\t' << file.Path() << '\n';
-  }
-  std::cout.flush();
-}
-
-// A one-way call that is still on its way when the connection ends might not arrive.
-void AwaitArrival(QorJMClient& client) { client.GetJobCount(); }
-
-void TellNone(const Task& task, std::uint64_t handle) {
-  std::cerr << "tlmctl: job " << handle << " is " << StatusText(task.Status) << " and has no new results\n";
-}
-
-void FetchResults(QorJMClient& client, std::uint64_t handle, const Task& task) {
-  StringList incomplete;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    FileTransferList received;
-    if (!client.RequestResults(handle, received)) return TellNone(task, handle);
-    if (received.Items.empty()) TellNone(task, handle);
-    Tell(received);
-    incomplete = Incomplete(received);
-    if (incomplete.empty()) {
-      client.ResultsReceived(handle);
-      return AwaitArrival(client);
-    }
-    client.ResultsIncomplete(handle, incomplete);
-  }
-  AwaitArrival(client);
-  throw Failure{ExitCode::Refused, incomplete.front() + " and perhaps others did not arrive whole; the server keeps " +
-                                       "them for another try"};
-}
-
-ExitCode Results(const ServerOptions& server, std::uint64_t handle) {
+int Results(const Settings& settings, const std::string& word) {
   QorJMClient client;
-  Connect(client, server);
-  SayHello(client, server);
-  BecomeOwner(client, server, handle);
-  const Task task = FetchKnownJob(client, handle);
-  const std::filesystem::path directory = task.WorkDir;
-  if (directory.has_filename()) {  // submit --send puts a separator at its end
-    std::cerr << "tlmctl: job " << handle << " runs in " << task.WorkDir << " itself, and its results are there\n";
-    return ExitCode::Good;
+  Connect(client, settings);
+  SayHello(client, settings);
+  const KnownJob job = FindJob(client, settings, word);
+  BecomeOwner(client, settings, job.Handle);
+  const std::string& directory = job.State.WorkDir;
+  if (!directory.ends_with('/')) {
+    Note(settings, Subject(job.Handle, job.State) + " runs in " + directory + " itself, and its results are there");
+    return kGood;
   }
   std::error_code ignored;
   if (!std::filesystem::is_directory(directory, ignored)) {
-    throw Failure{ExitCode::Refused, "the results belong in " + task.WorkDir + ", and there is no such directory here"};
+    throw Failure{kRefused, "the results belong in " + directory + ", and there is no such directory here",
+                  "they can be fetched on the machine and in the directory from which the job was submitted"};
   }
-  FetchResults(client, handle, task);
-  return ExitCode::Good;
+  const auto files = FetchResults(client, settings, job.Handle, directory);
+  if (files.empty()) {
+    Note(settings, Subject(job.Handle, job.State) + " is " + StatusText(job.State.Status) + " and has no new results");
+  }
+  Remember(job);
+  PrintReceived(settings, job.Handle, files);
+  return kGood;
 }
 
 }  // namespace
 
 void AddResults(Program& program) {
-  const auto handle = std::make_shared<std::uint64_t>();
-  CLI::App& command = program.AddCommand("results", "Fetch a job's new and changed result files",
-                                         [handle](const auto& server) { return Results(server, *handle); });
-  command.add_option("HANDLE", *handle, "What submit printed")->required();
-  command.footer(kFooter);
+  const auto job = std::make_shared<std::string>();
+  CLI::App& command = program.AddCommand(
+      {.Name = "results",
+       .Description = "Fetch a job's new and changed result files",
+       .Examples = {{"results 4", "to the directory from which job 4 was submitted"},
+                    {"results last", "of my last job"}},
+       .Operations = {"Hello", "GetJob", "TakeOwnership", "RequestResults", "ResultsReceived", "ResultsIncomplete"},
+       .Details =
+           "STEM.crc, the last of the results, lists them: each is checked against the size stated there, and asked\n"
+           "for again if it is short. A finished job leaves the server once all its results are here, and its\n"
+           "output with it: read that before."},
+      [job](const Settings& settings) { return Results(settings, *job); });
+  command.add_option("JOB", *job, "Handle, @ID or last")->required()->type_name(kJobValue);
 }
 
 }  // namespace tlm::ctl

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <map>
 
 #include "platform/process.h"
 #include "platform/thread.h"
@@ -26,12 +27,29 @@ std::string StatusText(std::uint32_t status) {
   return NameOf(kNames, status);
 }
 
+std::string StatusWord(std::uint32_t status) {
+  static constexpr std::array<const char*, 8> kWords{nullptr,    "queued",   "launch-failed", "running",
+                                                     "starting", "finished", "aborted",       "removed"};
+  return NameOf(kWords, status);
+}
+
+std::string RunClassWord(std::uint32_t runClass) {
+  return NameOf(std::array{"at-once", "queue", "distribute"}, runClass);
+}
+
 std::string RunClassText(std::uint32_t runClass) {
   return NameOf(std::array{"at once", "from the queue", "distributed"}, runClass);
 }
 
 std::string PriorityText(std::uint32_t priority) {
   return NameOf(std::array{"idle", "idle", "normal", "high", "realtime"}, priority);
+}
+
+std::uint32_t PriorityOf(const std::string& name) {
+  static const std::map<std::string, std::uint32_t> kLevels{{"idle", 1}, {"normal", 2}, {"high", 3}, {"realtime", 4}};
+  const auto level = kLevels.find(name);
+  if (level != kLevels.end()) return level->second;
+  throw Failure{kUsage, "there is no priority " + name, "it is idle, normal, high or realtime"};
 }
 
 std::string ResultFlagsText(std::uint32_t flags) {
@@ -46,6 +64,36 @@ std::string LocalTimeText(std::int64_t time) {
   return parts && std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", parts) > 0 ? text.data() : kNothing;
 }
 
+std::string MomentText(std::int64_t time) {
+  constexpr std::size_t kDateLength = 10;
+  const std::string text = LocalTimeText(time);
+  if (time == 0) return text;
+  const std::string today = LocalTimeText(platform::SecondsSince1970()).substr(0, kDateLength);
+  return text.starts_with(today) ? text.substr(kDateLength + 1) : text.substr(0, kDateLength);
+}
+
+std::string UtcTimeText(std::int64_t time) {
+  const std::time_t instant = time;
+  const std::tm* parts = std::gmtime(&instant);
+  std::array<char, 64> text;
+  return parts && std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", parts) > 0 ? text.data() : "";
+}
+
+std::string SizeText(std::uint64_t bytes) {
+  constexpr double kStep = 1000.0;
+  if (bytes < 1000) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  double size = static_cast<double>(bytes) / kStep;
+  const char* unit = " kB";
+  for (const char* larger : {" MB", " GB", " TB"}) {
+    if (size < kStep) break;
+    size /= kStep;
+    unit = larger;
+  }
+  std::array<char, 32> number;
+  std::snprintf(number.data(), number.size(), size < 10 ? "%.1f" : "%.0f", size);
+  return number.data() + std::string(unit);
+}
+
 std::string DurationText(std::int64_t seconds) {
   constexpr std::int64_t kMinute = 60;
   constexpr std::int64_t kHour = 3600;
@@ -57,6 +105,12 @@ std::string DurationText(std::int64_t seconds) {
   if (seconds < kMinute) return write("%lld s", seconds);
   if (seconds < kHour) return write("%lld:%02lld", seconds / kMinute, seconds % kMinute);
   return write("%lld:%02lld:%02lld", seconds / kHour, seconds % kHour / kMinute, seconds % kMinute);
+}
+
+std::string MillisecondsText(double milliseconds) {
+  std::array<char, 64> text;
+  std::snprintf(text.data(), text.size(), "%.2f ms", milliseconds);
+  return text.data();
 }
 
 std::string ExitCodeText(const Task& task) {

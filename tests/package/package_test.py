@@ -11,9 +11,12 @@ import configparser, fcntl, glob, gzip, os, pwd, shlex, shutil, socket, struct, 
 HOME, STATE, CONFIGURATION = "/opt/tessarine/lumora2010", "/var/lib/tlmjm", "/etc/tessarine/tlmjm.ini"
 CLIENTS = {
     "tlmjm": ["tlmctl"],  # finds the port that stands in the configuration
-    "ksbjm": ["tlmctl", "--port", "20615", "--release", "ksb2010"],
-    "vrkjm": ["tlmctl", "--port", "20700", "--release", "vrk2010"],
+    "ksbjm": ["tlmctl", "--server", ":20615", "--release", "ksb2010"],
+    "vrkjm": ["tlmctl", "--server", ":20700", "--release", "vrk2010"],
 }
+EXAMPLES = "/usr/share/doc/tlmjm/examples"
+DECKS = {"heat2d": "heat2d/fin", "pendulum": "python/swing", "primes": "shell/few"}
+SITE = {f"{HOME}/bin/pendulum": f"{EXAMPLES}/python/pendulum.py", f"{HOME}/bin/primes": f"{EXAMPLES}/shell/primes.sh"}
 UNITS = [f"{product}2010.service" for product in CLIENTS]
 
 # Stands for systemctl, so that the maintainer scripts meet a running systemd. Notes what is asked of it.
@@ -91,16 +94,18 @@ class Server:
             assert self.process.poll() is None and time.monotonic() < limit, f"{product} does not serve"
             time.sleep(0.05)
 
-    def analyse(self):
+    def analyse(self, programs):
         assert self.process.poll() is None, f"{self.product} has ended"
         directory = f"/tmp/jobs/{self.product}"
         shutil.rmtree(directory, ignore_errors=True)
         os.makedirs(directory)
-        deck = shutil.copy("/usr/share/doc/tlmjm/examples/heat2d/fin.inp", directory)
-        job = run(*self.client, "submit", "--send", "--deck", deck, "heat2d").strip()
-        run(*self.client, "watch", job)
-        run(*self.client, "results", job)
-        assert os.path.getsize(f"{directory}/fin.dat") > 0
+        decks = [shutil.copy(f"{EXAMPLES}/{DECKS[program]}.inp", directory) for program in programs]
+        jobs = [run(*self.client, "submit", "--deck", deck, program).strip()
+                for program, deck in zip(programs, decks)]
+        for job, deck in zip(jobs, decks):
+            run(*self.client, "watch", job)
+            run(*self.client, "results", job)
+            assert os.path.getsize(deck.replace(".inp", ".dat")) > 0
         assert os.stat(f"{STATE}/{self.product[:3]}2010.sta").st_uid == pwd.getpwnam("tlmjm").pw_uid
 
     def ended(self):
@@ -116,6 +121,9 @@ def install():
     run("systemctl", "--quiet", "enable", *UNITS)
     with open(CONFIGURATION, "a") as configuration:
         configuration.write("TSQOR_JMPORT=23170\n")
+    for program, source in SITE.items():
+        os.symlink(source, program)
+    run("python3", "-c", "import tlmjob; assert not tlmjob.attach()")
 
 
 def upgrade_below(servers):
@@ -124,7 +132,7 @@ def upgrade_below(servers):
     asked = open("/run/asked").read()
     assert all(f"restart {product}2010" in said for product in CLIENTS) and "restart" not in asked, said + asked
     for server in servers:
-        server.analyse()
+        server.analyse(["heat2d"])
 
 
 def remove_and_purge(servers):
@@ -132,9 +140,12 @@ def remove_and_purge(servers):
     run("dpkg", "--no-triggers", "-r", "tlmjm")
     for server in servers:
         server.ended()
+    for program in SITE:
+        os.remove(program)
+    os.removedirs(f"{HOME}/bin")
     assert not os.path.exists(HOME) and all(map(os.path.exists, kept)), kept
     run("dpkg", "--no-triggers", "-P", "tlmjm")
-    names = r".*/[^/]*\(tlmjm\|ksbjm\|vrkjm\|tlmctl\|tessarine\)[^/]*"
+    names = r".*/[^/]*\(tlmjm\|ksbjm\|vrkjm\|tlmctl\|tlmjob\|tessarine\)[^/]*"
     left = run("find", "/run/written", "!", "-type", "c", "!", "-path", "*/var/cache/*", "-regex", names)
     assert not left, left
 
@@ -165,7 +176,7 @@ def main(build, scratch, cpack, inside=None):
     install()
     servers = [Server(product) for product in CLIENTS]
     for server in servers:
-        server.analyse()
+        server.analyse(DECKS)
     upgrade_below(servers)
     run("tlmjm", "stop")
     servers[0].ended()

@@ -6,8 +6,8 @@ import sys
 
 # From the top down: a folder includes only itself and those behind it.
 LAYERS = ["shell", "server", "dist", "exec", "store", "jm", "rpc", "libtsenv", "util", "platform"]
-# Programs of their own on top of one layer.
-CLIENTS = {"tlmctl": "jm"}
+# Beside them, each on top of one folder.
+CLIENTS = {"report": "jm", "tlmctl": "report", "tlmjob": "report"}
 
 SYSTEM = re.compile(
     r"#\s*include\s*<(sys/|unistd|fcntl|poll|netinet/|arpa/|netdb|signal|csignal|spawn|pthread|semaphore|dirent|dlfcn|pwd|errno)"
@@ -15,7 +15,9 @@ SYSTEM = re.compile(
 
 
 def allowed(folder):
-    return {folder} | set(LAYERS[LAYERS.index(CLIENTS.get(folder, folder)):])
+    if folder in CLIENTS:
+        return {folder} | allowed(CLIENTS[folder])
+    return set(LAYERS[LAYERS.index(folder):])
 
 
 def faults(source):

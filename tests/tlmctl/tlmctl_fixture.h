@@ -20,7 +20,8 @@ class Tlmctl : public testing::Test {
   // In the directory of the jobs.
   Finished Ctl(Words words) const {
     words.insert(words.begin(), {"/usr/bin/env", "-C", disk.Root(), BIN_DIRECTORY "/tlmctl"});
-    return RunProgram(words, {{"TLMCTL_PORT", std::to_string(server.Port())}});
+    return RunProgram(
+        words, {{"TLM_SERVER", "127.0.0.1:" + std::to_string(server.Port())}, {"XDG_STATE_HOME", disk.Path("state")}});
   }
   std::future<Finished> CtlMeanwhile(const Words& words) const {
     return std::async(std::launch::async, [this, words] { return Ctl(words); });
@@ -32,7 +33,7 @@ class Tlmctl : public testing::Test {
   // A program that prints "one", waits until the file "wait" has gone, and prints "two".
   void AddWaiter() const {
     disk.Write("wait", "");
-    server.AddProgram("waiter", "echo one; while [ -e wait ]; do sleep 0.05; done; echo two");
+    server.AddProgram("waiter", "echo one; while [ -e " + disk.Path("wait") + " ]; do sleep 0.05; done; echo two");
   }
   void LetWaitersGo() const { std::filesystem::remove(disk.Path("wait")); }
 

@@ -10,13 +10,13 @@
 
 #include "platform/environment.h"
 #include "platform/posix/user_directories.h"
+#include "platform/process_tree.h"
 
 namespace tlm::platform {
 namespace {
 
 constexpr std::string_view kDocumentsEntry = "XDG_DOCUMENTS_DIR=\"";
 constexpr std::string_view kHomeMark = "$HOME";
-constexpr std::string_view kDeletedMark = " (deleted)";
 
 // The text between double quotes in a line for the shell, which begins behind the opening one.
 std::string Unquote(std::string_view text) {
@@ -51,15 +51,7 @@ std::string FileNamedBy(const std::string& variable, const std::string& otherwis
 
 }  // namespace
 
-std::string ExecutablePath() {
-  std::error_code error;
-  std::string path = std::filesystem::read_symlink("/proc/self/exe", error).string();
-  // The system marks a program whose file was replaced while it ran; the path is what settings hang on.
-  if (path.ends_with(kDeletedMark) && !std::filesystem::exists(path, error)) {
-    path.resize(path.size() - kDeletedMark.size());
-  }
-  return path;
-}
+std::string ExecutablePath() { return ExecutablePathOf(ProcessId()); }
 
 std::string DocumentsFolder() {
   const std::string home = HomeDirectory();

@@ -21,6 +21,12 @@ void LetWritesFail() {
   std::signal(SIGXFSZ, SIG_IGN);
 }
 
+void LeaveSignalsToOtherThreads() {
+  sigset_t signals;
+  sigfillset(&signals);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
 bool HandleControls(std::function<void(Control)> handler) {
   sigset_t signals;
   sigset_t former;

@@ -44,11 +44,13 @@ bool IsWhole(const std::string& name) {
          status.st_uid == geteuid();
 }
 
+// SEM_FAILED if there is none.
+sem_t* OpenWhole(const std::string& name) { return IsWhole(name) ? sem_open(SystemName(name).c_str(), 0) : SEM_FAILED; }
+
 }  // namespace
 
 bool SetStopEvent(const std::string& name) {
-  if (!IsWhole(name)) return false;
-  sem_t* const semaphore = sem_open(SystemName(name).c_str(), 0);
+  sem_t* const semaphore = OpenWhole(name);
   if (semaphore == SEM_FAILED) return false;
   const bool set = sem_post(semaphore) == 0;
   sem_close(semaphore);
@@ -70,25 +72,45 @@ void RemoveStopEventBefore(const std::string& name, std::chrono::nanoseconds tim
 
 std::optional<StopEvent> StopEvent::Create(const std::string& name) {
   RemoveStopEvent(name);
+  return Make(name);
+}
+
+std::optional<StopEvent> StopEvent::Make(const std::string& name) {
   sem_t* const semaphore = sem_open(SystemName(name).c_str(), O_CREAT | O_EXCL, 0600, 0);
   if (semaphore == SEM_FAILED) return std::nullopt;
-  return StopEvent(name, semaphore);
+  return StopEvent(name, semaphore, true);
+}
+
+std::optional<StopEvent> StopEvent::Open(const std::string& name) {
+  sem_t* const semaphore = OpenWhole(name);
+  if (semaphore == SEM_FAILED) return std::nullopt;
+  return StopEvent(name, semaphore, false);
+}
+
+std::optional<StopEvent> StopEvent::OpenOrCreate(const std::string& name) {
+  if (std::optional<StopEvent> made = Make(name)) return made;
+  return Open(name);
 }
 
 StopEvent::StopEvent(StopEvent&& other) noexcept
-    : name_(std::move(other.name_)), semaphore_(std::exchange(other.semaphore_, nullptr)), set_(other.set_) {}
+    : name_(std::move(other.name_)),
+      semaphore_(std::exchange(other.semaphore_, nullptr)),
+      ownsName_(other.ownsName_),
+      set_(other.set_) {}
 
 StopEvent::~StopEvent() {
   if (semaphore_ == nullptr) return;
   sem_close(static_cast<sem_t*>(semaphore_));
-  RemoveStopEvent(name_);
+  if (ownsName_) RemoveStopEvent(name_);
 }
 
 bool StopEvent::WaitFor(std::chrono::milliseconds limit) {
   const timespec end = TimeAfter(limit);
+  auto* const semaphore = static_cast<sem_t*>(semaphore_);
   while (!set_) {
-    set_ = sem_clockwait(static_cast<sem_t*>(semaphore_), CLOCK_MONOTONIC, &end) == 0;
+    set_ = sem_clockwait(semaphore, CLOCK_MONOTONIC, &end) == 0;
     if (!set_ && errno != EINTR) break;
+    if (set_) sem_post(semaphore);  // for the others that look
   }
   return set_;
 }

@@ -1,0 +1,57 @@
+// Following a job of this client to its end, with its output and its results.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "tlmctl/jobs.h"
+#include "tlmctl/link.h"
+#include "tlmctl/status_line.h"
+
+namespace tlm::ctl {
+
+enum class OnInterrupt { Ask, Leave, Remove };
+
+struct CourseOptions {
+  OnInterrupt Interrupted = OnInterrupt::Ask;
+  bool ShowOutput = true;
+  bool FetchResults = true;  // to the job's directory on this machine
+  bool Keep = false;         // the job on the server, when all is over
+};
+
+// Shows how the job goes: its output on standard output, its state on standard error, in place on a terminal. Gives the
+// exit code of the sub-command. The link has to be greeted so that this client owns the job after a loss as well.
+class Course {
+ public:
+  Course(Link& link, const Settings& settings, const LedgerEntry& entry, const CourseOptions& options);
+  int Follow();
+
+ private:
+  bool Look();
+  bool IsRefusedForGood();
+  void ShowState();
+  void PassOutput(QorJMClient& client);
+  void PassResults(QorJMClient& client);
+  bool LeavesOnInterrupt();
+  int Leave();
+  int End();
+  int TellVanished(bool removed);
+  void TellEnd(int code);
+
+  Link& link_;
+  const Settings& settings_;
+  KnownJob job_;
+  const CourseOptions options_;
+  StatusLine line_;
+  std::optional<std::chrono::steady_clock::time_point> refusedSince_;  // as owner, while the job has ended
+  std::uint32_t offset_ = 0;                                           // of the output that has been shown
+  bool atLineStart_ = true;                                            // of what was shown last
+  bool vanished_ = false;
+  bool removed_ = false;            // by a client
+  std::set<std::string> received_;  // paths
+  std::string shown_;               // the state that was told last
+};
+
+}  // namespace tlm::ctl

@@ -1,0 +1,14 @@
+// Jobs in the rows of a table.
+#pragma once
+
+#include "jm/task.h"
+#include "tlmctl/console.h"
+
+namespace tlm::ctl {
+
+Cell NameCell(const Task& task);
+Cell StateCell(const Task& task);
+// As a bar with so many characters between the brackets, or, for 0, as a number.
+Cell ProgressCell(const Task& task, int barWidth = 0);
+
+}  // namespace tlm::ctl

@@ -1,0 +1,52 @@
+// A connection that is made again when it is lost, so that a job can be followed for days.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "jm/qorjmclient.h"
+#include "rpc/orpcerror.h"
+#include "tlmctl/connection.h"
+
+namespace tlm::ctl {
+
+class Link {
+ public:
+  // `connect` makes a connection, or throws Failure; `greet` runs on each new one.
+  Link(const Settings& settings, std::function<void(QorJMClient&)> greet,
+       void (*connect)(QorJMClient&, const Settings&) = ConnectForJobs);
+
+  // Throws Failure if there is no connection to be had.
+  void Open();
+  QorJMClient& Client() { return *client_; }
+
+  // What the step gives. When the connection is lost in it, it runs again on a new one; so it must do no harm if it had
+  // worked already. Throws Failure once the server could not be reached for the time that the settings give, or for
+  // ten minutes.
+  template <class Step>
+  auto Persist(Step step) -> decltype(step(std::declval<QorJMClient&>())) {
+    for (int losses = 0;; ++losses) {
+      try {
+        if (!client_) Reopen();
+        return step(*client_);
+      } catch (const OrpcSocketError& error) {
+        if (!IsLoss(error)) throw;
+        NoteLoss(losses);
+      } catch (int) {
+        NoteLoss(losses);
+      }
+    }
+  }
+
+ private:
+  static bool IsLoss(const OrpcSocketError& error);
+  void NoteLoss(int losses);
+  void Reopen();
+
+  const Settings& settings_;
+  std::function<void(QorJMClient&)> greet_;
+  void (*const connect_)(QorJMClient&, const Settings&);
+  std::optional<QorJMClient> client_;
+};
+
+}  // namespace tlm::ctl

@@ -1,0 +1,160 @@
+#include "tlmctl/request.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+
+#include "tlmctl/command_text.h"
+#include "tlmctl/exit_code.h"
+#include "tlmctl/texts.h"
+#include "util/mfile.h"
+
+namespace tlm::ctl {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max();
+
+std::string Absolute(const fs::path& directory) {
+  std::string path = fs::absolute(directory).lexically_normal().string();
+  while (path.size() > 1 && path.back() == fs::path::preferred_separator) path.pop_back();
+  return path;
+}
+
+const std::string& FirstOf(const std::string& given, const std::string& byDefault) {
+  return given.empty() ? byDefault : given;
+}
+
+bool IsFile(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_regular_file(path, ignored);
+}
+
+void CheckUsage(const Request& request) {
+  if (request.Words.empty() == request.Command.empty()) {
+    throw Failure{kUsage, "what is to run is missing, or given twice", "give a command behind --, or --command"};
+  }
+  if (!request.Deck.empty() && !request.Command.empty()) {
+    throw Failure{kUsage, "--deck goes with a command, not with --command"};
+  }
+  if (request.Queue && request.Distribute) throw Failure{kUsage, "a job goes to the queue or to the pool, not to both"};
+  if (!request.Deck.empty() && !IsFile(request.Deck)) throw Failure{kUsage, "there is no deck " + request.Deck};
+  if (request.InPlace && (!request.Inputs.empty() || request.SendAll || !request.OtherStems.empty())) {
+    throw Failure{kUsage, "a job that runs in place needs no files to be sent"};
+  }
+}
+
+// Where an input has to lie: what the server has for a directory is flat.
+std::string DirectoryOf(const Request& request) {
+  if (!request.Directory.empty()) return Absolute(request.Directory);
+  return request.Deck.empty() ? Absolute(fs::current_path()) : Absolute(fs::absolute(request.Deck).parent_path());
+}
+
+InputFile Examine(const fs::path& path, const std::string& directory) {
+  const std::string full = Absolute(path);
+  if (Absolute(fs::path(full).parent_path()) != directory || !IsFile(full)) {
+    throw Failure{kUsage, "there is no file " + path.filename().string() + " in " + directory,
+                  "the input of a job lies in one directory, without those below it; --dir names it"};
+  }
+  InputFile file{fs::path(full).filename().string(), full, fs::file_size(full), 0};
+  file.ModTime = fs::last_write_time(full).time_since_epoch().count();
+  if (file.Size > kLargestFile) {
+    throw Failure{kUsage,
+                  file.Name + " has " + SizeText(file.Size) + ", and a file that travels 4294967295 bytes at most",
+                  "cut it up, or run --in-place where the server reaches the directory"};
+  }
+  if (file.Name.find('\\') != std::string::npos) throw Failure{kUsage, file.Name + " cannot travel under this name"};
+  return file;
+}
+
+// Words that name files of the directory are input, too.
+std::vector<InputFile> CollectInputs(const Request& request, const std::string& directory) {
+  std::vector<fs::path> paths;
+  if (!request.Deck.empty()) paths.push_back(request.Deck);
+  for (std::size_t i = 1; i < request.Words.size(); ++i) {
+    const fs::path inDirectory = fs::path(directory) / request.Words[i];
+    const bool plain = fs::path(request.Words[i]).filename() == request.Words[i];
+    if (plain && IsFile(inDirectory)) paths.push_back(inDirectory);
+  }
+  paths.insert(paths.end(), request.Inputs.begin(), request.Inputs.end());
+  std::vector<InputFile> files;
+  for (const fs::path& path : paths) {
+    InputFile file = Examine(path, directory);
+    const auto same = [&](const InputFile& known) { return known.Name == file.Name; };
+    if (std::none_of(files.begin(), files.end(), same)) files.push_back(std::move(file));
+  }
+  return files;
+}
+
+std::string StemOf(const std::string& name) { return MFile(name).Stem(); }
+
+// A deck in the job's directory goes by its name alone.
+std::string DeckWord(const Request& request, const std::string& directory) {
+  const fs::path deck = fs::absolute(request.Deck).lexically_normal();
+  return Absolute(deck.parent_path()) == directory ? deck.filename().string() : deck.string();
+}
+
+std::uint32_t RunClassOf(const Request& request) {
+  if (request.Distribute) return kRunDistributed;
+  return request.Queue ? kRunQueued : kRunAtOnce;
+}
+
+}  // namespace
+
+Plan MakePlan(const Request& request) {
+  CheckUsage(request);
+  const std::string directory = DirectoryOf(request);
+  Plan plan;
+  plan.Directory = directory + (directory == "/" ? "" : "/");
+  const std::vector<InputFile> inputs = CollectInputs(request, directory);
+  std::vector<std::string> words = request.Words;
+  if (!request.Deck.empty()) words.push_back(DeckWord(request, directory));
+
+  Submission& job = plan.Job;
+  job.Command = FirstOf(request.Command, CommandText(words));
+  if (!inputs.empty()) job.InputFile = inputs.front().Name;
+  const std::string program = request.Words.empty() ? "job" : StemOf(request.Words.front());
+  job.ResultStem = FirstOf(request.Stem, inputs.empty() ? program : StemOf(job.InputFile));
+  // Where the stems differ, results of former runs go. An input must not go with them.
+  job.InputStem = job.ResultStem;
+  job.AnalysisID = FirstOf(request.Name, job.ResultStem);
+  job.ClientNote = request.Note;
+  job.TaskKey = request.TaskKey;
+  job.RunClass = RunClassOf(request);
+  job.CompleteOnFailure = request.CompleteOnFailure;
+  job.WorkDir = request.InPlace ? directory : plan.Directory;  // the server knows directories of files by this form
+  if (!request.InPlace) plan.Inputs = inputs;
+  return plan;
+}
+
+void AddRequestOptions(Program& program, CLI::App& command, Request& request) {
+  program.AddTrailingWords(command, request.Words);
+  command.add_option("COMMAND", request.Words, "Program and arguments, behind -- if one begins with a - or a [");
+  command.add_option("--command", request.Command, "Instead: commands as the server reads them, separated by ';'");
+  command.add_option("--deck", request.Deck, "Input file: the last argument of the command; gives directory and stem")
+      ->type_name(kFileValue);
+  command.add_option("-i,--input", request.Inputs, "A further file that the job needs; may be repeated")
+      ->type_name(kFileValue)
+      ->allow_extra_args(false);
+  command.add_option("--dir", request.Directory, "The job's directory; the deck's or the current one")
+      ->type_name(kDirectoryValue);
+  command.add_flag("--in-place", request.InPlace, "Run right in that directory, which the server has to reach itself");
+  command.add_flag("--send-all", request.SendAll, "Send also the files that the server seems to have already");
+  command.add_flag("-n,--dry-run", request.DryRun, "Do nothing but say what would be sent and run");
+  command.add_option("--stem", request.Stem,
+                     "Name of the result files without suffix; that of the input or the program");
+  command.add_option("--also", request.OtherStems, "Another stem whose files are results; may be repeated")
+      ->type_name("STEM")
+      ->allow_extra_args(false);
+  command.add_option("--name", request.Name, "What the job is called; the stem");
+  command.add_option("--note", request.Note, "A remark that stays with the job");
+  command.add_option("--after", request.After, "A job that must succeed first")->type_name(kJobValue);
+  command.add_flag("--queue", request.Queue, "Run within the limit of the server's queue, not at once");
+  command.add_flag("--distribute", request.Distribute, "Run on the least loaded server of the pool");
+  command.add_option("--priority", request.Priority, "Of the job's processes")->type_name(kPriorityValue);
+  command.add_option("--task-key", request.TaskKey, "Handed to the programs as TS_ENTERPRISE_ENV");
+}
+
+}  // namespace tlm::ctl

@@ -1,0 +1,25 @@
+// Bringing a job's input to the server.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tlmctl/link.h"
+#include "tlmctl/request.h"
+
+namespace tlm::ctl {
+
+struct Decision {
+  InputFile File;
+  bool Sends = false;
+  std::string Reason;
+};
+
+// What has to be sent, by what the server holds for the directory and what the ledger tells of earlier transfers.
+std::vector<Decision> DecideTransfers(QorJMClient& client, const Settings& settings, const Plan& plan, bool all);
+
+// Sends the files. After a loss of the connection it goes on from what has arrived. Throws Failure if the server could
+// not store them.
+void SendFiles(Link& link, const Settings& settings, const Plan& plan, const std::vector<Decision>& decisions);
+
+}  // namespace tlm::ctl

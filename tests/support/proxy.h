@@ -1,0 +1,47 @@
+// Between a client and a server: passes everything on, loses connections, and forges what the server says.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tlm::test {
+
+class Proxy {
+ public:
+  explicit Proxy(std::uint16_t serverPort);
+  Proxy(const Proxy&) = delete;
+  Proxy& operator=(const Proxy&) = delete;
+  ~Proxy();
+
+  std::uint16_t Port() const { return port_; }
+  // Ends all connections that stand now.
+  void Cut();
+  // Ends the first connection on which the client has sent so many bytes; only that one.
+  void CutOnceAfter(std::uint64_t bytes) { cutAfter_ = bytes; }
+  // In what the server says, one text becomes another of the same length.
+  void Forge(const std::string& text, const std::string& forged);
+  std::uint64_t BytesFromClient() const { return fromClient_; }
+  int Connections() const { return connections_; }
+
+ private:
+  void Accept();
+  void Pass(int client, int server);
+
+  const std::uint16_t serverPort_;
+  std::uint16_t port_ = 0;
+  int listener_ = -1;
+  std::atomic<bool> ends_ = false;
+  std::atomic<int> cuts_ = 0;
+  std::atomic<std::uint64_t> cutAfter_ = 0;
+  std::atomic<std::uint64_t> fromClient_ = 0;
+  std::atomic<int> connections_ = 0;
+  std::mutex mutex_;
+  std::string text_, forged_;  // guarded by mutex_
+  std::thread thread_;
+};
+
+}  // namespace tlm::test

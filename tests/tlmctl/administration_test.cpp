@@ -1,0 +1,288 @@
+// What an administrator does with the real client.
+#include <future>
+#include <gmock/gmock.h>
+
+#include "platform/thread.h"
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using testing::StartsWith;
+
+struct Administration : JobTest {
+  using Words = std::vector<std::string>;
+
+  struct Finished Ctl(Words words, const Environment& more = {}) const {
+    words.insert(words.begin(), {"/usr/bin/env", "-C", Work.Root(), BIN_DIRECTORY "/tlmctl"});
+    Environment environment{{"TLM_SERVER", "127.0.0.1:" + std::to_string(Server.Port())},
+                            {"XDG_STATE_HOME", Work.Path("state")}};
+    environment.insert(more.begin(), more.end());
+    return RunProgram(words, environment);
+  }
+
+  // Lines of the client one after the other, with their exit codes and all that they print.
+  struct Step {
+    Words Line;
+    std::string Output;
+    int ExitCode = 0;
+  };
+  void Expect(const std::vector<Step>& steps) const {
+    for (const Step& step : steps) {
+      const auto end = Ctl(step.Line);
+      EXPECT_EQ(end.Output, step.Output) << testing::PrintToString(step.Line);
+      EXPECT_EQ(end.ExitCode, step.ExitCode) << testing::PrintToString(step.Line);
+    }
+  }
+};
+
+// -- the queue
+
+TEST_F(Administration, StartsStopsAndLimitsTheQueue) {
+  const std::string idle = R"("starts_at":null,"limit":3,"waiting":0,"running":0,"running_from_queue":0})";
+  Expect({
+      {{"queue", "limit", "3"}, "3\n"},
+      {{"--json", "queue", "limit"}, "{\"schema\":1,\"limit\":3}\n"},
+      {{"--json", "queue", "start"}, "{\"schema\":1,\"runs\":true," + idle + "\n"},
+      {{"-q", "queue", "status"}, "running\n"},
+      {{"--json", "queue", "stop"}, "{\"schema\":1,\"runs\":false," + idle + "\n"},
+      {{"queue", "status"},
+       "Queue    stands still\nWaiting  0 jobs\nRunning  0 jobs, 0 of them from the queue\n"
+       "Limit    3 at once\n"},
+  });
+  for (const Words& wrong : {Words{"limit", "0"},
+                             {"start", "--in", "soon"},
+                             {"start", "--at", "25:00"},
+                             {"start", "--in", "1h", "--at", "3:00"},
+                             {"start", "--in", "1h", "--cancel"},
+                             {}}) {
+    Words line{"queue"};
+    line.insert(line.end(), wrong.begin(), wrong.end());
+    EXPECT_EQ(Ctl(line).ExitCode, 64) << testing::PrintToString(wrong);
+  }
+}
+
+TEST_F(Administration, SetsATimeForTheQueueWhichAStopKeepsAndADrainTakesBack) {
+  const auto starts = [this] { return static_cast<std::int64_t>(Client.GetQueueStartTime()); };
+  const std::int64_t now = platform::SecondsSince1970();
+  EXPECT_THAT(Ctl({"queue", "start", "--in", "2h"}).Output, StartsWith("Queue    stands still, starts at "));
+  EXPECT_THAT(starts(), testing::AllOf(testing::Ge(now + 7200), testing::Le(now + 7260)));
+  EXPECT_EQ(Ctl({"queue", "start", "--at", "22:30"}).ExitCode, 0);
+  EXPECT_EQ(starts() % 60, 0);
+  EXPECT_THAT(Ctl({"queue", "stop"}).Output, HasSubstr("queue start --cancel"));
+  EXPECT_NE(starts(), 0);
+  EXPECT_THAT(Ctl({"--json", "queue", "drain"}).Output, HasSubstr("\"runs\":false,\"starts_at\":null"));
+  Ctl({"queue", "start", "--in", "1d"});
+  EXPECT_THAT(Ctl({"--json", "queue", "start", "--cancel"}).Output, HasSubstr("\"starts_at\":null"));
+  EXPECT_EQ(starts(), 0);
+}
+
+TEST_F(Administration, DrainsTheQueueOfWhatRuns) {
+  Client.SetQueueLimit(1);
+  Client.StartQueue(0);
+  const std::uint64_t first = SubmitQueued(Do(Wait("first")));
+  const std::uint64_t second = SubmitQueued(Succeed("true"));
+  AwaitNumber("first");
+  auto drain = std::async(std::launch::async, [this] { return Ctl({"queue", "drain", "--wait"}); });
+  ASSERT_TRUE(Eventually([this] { return !Client.IsQueueRunning(); }));
+  EXPECT_THAT(Ctl({"--json", "queue", "status"}).Output,
+              HasSubstr(R"("waiting":1,"running":1,"running_from_queue":1})"));
+  EXPECT_EQ(drain.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  Work.Write("stop");
+  const auto end = drain.get();
+  EXPECT_EQ(end.ExitCode, 0);
+  EXPECT_THAT(end.Output, HasSubstr("waiting for the end of 1 job: 4"));
+  EXPECT_THAT(Client.Statuses({first, second}), ElementsAre(Aborted, Queued));
+}
+
+// -- jobs
+
+TEST_F(Administration, SetsPriorities) {
+  Submit(Do(Wait("running")));
+  AwaitNumber("running");
+  Expect({
+      {{"priority", "--default"}, "idle\n"},
+      {{"--json", "priority", "--default", "high"}, "{\"schema\":1,\"default_priority\":\"high\"}\n"},
+      {{"priority", "4", "normal"}, "job 4 job1: normal\n"},
+      {{"--json", "priority", "4", "idle"}, "{\"schema\":1,\"handle\":4,\"priority\":\"idle\"}\n"},
+      {{"priority", "8", "idle"},
+       "tlmctl: the server has no job 8\n  it may have finished, or the server was restarted since\n",
+       77},
+  });
+  EXPECT_EQ(Client.Get(4).Priority, 1U);
+  for (const Words& wrong : {Words{"4"}, {"4", "low"}, {}, {"--default", "low"}, {"4", "--default"}}) {
+    Words line{"priority"};
+    line.insert(line.end(), wrong.begin(), wrong.end());
+    EXPECT_EQ(Ctl(line).ExitCode, 64) << testing::PrintToString(wrong);
+  }
+}
+
+TEST_F(Administration, LetsTheServerForgetWhatHasFailed) {
+  Client.AwaitEnd(Submit(Do("true")));
+  const std::uint64_t first = Submit(Do("true"));
+  Client.AwaitEnd(Submit(Do("true"), first));
+  Client.AwaitEnd(Submit("missing"));
+  Expect({
+      {{"release", "4"}, "job 4 job1: gone\n"},
+      {{"release", "8", "4"},
+       "tlmctl: the server has no job 4\n  it may have finished, or the server was restarted since\n",
+       77},
+      {{"release", "8"}, "job 8 job2: released, stays until no other job waits for it\n"},
+      {{"--json", "release", "12", "16"},
+       R"({"schema":1,"jobs":[{"handle":12,"name":"job3","gone":true},{"handle":16,"name":"job4","gone":true}]})"
+       "\n"},
+  });
+  EXPECT_THAT(Client.Jobs(), testing::IsEmpty());
+}
+
+TEST_F(Administration, EndsEveryJob) {
+  Submit(Do(Wait("running")));
+  SubmitQueued(Do("true"));
+  AwaitNumber("running");
+  Expect({
+      {{"--json", "--yes", "abort-all"},
+       R"({"schema":1,"were_running":1,"were_waiting":1,"still_running":0,"left":2})"
+       "\n"},
+      {{"abort-all"}, "0 jobs ended, 0 taken back, 2 left that failed or have results\n"},
+  });
+}
+
+// -- settings
+
+TEST_F(Administration, ChangesWhatTheServerWouldElseTakeFromItsSettings) {
+  const std::string root = Server.Root().Root();
+  const std::string other = Work.MakeDirectory("other");
+  Expect({
+      {{"pool", "set", "beta", "gamma"}, "beta\ngamma\n"},
+      {{"--json", "pool", "get"}, "{\"schema\":1,\"hosts\":[\"beta\",\"gamma\"]}\n"},
+      {{"pool", "set", "--yes"}, "tlmctl: no peers: the server runs distributed jobs itself\n"},
+      {{"load-limit", "8"}, "8, and the load is 0\n"},
+      {{"-q", "load-limit"}, "8\n"},
+      {{"--json", "load-limit"}, "{\"schema\":1,\"load_limit\":8,\"load\":0}\n"},
+      {{"temp-root"}, root + "\nfiles may be deleted after 7 days\n"},
+      {{"temp-root", root + "/", "--expiry", "36h"}, root + "\nfiles may be deleted after 36 hours\n"},
+      {{"temp-root", other}, other + "\nfiles may be deleted after 36 hours\n"},
+      {{"--json", "temp-root", "--expiry", "90"},
+       "{\"schema\":1,\"directory\":\"" + other + "\",\"expiry_seconds\":90}\n"},
+      {{"env", "set", "GREETING=hello=you", "HOME="}, ""},
+      {{"--json", "env", "set", "A=1", "B="}, "{\"schema\":1,\"set\":[\"A\"],\"removed\":[\"B\"]}\n"},
+  });
+  for (const Words& wrong : {Words{"pool", "set", "beta gamma"},
+                             {"pool", "set", "beta:20317"},
+                             {"load-limit", "0"},
+                             {"temp-root", "relative"},
+                             {"temp-root", "--expiry", "200y"},
+                             {"env", "set", "=1"},
+                             {"temp-root", "--expiry", "40000d"},
+                             {"env", "set", "NAME"},
+                             {"env"}}) {
+    EXPECT_EQ(Ctl(wrong).ExitCode, 64) << testing::PrintToString(wrong);
+  }
+  EXPECT_THAT(Ctl({"temp-root", "/nowhere"}).Output, HasSubstr("did not take /nowhere as its temporary root"));
+  EXPECT_EQ(Client.OutputOf(Do("echo $GREETING"), Work.Root()), "hello=you\n");
+}
+
+// -- files
+
+TEST_F(Administration, LooksAfterFilesOnTheServer) {
+  Work.Write("a:b.inp", "four");
+  Work.Write("sub/empty");
+  std::filesystem::create_directories(Work.Path("sub"));
+  std::ofstream(Work.Path("huge")).close();
+  std::filesystem::resize_file(Work.Path("huge"), 4294967296);
+  const std::string size = "4294967296";
+  Expect({
+      {{"files", "check", "a:b.inp", "sub/empty", "none"},
+       "FILE       HERE     SERVER  WOULD TRAVEL\na:b.inp    4 bytes  -       yes\nsub/empty  0 bytes  -       yes\n"
+       "none       -        -       no\ntlmctl: 4 bytes would travel\n"},
+      {{"files", "put", "a:b.inp", "huge"},
+       "tlmctl: huge has 4294967296 bytes, and no more than 4294967295 can travel\n"
+       "  bring it to a directory that the server reaches itself\n",
+       64},
+      {{"files", "put", "none"}, "tlmctl: there is no file none\n", 64},
+      {{"files", "put", "sub"}, "tlmctl: sub is a directory\n  only files travel, one by one\n", 64},
+      {{"files", "put", "a:b.inp", "sub/empty"}, "a:b.inp, 4 bytes\nsub/empty, 0 bytes\n"},
+      {{"--json", "files", "check", "a:b.inp", "sub/empty"},
+       R"({"schema":1,"files":[{"file":"a:b.inp","size":4,"server_size":4,"travels":false},)"
+       R"({"file":"sub/empty","size":0,"server_size":0,"travels":false}],"bytes_to_send":0})"
+       "\n"},
+      {{"-q", "files", "put", "--only-missing", "a:b.inp", "sub/empty"}, ""},
+  });
+  Work.Write("a:b.inp", "longer");
+  Expect({
+      {{"-q", "files", "check", "a:b.inp", "sub/empty"}, "a:b.inp\n"},
+      {{"--json", "files", "put", "--only-missing", "a:b.inp", "sub/empty"},
+       R"({"schema":1,"sent":[{"file":"a:b.inp","size":6}],"bytes_sent":6})"
+       "\n"},
+      {{"--json", "files", "check", "huge", "./sub/../a:b.inp"},
+       R"({"schema":1,"files":[{"file":"huge","size":)" + size +
+           R"(,"server_size":null,"travels":true},)"
+           R"({"file":"./sub/../a:b.inp","size":6,"server_size":6,"travels":false}],"bytes_to_send":)" +
+           size + "}\n"},
+      {{"files", "delete", "a:b.inp", "none"}, "tlmctl: not there: none\n1 file deleted\n"},
+      {{"--json", "files", "delete", "a:b.inp"},
+       "{\"schema\":1,\"note\":\"not there: a:b.inp\"}\n{\"schema\":1,\"deleted\":0,\"absent\":[\"a:b.inp\"]}\n"},
+  });
+  EXPECT_EQ(Work.Read("a:b.inp"), "longer");
+}
+
+// -- health
+
+TEST_F(Administration, ExaminesTheServer) {
+  const std::uint16_t closed = FreePort();
+  Client.SetServerPool({"127.0.0.1", "localhost"});
+  Client.SetLocalLimit(3);
+  SubmitQueued(Do("true"));
+  Submission job = NewJob(Do("true"));
+  job.ClientNote = "tlmctl:0123456789ab";
+  Client.SubmitJob(job);
+  const std::string server = "127.0.0.1:" + std::to_string(Server.Port());
+  const auto submitted = platform::SecondsSince1970() - 7200;
+  Work.Write("state/tlmctl/ledger.jsonl", R"({"id":"0123456789ab","handle":8,"server":")" + server +
+                                              R"(","directory":"/","name":"a","command":"a","words":[],"from":"/",)"
+                                              R"("submitted":)" +
+                                              std::to_string(submitted) + ",\"sent\":[]}\n");
+  const Environment peers{{"TSQOR_JMPORT", std::to_string(Server.Port())},
+                          {"TSQOR_JMPORT_localhost", std::to_string(closed)}};
+  const auto end = Ctl({"doctor"}, peers);
+  EXPECT_EQ(end.ExitCode, 0);
+  const std::vector<std::string> lines{
+      "OK    server      " + server + " answers in ",
+      "OK    release     ",
+      "OK    root        " + Server.Root().Root() + " takes files, ",
+      "WARN  port        port " + std::to_string(Server.Port()) + " is open at all addresses",
+      "WARN  queue       stands still; 1 job waiting, ",
+      "OK    peer        " + server + " answers; load ",
+      "WARN  peer        localhost:" + std::to_string(closed) + " does not answer",
+      "WARN  clock       the server's is 2:00:0"};
+  for (const std::string& line : lines) {
+    EXPECT_THAT(end.Output, HasSubstr(line));
+  }
+  EXPECT_THAT(Ctl({"--json", "doctor"}, peers).Output, StartsWith(R"({"schema":1,"result":"warning","checks":[{)"));
+  const auto silent = Ctl({"-q", "doctor", "--release", "none"}, peers);
+  EXPECT_EQ(silent.ExitCode, 77);
+  EXPECT_THAT(silent.Output, StartsWith("FAIL  release     the server has no programs of release none"));
+  std::filesystem::remove_all(Server.Root().Root());
+  std::ofstream(Server.Root().Root()).close();
+  EXPECT_THAT(Ctl({"-q", "doctor"}, peers).Output,
+              HasSubstr("FAIL  root        " + Server.Root().Root() + " takes no"));
+  EXPECT_EQ(Ctl({"doctor", "--server", "127.0.0.1:" + std::to_string(closed)}).ExitCode, 69);
+}
+
+// -- the end
+
+TEST_F(Administration, EndsTheServer) {
+  Submit(Do(Wait("running")));
+  SubmitQueued(Do("true"));
+  Client.AwaitEnd(Submit("missing"));
+  AwaitNumber("running");
+  const std::string server = "127.0.0.1:" + std::to_string(Server.Port());
+  EXPECT_EQ(Ctl({"--json", "shutdown"}).Output, "{\"schema\":1,\"server\":\"" + server +
+                                                    R"(","lost_running":1,"lost_waiting":1,"forgotten":1})"
+                                                    "\n");
+  EXPECT_EQ(Server.AwaitEnd(), 0);
+  EXPECT_EQ(Ctl({"shutdown"}).ExitCode, 69);
+}
+
+}  // namespace
+}  // namespace tlm::test

@@ -1,0 +1,263 @@
+// Looking at jobs: list, show, why, watch, output, wait, cancel, history and last.
+#include <csignal>
+#include <gmock/gmock.h>
+#include <regex>
+
+#include "support/proxy.h"
+#include "tlmctl/tlmctl_fixture.h"
+// behind the fixture, as it gives another meaning to a name
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+enum { kUsage = 64, kLost = 75, kRefused = 77, kAborted = 120, kLaunchFailed = 121, kTimedOut = 124 };
+
+struct Looking : Tlmctl {
+  JobClient client{server.Port(), "desk"};
+  Looking() { server.AddProgram("do", "eval \"$*\"\n"); }
+
+  auto Desk(Words words) const {
+    words.insert(words.begin(), {"--client-host", "desk"});
+    return Ctl(std::move(words));
+  }
+  // Each with a stem, and so an output, of its own. Gives the handle.
+  std::string Submit(const Words& command, Words options = {}) {
+    options.insert(options.begin(), {"submit", "-q", "--stem", "job" + std::to_string(++submitted_)});
+    options.push_back("--");
+    options.insert(options.end(), command.begin(), command.end());
+    std::string handle = Desk(options).Output;
+    return handle.substr(0, handle.find('\n'));
+  }
+  std::string SubmitWaiter(Words options = {}) {
+    if (!disk.Has("wait")) AddWaiter();
+    return Submit({"waiter"}, std::move(options));
+  }
+  Submission Plain(const std::string& command) const {
+    Submission job;
+    job.WorkDir = disk.Root();
+    job.Command = command;
+    return job;
+  }
+  // What a document says, without what is different each time.
+  std::string Golden(const Words& words) const {
+    std::string text = Desk(words).Output;
+    for (const auto& [varying, name] :
+         {std::pair(std::regex("[-0-9]{10}T[:0-9]{8}Z"), "TIME"),
+          std::pair(std::regex("\"id\":\"[0-9a-f]{12}\""), "\"id\":\"ID\""), std::pair(std::regex(disk.Root()), "DIR"),
+          std::pair(std::regex("\"changes\":[0-9]+"), "\"changes\":N"),
+          std::pair(std::regex("\"elapsed_seconds\":[0-9]+"), "\"elapsed_seconds\":N"),
+          std::pair(std::regex("127.0.0.1:[0-9]+"), "SERVER")}) {
+      text = std::regex_replace(text, varying, name);
+    }
+    return text;
+  }
+
+ private:
+  int submitted_ = 0;
+};
+
+TEST_F(Looking, TellsProgramsAllThatIsKnown) {
+  Submit({"do", "exit 3"}, {"--complete-on-failure", "--note", "for Ann"});
+  EXPECT_EQ(Ctl({"wait", "last"}).ExitCode, 3);
+  const std::string job =
+      R"("handle":4,"id":"ID","name":"job1","status":"finished","progress":0,"exit_code":3,"results":"available",)"
+      R"("submitted":"TIME","started":"TIME","elapsed_seconds":N,"command":"do '\"exit 3\"'","directory":"DIR/",)"
+      R"("input_file":"","result_stem":"job1","input_stem":"job1","runs":"at-once","after":null,"priority":1,)"
+      R"("complete_on_failure":true,"note":"for Ann","client_host":"desk","owner_port":null,"task_key":"",)"
+      R"("parent_process":0,"task_type":0,"task_level":0,"changes":N)";
+  EXPECT_EQ(Golden({"list", "--json"}), "{\"schema\":1,\"jobs\":[{" + job + "}]}\n");
+  const std::string shown = Golden({"show", "last", "--json"});
+  EXPECT_THAT(shown, HasSubstr("{\"schema\":1," + job + ",\"submitted_from\":\"DIR\",\"command_line\":["));
+  const std::string last = Golden({"last", "--json"});
+  EXPECT_THAT(last, AllOf(HasSubstr(R"("id":"ID","handle":4,"server":"SERVER","name":"job1",)"),
+                          HasSubstr(R"("outcome":"finished","exit_code":3,"ended":"TIME"})")));
+  EXPECT_THAT(Desk({"show", "4"}).Output,
+              AllOf(HasSubstr("Note                  for Ann\n"), HasSubstr("Typed                 tlmctl ")));
+  EXPECT_EQ(Golden({"list", "--json", "--state", "running,queued"}), "{\"schema\":1,\"jobs\":[]}\n");
+  client.SubmitJob(Plain("missing"));
+  EXPECT_EQ(Ctl({"list", "-q", "--mine"}).Output, "4\n");
+  EXPECT_EQ(Ctl({"list", "-q", "--mine", "--all"}).Output, "4\n8\n");
+  EXPECT_EQ(Ctl({"list", "--state", "lost"}).ExitCode, kUsage);
+}
+
+TEST_F(Looking, SaysWhatAJobWaitsForOrHowItEnded) {
+  const std::string running = SubmitWaiter();
+  const std::string queued = Submit({"do"}, {"--queue"});
+  const std::string follower = Submit({"do"}, {"--after", running});
+  const struct {
+    std::string Job, Codes;
+  } cases[] = {
+      {running, "running\n"},
+      {queued, "queue-stopped\n"},
+      {follower, "predecessor\n"},
+      {Submit({"do"}, {"--distribute"}), "local-limit\nno-pool\n"},
+      {Submit({"do", "exit 3"}), "exit-code\n"},
+      {Submit({"do", "kill -9 $$"}), "signal\n"},
+      {Submit({"do", "exit 255"}), "exit-255\n"},
+      {Submit({"missing"}), "no-program\n"},
+      {Submit({"do"}), "no-report\n"},
+      {Submit({"do"}, {"--complete-on-failure"}), "succeeded\nresults\n"},
+      {Submit({"do", "exit 4"}, {"--complete-on-failure"}), "succeeded\nexempt\nresults\n"},
+  };
+  for (const auto& [job, codes] : cases) {
+    EXPECT_TRUE(Eventually([&] {
+      return Desk({"why", "-q", job}).Output == codes;
+    })) << codes
+        << "not " << Desk({"why", "-q", job}).Output;
+  }
+  client.SetQueueLimit(1);
+  client.StartQueue(3600);
+  EXPECT_EQ(Ctl({"why", "-q", queued}).Output, "queue-starts-later\nqueue-limit\n");
+  client.StartQueue(0);
+  EXPECT_THAT(Ctl({"why", queued}).Output, HasSubstr("limit, 1, is reached by job 4 job1 (Running, 0 %)"));
+  client.TakeOwnership(4);
+  EXPECT_EQ(Ctl({"why", "-q", running}).Output, "running\nowned\n");
+  EXPECT_EQ(Ctl({"cancel", running}).ExitCode, 0);
+  EXPECT_EQ(Ctl({"why", "-q", running}).Output, "removed\nowned\n");
+  EXPECT_EQ(Ctl({"why", "-q", follower}).Output, "predecessor-failed\n");
+  Submit({"do", "echo oops; exit 3"});
+  ASSERT_EQ(Ctl({"wait", "last"}).ExitCode, 3);
+  EXPECT_THAT(Desk({"why", "last", "--json"}).Output, HasSubstr(R"("output":["oops"])"));
+}
+
+TEST_F(Looking, AsksTheOtherServersOfThePool) {
+  const ServerProcess busy, idle;
+  JobClient there(busy.Port());
+  busy.AddProgram("do", "eval \"$*\"\n");
+  there.SubmitJob(Plain("do 'sleep 1000'"));
+  client.SetServerPool({"127.0.0.2", "127.0.0.3", "127.0.0.4"});
+  SubmitWaiter();
+  const std::string job = SubmitWaiter({"--distribute", "--after", "4"});
+  const auto why =
+      RunProgram({BIN_DIRECTORY "/tlmctl", "why", job, "--server", "127.0.0.1:" + std::to_string(server.Port())},
+                 {{"TSQOR_JMPORT_127.0.0.2", std::to_string(busy.Port())},
+                  {"TSQOR_JMPORT_127.0.0.3", std::to_string(idle.Port())},
+                  {"TSQOR_JMPORT_127.0.0.4", std::to_string(FreePort())}});
+  EXPECT_THAT(why.Output, AllOf(HasSubstr("127.0.0.2 is busy: jobs 1, limit 1"), HasSubstr("127.0.0.3 has room"),
+                                HasSubstr("127.0.0.4 does not answer")));
+  there.AbortAllJobs();
+}
+
+// -- to the end
+
+TEST_F(Looking, WaitsWithoutAWordAndEndsAsTheJob) {
+  const std::string waiter = SubmitWaiter();
+  const std::string three = Submit({"do", "exit 3"});
+  const std::string silent = Submit({"do"});
+  const std::string missing = Submit({"missing"});
+  const std::string good = Submit({"do"}, {"--complete-on-failure"});
+  const struct {
+    Words Jobs;
+    int Code;
+    std::string Output;
+  } cases[] = {
+      {{three}, 3, ""},
+      {{silent}, kAborted, ""},
+      {{missing}, kLaunchFailed, ""},
+      {{good}, 0, ""},
+      {{good, silent, three}, kAborted, ""},
+      {{"--any", waiter, three}, 3, three + "\n"},
+      {{"400"},
+       kRefused,
+       "tlmctl: the server has no job 400\n  it may have finished, or the server was restarted since\n"},
+      {{waiter, "--timeout", "1"}, kTimedOut, "tlmctl: the jobs have not all ended within 1\n  they go on\n"},
+      {{waiter, "--timeout", "soon"}, kUsage, Ctl({"wait", "4", "--timeout", "soon"}).Output},
+  };
+  for (const auto& [jobs, code, output] : cases) {
+    Words line{"wait"};
+    line.insert(line.end(), jobs.begin(), jobs.end());
+    const auto end = Ctl(line);
+    EXPECT_EQ(end.ExitCode, code) << testing::PrintToString(jobs) << end.Output;
+    EXPECT_EQ(end.Output, output);
+  }
+  auto wait = CtlMeanwhile({"wait", waiter});
+  EXPECT_EQ(wait.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
+  client.RemoveJob(4);
+  EXPECT_EQ(wait.get().ExitCode, kAborted);
+}
+
+TEST_F(Looking, WatchesByTheLineAndThroughALossButNotThroughARestart) {
+  Proxy proxy(server.Port());
+  const std::string there = "127.0.0.1:" + std::to_string(proxy.Port());
+  SubmitWaiter();
+  auto watch = CtlMeanwhile({"watch", "4", "--server", there});
+  auto events = CtlMeanwhile({"watch", "--json"});
+  ASSERT_TRUE(Eventually([&] { return proxy.Connections() == 1 && client.Get(4).Status == Running; }));
+  proxy.Cut();
+  ASSERT_TRUE(Eventually([&] { return proxy.Connections() == 2; }));
+  LetWaitersGo();
+  const auto seen = watch.get();
+  EXPECT_EQ(seen.ExitCode, kAborted);
+  EXPECT_THAT(seen.Output,
+              AllOf(HasSubstr("job 4 job1: Running, 0 %\n"), HasSubstr("connection to the server was lost"),
+                    HasSubstr("job 4 job1: Aborted, exit code 0, ")));
+  EXPECT_THAT(events.get().Output, AllOf(HasSubstr(R"({"schema":1,"event":"state","job":{"handle":4,)"),
+                                         HasSubstr(R"({"schema":1,"event":"end","job":{"handle":4,)")));
+  SubmitWaiter();
+  auto wait = CtlMeanwhile({"wait", "8"});
+  EXPECT_EQ(wait.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
+  const Environment settings = server.Settings();
+  server.Stop();
+  EXPECT_THAT(Ctl({"history"}).Output, HasSubstr("does not answer"));
+  const ServerProcess another(settings);
+  const auto lost = wait.get();
+  EXPECT_EQ(lost.ExitCode, kLost);
+  EXPECT_THAT(lost.Output, AllOf(HasSubstr("the server has forgotten job 8 job2"), HasSubstr("tlmctl resubmit @")));
+  EXPECT_THAT(Ctl({"history"}).Output, testing::ContainsRegex("job1 .* aborted, exit code 0\n.* job2 .* gone\n"));
+}
+
+// -- output
+
+TEST_F(Looking, PrintsOutputOfAnyLengthAndItsLastLines) {
+  constexpr std::size_t kLength = 20'000'000;
+  Submit({"do", "head -c " + std::to_string(kLength) + " /dev/zero | tr '\\0' x; echo; echo a; echo b"});
+  Submit({"do", "truncate -s 5G job2_out"});
+  ASSERT_EQ(Ctl({"wait", "4", "8"}).ExitCode, kAborted);
+  EXPECT_TRUE(Desk({"output", "4"}).Output == std::string(kLength, 'x') + "\na\nb\n");
+  EXPECT_EQ(Desk({"output", "--tail", "2", "4"}).Output, "a\nb\n");
+  EXPECT_EQ(Desk({"output", "--tail", "3", "4"}).Output.size(), kLength + 5);
+  EXPECT_EQ(Desk({"output", "--tail", "1", "--json", "4"}).Output,
+            "{\"schema\":1,\"handle\":4,\"offset\":20000003,\"text\":\"b\\n\"}\n");
+  EXPECT_THAT(Desk({"output", "--tail", "0", "8"}).Output, HasSubstr("tlmctl: the output goes on beyond 4 GiB"));
+}
+
+TEST_F(Looking, PrintsOutputAsItComesButOnlyForItsOwner) {
+  SubmitWaiter();
+  ASSERT_TRUE(client.TakeOwnership(4));
+  const auto refused = Desk({"output", "4"});
+  EXPECT_EQ(refused.ExitCode, kRefused);
+  EXPECT_THAT(refused.Output, HasSubstr("belongs to another client, at port "));
+  EXPECT_THAT(Ctl({"output", "4", "--client-host", "elsewhere"}).Output, HasSubstr("this one is \"elsewhere\""));
+  client.Disconnect();
+  auto output = CtlMeanwhile({"--client-host", "desk", "output", "-f", "4"});
+  ASSERT_TRUE(EventuallyShows("4", "the client at port"));
+  EXPECT_EQ(output.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  LetWaitersGo();
+  EXPECT_EQ(output.get().Output, "one\ntwo\n");
+}
+
+// -- ends
+
+TEST_F(Looking, CancelsJobsWithThoseThatWaitForThem) {
+  SubmitWaiter();
+  SubmitWaiter({"--after", "4"});
+  SubmitWaiter({"--after", "8"});
+  Submit({"do"}, {"--complete-on-failure"});
+  ASSERT_EQ(Ctl({"wait", "16"}).ExitCode, 0);
+  const auto cancel = Ctl({"cancel", "4", "16", "400"});
+  EXPECT_EQ(cancel.ExitCode, kRefused);
+  EXPECT_THAT(cancel.Output, AllOf(HasSubstr("job 4 job1: Aborted\n"), HasSubstr("job 16 job4: Removed\n"),
+                                   HasSubstr("job 8 job2: Aborted, as it waited for job 4\n"),
+                                   HasSubstr("job 12 job3: Aborted, as it waited for job 8\n"),
+                                   HasSubstr("tlmctl: the server has no job 400")));
+  EXPECT_THAT(Ctl({"history"}).Output, testing::ContainsRegex("job1 .* aborted, .*\n.* job2 .* aborted\n"));
+  EXPECT_EQ(Ctl({"cancel", "--json", "4", "4"}).Output.find("\"because_of\":null,\"job\":{\"handle\":4,"), 26U);
+}
+
+}  // namespace
+}  // namespace tlm::test

@@ -1,0 +1,101 @@
+// What the client tells of itself: to shells, and to readers of the manual.
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <sstream>
+
+#include "support/job_client.h"
+#include "support/raw_connection.h"
+
+namespace tlm::test {
+namespace {
+
+constexpr char kClient[] = BIN_DIRECTORY "/tlmctl";
+
+// -- completion
+
+struct Completion : JobTest {
+  // What bash offers for the last of the words, which it has cut at '=' and ':'.
+  std::vector<std::string> Bash(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"/usr/bin/env", "-C", Work.Root(), "bash", "-c",
+                                 "source <(\"$0\" completion bash); COMP_WORDS=(tlmctl \"$@\"); COMP_CWORD=$#; "
+                                 "_tlmctl \"$0\"; printf '%s\\n' \"${COMPREPLY[@]}\"",
+                                 kClient});
+    std::istringstream output(RunProgram(words, {{"TLM_SERVER", Address()}}).Output);
+    std::vector<std::string> offers;
+    for (std::string line; std::getline(output, line);) offers.push_back(line);
+    std::sort(offers.begin(), offers.end());
+    return offers;
+  }
+  std::string Address() const { return "127.0.0.1:" + std::to_string(Server.Port()); }
+};
+
+TEST_F(Completion, OffersWhatMayStandThere) {
+  Client.AwaitEnd(Submit("missing"));
+  SubmitQueued("missing");
+  Work.Write("plate 1.inp");
+  Work.MakeDirectory("runs");
+  const std::string port = std::to_string(Server.Port());
+  const std::vector<std::string> nothing{""};
+  const std::vector<std::string> jobs{"4", "8"};
+  const struct {
+    std::vector<std::string> Words;
+    std::vector<std::string> Offers;
+  } cases[] = {
+      {{"prio"}, {"priority"}},
+      {{"comp"}, {"completion"}},
+      {{"nonsense", ""}, nothing},
+      {{"-q", "--json", "queue", "st"}, {"start", "status", "stop"}},
+      {{"queue", "start", "--a"}, {"--at"}},
+      {{"queue", "start", "--wait"}, {"--wait-server"}},
+      {{"release", ""}, jobs},
+      {{"release", "4", "8"}, {"8"}},
+      {{"submit", "--after", ""}, jobs},
+      {{"--server", "127.0.0.1", ":", port, "release", ""}, jobs},
+      {{"--server", "=", "127.0.0.1", ":", "1", "release", ""}, nothing},
+      {{"priority", "4", "h"}, {"high"}},
+      {{"priority", "--default", "=", "n"}, {"normal"}},
+      {{"priority", "--default", "="}, {"high", "idle", "normal", "realtime"}},
+      {{"completion", ""}, {"bash", "fish", "zsh"}},
+      {{"run", "--deck", "p"}, {"plate 1.inp"}},
+      {{"run", "--deck", "=", "p"}, {"plate 1.inp"}},
+      {{"run", "--dir", ""}, {"runs"}},
+      {{"run", "--", "heat2d", "pl"}, {"plate 1.inp"}},
+  };
+  for (const auto& [words, offers] : cases) EXPECT_EQ(Bash(words), offers) << testing::PrintToString(words);
+}
+
+TEST_F(Completion, DoesNotWaitForAServerThatDoesNotAnswer) {
+  const RawListener silent;
+  const auto ask = [&] {
+    return RunProgram({kClient, "complete", "--", "release", ""},
+                      {{"TLM_SERVER", "127.0.0.1:" + std::to_string(silent.Port())}});
+  };
+  EXPECT_LT(TimeOf([&] { EXPECT_EQ(ask().Output, ""); }), std::chrono::seconds(10));
+}
+
+// -- manual
+
+TEST(Manual, TellsOfEachCommandOptionAndOperation) {
+  const std::string manual = RunProgram({kClient, "manual"}).Output;
+  for (const std::string text :
+       {"\n## run\n", "\n## queue start\n\n*tlmctl queue start* [_options_]\n", "\n*--at* _TIME_\n\t",
+        "\n*-q*, *--quiet*\n\t", "\n*--server* _HOST[:PORT]_\n\t",
+        "\n*--default* [*idle*|*normal*|*high*|*realtime*]\n", "\n$ *tlmctl queue start --at 22:30*\n\t",
+        "\n*69*\n\tthe server cannot be reached (*unreachable*)\n", "\n*TLM\\_SERVER*\n"}) {
+    EXPECT_THAT(manual, HasSubstr(text));
+  }
+  EXPECT_THAT(manual, testing::Not(HasSubstr("## complete\n")));
+  // Those that programs take alone, and the reserved ones.
+  const std::vector<int> notForPeople{15, 16, 31, 32, 33, 34, 45};
+  for (int number = 1; number <= 49; ++number) {
+    const bool isThere = manual.find("\n|] " + std::to_string(number) + "\n") != std::string::npos;
+    const bool expected = std::find(notForPeople.begin(), notForPeople.end(), number) == notForPeople.end();
+    EXPECT_EQ(isThere, expected) << "operation " << number;
+  }
+  const auto page =
+      RunProgram({"/bin/sh", "-c", "! which scdoc >/dev/null || \"$0\" manual | scdoc >/dev/null", kClient});
+  EXPECT_EQ(page.ExitCode, 0) << page.Output;
+}
+
+}  // namespace
+}  // namespace tlm::test

@@ -1,0 +1,179 @@
+// tlmctl run: a command on the server as if it ran here.
+#include <gmock/gmock.h>
+
+#include "support/proxy.h"
+#include "tlmctl/tlmctl_fixture.h"
+
+namespace tlm::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int kKilled = 137;
+
+struct Run : Tlmctl {
+  Run() { server.AddProgram("do", "eval \"$*\"\n"); }
+  static Words Do(const std::string& text, Words options = {}) {
+    options.insert(options.begin(), "run");
+    options.insert(options.end(), {"--", "do", text});
+    return options;
+  }
+  Words Through(const Proxy& proxy, Words words) const {
+    words.insert(words.begin(), {"--server", "127.0.0.1:" + std::to_string(proxy.Port())});
+    return words;
+  }
+};
+
+TEST_F(Run, GivesTheExitCodeOfTheProgramOrSaysWhatBecameOfTheJob) {
+  const struct {
+    Words Line;
+    int Code;
+    std::string Text;
+  } cases[] = {
+      {Do("echo out; echo err >&2"), 0, "out\nerr\n"},
+      {Do("exit 3"), 3, "job 8 do: Finished, exit code 3"},
+      {Do("kill -9 $$"), kKilled, "exit code 137"},
+      {Do("exit 255"), 121, "LaunchFailed"},
+      {{"run", "--", "missing"}, 121, "could not be started"},
+      {Do("exit 0", {"--reports"}), 120, "did not report success"},
+      {Do("exit 7", {"--reports"}), 7, "Aborted, exit code 7"},
+      {Do("echo 4 1 >qorjmmsg.$$", {"--reports"}), 0, "Finished"},
+      {{"run"}, 64, "tlmctl: what is to run is missing"},
+      {{"run", "--deck", "none.inp", "do"}, 64, "tlmctl: there is no deck none.inp"},
+      {{"run", "-i", "none.dat", "do"}, 64, "tlmctl: there is no file none.dat in " + disk.Root()},
+      {{"run", "--priority", "low", "do"}, 64, "there is no priority low"},
+      {{"run", "do", "a\"b"}, 64, "cannot pass on a double quote"},
+      {{"run", "--after", "400", "do"}, 77, "the server has no job 400"},
+      {{"run", "--release", "none", "do"}, 77, "the server could not do it"},
+      {{"run", "--server", "127.0.0.1:" + std::to_string(FreePort()), "do"}, 69, "cannot reach the server"},
+  };
+  for (const auto& [line, code, text] : cases) {
+    const Finished run = Ctl(line);
+    EXPECT_EQ(run.ExitCode, code) << run.Output;
+    EXPECT_THAT(run.Output, HasSubstr(text));
+  }
+  EXPECT_EQ(Ctl({"run", "-q", "--", "do", "echo bare"}).Output, "bare\n");
+}
+
+TEST_F(Run, PassesWordsOfAnyKindToTheProgram) {
+  server.AddProgram("words", "for word in \"$@\"; do printf '<%s>\\n' \"$word\"; done");
+  const Words odd{"plain", "two words", "",        "x;y", "it's", "\\back\\", "'",  "a'b c;d\\'", "$HOME",
+                  "*",     "tab\there", "new\nli", "{}",  "[a]",  "a,b",      "-v", "--watch",    "--"};
+  Words line{"run", "-q", "--", "words"};
+  line.insert(line.end(), odd.begin(), odd.end());
+  std::string expected;
+  for (const std::string& word : odd) expected += "<" + word + ">\n";
+  EXPECT_EQ(Ctl(line).Output, expected);
+}
+
+TEST_F(Run, SendsWhatTheServerLacksAndBringsBackWhatIsNew) {
+  disk.Write("case 7.inp", "content");
+  disk.Write("mesh.dat", "mesh");
+  disk.Write("empty.dat");
+  const Words line = Do("cat 'case 7.inp' mesh.dat; test -e empty.dat && cp mesh.dat 'case 7.res' && cp mesh.dat b.dat",
+                        {"-i", "case 7.inp", "-i", "mesh.dat", "-i", "empty.dat", "--also", "b"});
+  const Finished plan = Ctl({"run", "--dry-run", "-i", "mesh.dat", "do", "x"});
+  EXPECT_THAT(plan.Output,
+              AllOf(HasSubstr("mesh.dat  4 bytes  yes   the server lacks it"), Not(HasSubstr("submitted"))));
+  const Finished first = Ctl(line);
+  EXPECT_EQ(first.ExitCode, 0) << first.Output;
+  EXPECT_THAT(first.Output, AllOf(HasSubstr("sending case 7.inp, 7 bytes"), HasSubstr("sending mesh.dat, 4 bytes"),
+                                  HasSubstr("sending empty.dat"), HasSubstr("contentmesh")));
+  EXPECT_EQ(disk.Read("case 7.res"), "mesh");
+  EXPECT_EQ(disk.Read("b.dat"), "mesh");
+  EXPECT_THAT(Ctl(line).Output, Not(HasSubstr("sending mesh.dat"))) << "the server has it";
+  disk.Write("mesh.dat", "hsem");
+  EXPECT_THAT(Ctl(line).Output, HasSubstr("sending mesh.dat")) << "the size is as it was, the file is not";
+  disk.Write("mesh.dat", "longer");
+  EXPECT_THAT(Ctl({"run", "-n", "-i", "mesh.dat", "do"}).Output, HasSubstr("the server has 4 bytes of that name"));
+  std::filesystem::resize_file(disk.Write("huge.dat"), std::uint64_t{1} << 32);
+  EXPECT_THAT(Ctl({"run", "-n", "-i", "huge.dat", "do"}).Output,
+              HasSubstr("huge.dat has 4.3 GB, and a file that travels"));
+}
+
+TEST_F(Run, ShowsOutputAndFetchesResultsWhileTheJobRuns) {
+  AddWaiter();
+  disk.Write("early.in");
+  server.AddProgram("early",
+                    "echo partial >early.res; echo 2 1 >qorjmmsg.$$; exec " + server.Home().Path("bin/waiter"));
+  std::future<Finished> run = CtlMeanwhile({"run", "--json", "early", "early.in"});
+  ASSERT_TRUE(
+      Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("\"handle\":4") != std::string::npos; }));
+  LetWaitersGo();
+  const Finished done = run.get();
+  EXPECT_EQ(done.ExitCode, 0) << done.Output;
+  std::istringstream lines(done.Output);
+  std::string events;
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_TRUE(line.starts_with("{\"schema\":1,")) << line;
+    const std::size_t event = line.find("\"event\":\"");
+    if (event != std::string::npos) events += line.substr(event + 9, 1);
+  }
+  EXPECT_THAT(events, testing::MatchesRegex("s[so]*o[so]*r+e")) << done.Output;
+  EXPECT_THAT(disk.Read("early.res"), "partial\n");
+}
+
+// -- what goes wrong on the way
+
+TEST_F(Run, GoesOnWhenTheConnectionIsLost) {
+  AddWaiter();
+  Proxy proxy(server.Port());
+  std::future<Finished> run = CtlMeanwhile(Through(proxy, {"run", "waiter"}));
+  ASSERT_TRUE(Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("waiter") != std::string::npos; }));
+  proxy.Cut();
+  ASSERT_TRUE(Eventually([&] { return proxy.Connections() > 1; }));
+  LetWaitersGo();
+  const Finished done = run.get();
+  EXPECT_EQ(done.ExitCode, 0);
+  EXPECT_THAT(done.Output, AllOf(HasSubstr("connection to the server was lost"), HasSubstr("one\n"), HasSubstr("two\n"),
+                                 HasSubstr("Finished")));
+}
+
+TEST_F(Run, GoesOnWithAnUploadFromWhatHasArrived) {
+  constexpr std::uint64_t kSize = 24 << 20;
+  std::string content(kSize, 'x');
+  for (std::size_t i = 0; i < content.size(); i += 997) content[i] = static_cast<char>('a' + i % 23);
+  disk.Write("big.dat", content);
+  Proxy proxy(server.Port());
+  proxy.CutOnceAfter(kSize / 2);
+  const Finished run = Ctl(Through(proxy, Do("cp big.dat copy.res", {"-i", "big.dat", "--stem", "copy"})));
+  EXPECT_EQ(run.ExitCode, 0) << run.Output;
+  EXPECT_TRUE(disk.Read("copy.res") == content);
+  EXPECT_LT(proxy.BytesFromClient(), kSize * 4 / 3) << "not all of it once more";
+}
+
+TEST_F(Run, TellsThatTheServerHasForgottenTheJob) {
+  AddWaiter();
+  const Environment settings = server.Settings();
+  std::future<Finished> run = CtlMeanwhile({"run", "waiter"});
+  ASSERT_TRUE(Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("waiter") != std::string::npos; }));
+  EXPECT_EQ(server.Stop(), 0);
+  {
+    const ServerProcess another(settings);
+    const Finished done = run.get();
+    EXPECT_EQ(done.ExitCode, 75);
+    EXPECT_THAT(done.Output,
+                AllOf(HasSubstr("the server has no job 4 waiter any more"), HasSubstr("tlmctl resubmit @")));
+    LetWaitersGo();
+    EXPECT_EQ(Ctl({"resubmit"}).ExitCode, 0);
+  }
+}
+
+TEST_F(Run, WritesNothingThatAServerWouldLikeToHaveElsewhere) {
+  disk.MakeDirectory("work");
+  const std::string inside = disk.Path("work/a.res");
+  for (const std::string& outside : {disk.Path("work/../rs"), disk.Path("outside.rs"), disk.Path("work/.b.rs")}) {
+    ASSERT_EQ(outside.size(), inside.size());
+    Proxy proxy(server.Port());
+    proxy.Forge(inside, outside);
+    const Finished run = Ctl(Through(proxy, Do("echo x >a.res", {"--dir", disk.Path("work"), "--stem", "a"})));
+    EXPECT_EQ(run.ExitCode, 77) << run.Output;
+    EXPECT_THAT(run.Output, HasSubstr("the server sent a file for " + outside));
+    EXPECT_FALSE(std::filesystem::exists(outside)) << outside;
+  }
+}
+
+}  // namespace
+}  // namespace tlm::test

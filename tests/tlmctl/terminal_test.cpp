@@ -1,0 +1,126 @@
+// What a person at a terminal sees of tlmctl, and how the terminal is left behind.
+#include <csignal>
+#include <gmock/gmock.h>
+#include <regex>
+
+#include "support/pty_session.h"
+#include "tlmctl/tlmctl_fixture.h"
+
+namespace tlm::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int kInterrupted = 130, kRefused = 77, kAborted = 120;
+constexpr char kFrame[] = "\033[?25l\033[?7l\r";
+
+struct Terminal : Tlmctl {
+  std::unique_ptr<PtySession> At(Words words, int columns = 80, int lines = 24, Environment environment = {}) const {
+    words.insert(words.begin(), BIN_DIRECTORY "/tlmctl");
+    environment.insert(
+        {{"TLM_SERVER", "127.0.0.1:" + std::to_string(server.Port())}, {"XDG_STATE_HOME", disk.Path("state")}});
+    return std::make_unique<PtySession>(words, environment, columns, lines);
+  }
+  void SubmitWaiters(int count, const std::string& stem = "job") const {
+    AddWaiter();
+    for (int i = 0; i < count; ++i) {
+      ASSERT_EQ(Ctl({"submit", "-q", "--stem", stem + std::to_string(i), "waiter"}).ExitCode, 0);
+    }
+    ASSERT_TRUE(EventuallyShows("4", "Running"));
+  }
+};
+
+std::size_t Count(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
+  return count;
+}
+
+// The lines as they stand on the screen, without colours and the like.
+std::vector<std::string> Lines(const std::string& written) {
+  std::istringstream stream(std::regex_replace(written, std::regex("\033\\[[?0-9;]*[a-zA-Z]|\r"), ""));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST_F(Terminal, ShowsHowJobsGoInPlaceAndIsLeftAsItWas) {
+  SubmitWaiters(2);
+  const std::function<void(PtySession&)> ends[] = {
+      [](PtySession& session) { session.Type("q"); }, [](PtySession& session) { session.Type("\x03"); },
+      [](PtySession& session) { kill(session.Pid(), SIGTERM); },
+      [this](PtySession& session) {  // while the server does not answer
+        kill(server.Pid(), SIGSTOP);
+        EXPECT_TRUE(Eventually([&] { return session.Type("\x03"), session.HasFormerModes(); }));
+        kill(server.Pid(), SIGCONT);
+      }};
+  for (const auto& end : ends) {
+    const auto watch = At({"watch"});
+    ASSERT_TRUE(watch->Shows("job1"));
+    ASSERT_TRUE(Eventually([&] { return Count(watch->Written(), kFrame) > 2; }));
+    EXPECT_FALSE(watch->HasFormerModes());
+    end(*watch);
+    EXPECT_EQ(watch->AwaitEnd(), kInterrupted);
+    EXPECT_TRUE(watch->HasFormerModes());
+    EXPECT_EQ(Count(watch->Written(), kFrame), Count(watch->Written(), std::string(kFrame) + "\033[4A") + 1);
+    EXPECT_THAT(watch->Written(), testing::EndsWith("\033[J\033[?7h\033[?25h"));
+  }
+  const auto watch = At({"watch", "4"});
+  ASSERT_TRUE(watch->Shows("[....."));
+  LetWaitersGo();
+  EXPECT_EQ(watch->AwaitEnd(), kAborted);
+  EXPECT_TRUE(watch->HasFormerModes());
+}
+
+TEST_F(Terminal, HasRoomForEveryLine) {
+  constexpr int kJobs = 12, kColumns = 60, kLines = 9;
+  SubmitWaiters(kJobs, "a-name-that-is-longer-than-anybody-would-like-to-see-");
+  const auto list = At({"list"}, kColumns);
+  EXPECT_EQ(list->AwaitEnd(), 0);
+  EXPECT_EQ(Lines(list->Written()).size(), kJobs + 1U);
+  const auto watch = At({"watch"}, kColumns, kLines);
+  ASSERT_TRUE(watch->Shows("and 7 more"));
+  EXPECT_EQ(Count(watch->Written().substr(0, watch->Written().find("\033[J")), "\n"), kLines - 1U);
+  for (const auto* session : {&list, &watch}) {
+    for (const std::string& line : Lines((*session)->Written())) EXPECT_LE(line.size(), kColumns) << line;
+  }
+  watch->Resize(kColumns + 40, kLines + 10);
+  EXPECT_TRUE(watch->Shows("\033[H\033[J"));
+}
+
+TEST_F(Terminal, IsColouredUnlessNobodyWantsThat) {
+  SubmitWaiters(1);
+  const std::string kBusy = "\033[36mRunning";
+  const struct {
+    Environment Settings;
+    bool Coloured;
+  } cases[] = {{{}, true}, {{{"NO_COLOR", "1"}}, false}, {{{"NO_COLOR", ""}}, true}, {{{"TERM", "dumb"}}, false}};
+  for (const auto& [settings, coloured] : cases) {
+    const auto list = At({"list"}, 80, 24, settings);
+    EXPECT_EQ(list->AwaitEnd(), 0);
+    EXPECT_EQ(list->Written().find('\033') != std::string::npos, coloured) << list->Written();
+  }
+  EXPECT_THAT(Ctl({"list"}).Output, Not(HasSubstr("\033")));
+}
+
+TEST_F(Terminal, IsAskedBeforeAJobIsCancelled) {
+  SubmitWaiters(1);
+  ASSERT_EQ(Ctl({"submit", "-q", "--after", "4", "waiter"}).ExitCode, 0);
+  const struct {
+    std::string Answer;
+    int Code;
+    std::string State;
+  } cases[] = {{"n\n", kRefused, "Running"}, {"\n", kRefused, "Running"}, {"y\n", 0, "Aborted"}};
+  for (const auto& [answer, code, state] : cases) {
+    const auto cancel = At({"cancel", "4"});
+    ASSERT_TRUE(
+        cancel->Shows("End job 4 job0 (Running, 0 %), and with that what waits for it: job 8 waiter (Queued)? [y/N]"));
+    cancel->Type(answer);
+    EXPECT_EQ(cancel->AwaitEnd(), code) << cancel->Written();
+    EXPECT_THAT(Ctl({"show", "4"}).Output, HasSubstr("State                 " + state));
+  }
+}
+
+}  // namespace
+}  // namespace tlm::test

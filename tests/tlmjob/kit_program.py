@@ -1,0 +1,24 @@
+#!/usr/bin/env python3
+"""As kit_program.c."""
+import os
+import sys
+import time
+
+import tlmjob
+
+tlmjob.attach()
+if (child := os.fork()) == 0:
+    tlmjob.succeeded()
+    sys.exit(tlmjob.stop_requested())
+os.waitpid(child, 0)
+tlmjob.required_level(7, 8)
+tlmjob.progress(-1)
+tlmjob.progress(40)
+tlmjob.results_available()
+while not os.path.exists("go"):
+    if tlmjob.stop_requested():
+        print("stopped")
+        sys.exit(3)
+    time.sleep(0.01)
+tlmjob.succeeded()
+tlmjob.progress(200)
