@@ -1,10 +1,12 @@
 #include "tlmctl/transfer.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 
+#include "platform/thread.h"
 #include "tlmctl/console.h"
 #include "tlmctl/exit_code.h"
 #include "tlmctl/ledger.h"
@@ -15,6 +17,8 @@
 namespace tlm::ctl {
 
 namespace {
+
+constexpr std::chrono::milliseconds kReleaseTime{500};
 
 std::string EntryFor(const InputFile& file, const std::string& directory, const std::string& suffix = "") {
   return std::to_string(file.Size) + ":0:" + directory + file.Name + suffix;
@@ -119,7 +123,9 @@ void SendFiles(Link& link, const Settings& settings, const Plan& plan, const std
     if (decision.Sends) Note(settings, "sending " + decision.File.Name + ", " + SizeText(decision.File.Size));
   }
   bool goesOn = false;
+  int attempts = 0;
   const auto send = [&](QorJMClient& client) {
+    ++attempts;
     FileTransferList list = ItemsFor(client, plan, decisions, goesOn);
     goesOn = true;
     if (list.Items.empty()) return true;
@@ -128,6 +134,11 @@ void SendFiles(Link& link, const Settings& settings, const Plan& plan, const std
     return client.PutFiles(list);
   };
   if (link.Persist(send)) return;
+  // The call that was broken off may have held the files when the next one was to put them in place.
+  if (attempts > 1) {
+    platform::Sleep(kReleaseTime);
+    if (link.Persist(send)) return;
+  }
   // Another client may have made the server clean up a directory that was still empty. A new connection gets another.
   goesOn = false;
   link.Open();

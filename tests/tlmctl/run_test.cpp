@@ -137,11 +137,11 @@ TEST_F(Run, GoesOnWithAnUploadFromWhatHasArrived) {
   for (std::size_t i = 0; i < content.size(); i += 997) content[i] = static_cast<char>('a' + i % 23);
   disk.Write("big.dat", content);
   Proxy proxy(server.Port());
-  proxy.CutOnceAfter(kSize / 2);
+  proxy.CutOnceAfter(kSize / 4 * 3);
   const Finished run = Ctl(Through(proxy, Do("cp big.dat copy.res", {"-i", "big.dat", "--stem", "copy"})));
   EXPECT_EQ(run.ExitCode, 0) << run.Output;
   EXPECT_TRUE(disk.Read("copy.res") == content);
-  EXPECT_LT(proxy.BytesFromClient(), kSize * 4 / 3) << "not all of it once more";
+  EXPECT_LT(proxy.BytesFromClient(), kSize * 3 / 2) << "not all of it once more";
 }
 
 TEST_F(Run, TellsThatTheServerHasForgottenTheJob) {
