@@ -1,7 +1,6 @@
 // Looking at jobs: list, show, why, watch, output, wait, cancel, history and last.
 #include <csignal>
 #include <gmock/gmock.h>
-#include <regex>
 
 #include "support/proxy.h"
 #include "tlmctl/tlmctl_fixture.h"
@@ -43,16 +42,15 @@ struct Looking : Tlmctl {
     job.Command = command;
     return job;
   }
-  // What a document says, without what is different each time.
+  // A document without what is different each time.
   std::string Golden(const Words& words) const {
     std::string text = Desk(words).Output;
-    for (const auto& [varying, name] :
-         {std::pair(std::regex("[-0-9]{10}T[:0-9]{8}Z"), "TIME"),
-          std::pair(std::regex("\"id\":\"[0-9a-f]{12}\""), "\"id\":\"ID\""), std::pair(std::regex(disk.Root()), "DIR"),
-          std::pair(std::regex("\"changes\":[0-9]+"), "\"changes\":N"),
-          std::pair(std::regex("\"elapsed_seconds\":[0-9]+"), "\"elapsed_seconds\":N"),
-          std::pair(std::regex("127.0.0.1:[0-9]+"), "SERVER")}) {
-      text = std::regex_replace(text, varying, name);
+    for (const char* field : {"id", "submitted", "started", "elapsed_seconds", "changes", "server", "ended"}) {
+      const std::string label = '"' + std::string(field) + "\":";
+      for (std::size_t at = 0; (at = text.find(label, at)) != std::string::npos;) {
+        at += label.size();
+        text.replace(at, text.find_first_of(",}", at) - at, "*");
+      }
     }
     return text;
   }
@@ -65,17 +63,19 @@ TEST_F(Looking, TellsProgramsAllThatIsKnown) {
   Submit({"do", "exit 3"}, {"--complete-on-failure", "--note", "for Ann"});
   EXPECT_EQ(Ctl({"wait", "last"}).ExitCode, 3);
   const std::string job =
-      R"("handle":4,"id":"ID","name":"job1","status":"finished","progress":0,"exit_code":3,"results":"available",)"
-      R"("submitted":"TIME","started":"TIME","elapsed_seconds":N,"command":"do '\"exit 3\"'","directory":"DIR/",)"
-      R"("input_file":"","result_stem":"job1","input_stem":"job1","runs":"at-once","after":null,"priority":1,)"
+      R"("handle":4,"id":*,"name":"job1","status":"finished","progress":0,"exit_code":3,"results":"available",)"
+      R"("submitted":*,"started":*,"elapsed_seconds":*,"command":"do '\"exit 3\"'","directory":")" +
+      disk.Root() +
+      R"(/","input_file":"","result_stem":"job1","input_stem":"job1","runs":"at-once","after":null,"priority":1,)"
       R"("complete_on_failure":true,"note":"for Ann","client_host":"desk","owner_port":null,"task_key":"",)"
-      R"("parent_process":0,"task_type":0,"task_level":0,"changes":N)";
+      R"("parent_process":0,"task_type":0,"task_level":0,"changes":*)";
   EXPECT_EQ(Golden({"list", "--json"}), "{\"schema\":1,\"jobs\":[{" + job + "}]}\n");
   const std::string shown = Golden({"show", "last", "--json"});
-  EXPECT_THAT(shown, HasSubstr("{\"schema\":1," + job + ",\"submitted_from\":\"DIR\",\"command_line\":["));
+  EXPECT_THAT(shown,
+              HasSubstr("{\"schema\":1," + job + ",\"submitted_from\":\"" + disk.Root() + "\",\"command_line\":["));
   const std::string last = Golden({"last", "--json"});
-  EXPECT_THAT(last, AllOf(HasSubstr(R"("id":"ID","handle":4,"server":"SERVER","name":"job1",)"),
-                          HasSubstr(R"("outcome":"finished","exit_code":3,"ended":"TIME"})")));
+  EXPECT_THAT(last, AllOf(HasSubstr(R"("id":*,"handle":4,"server":*,"name":"job1",)"),
+                          HasSubstr(R"("outcome":"finished","exit_code":3,"ended":*})")));
   EXPECT_THAT(Desk({"show", "4"}).Output,
               AllOf(HasSubstr("Note                  for Ann\n"), HasSubstr("Typed                 tlmctl ")));
   EXPECT_EQ(Golden({"list", "--json", "--state", "running,queued"}), "{\"schema\":1,\"jobs\":[]}\n");
