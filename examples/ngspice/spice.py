@@ -72,10 +72,11 @@ def simulate(path, raw, log):
         stops.append(signal_number)
         solver.terminate()
 
-    for wanted in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
-        signal.signal(wanted, stop)
+    former = {wanted: signal.signal(wanted, stop) for wanted in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)}
     failed = follow(solver.stderr, log, end_of_time(deck))
     code = solver.wait()
+    for wanted, handler in former.items():
+        signal.signal(wanted, handler)
     if stops:  # also if ngspice was interrupted with it: then it would end with 0
         return 128 + stops[0]
     with open(log.name, "rb") as said:
@@ -87,17 +88,38 @@ def simulate(path, raw, log):
 
 
 def plots(path):
-    """Name and points of each plot of a raw file: a header in text, then numbers. ValueError if some are missing."""
+    """Name and points of each plot of a raw file: a header in text, then numbers, binary or in text as well. ValueError
+    if some are missing, or all."""
+    if os.path.getsize(path) == 0:
+        raise ValueError(f"{path}: no plots")
     with open(path, "rb") as file:
-        while file.tell() < os.path.getsize(path):
-            header = dict(line.decode("utf-8", "replace").rstrip().split(": ", 1)
-                          for line in iter(file.readline, b"Binary:\n") if b": " in line)
-            name, points = header["Plotname"], int(header["No. Points"])
-            width = 16 if "complex" in header["Flags"] else 8
-            end = file.seek(points * int(header["No. Variables"]) * width, os.SEEK_CUR)
-            if points == 0 or end > os.path.getsize(path):
+        while line := next_line(file):
+            header = {}
+            while line not in (b"Binary:\n", b"Values:\n"):
+                if not line:
+                    raise ValueError(f"{path}: a plot without numbers")
+                key, _, value = line.decode("utf-8", "replace").partition(": ")
+                header[key] = value.strip()
+                line = next_line(file)
+            try:
+                name, points, variables = header["Plotname"], int(header["No. Points"]), int(header["No. Variables"])
+                width = 16 if "complex" in header["Flags"] else 8
+            except KeyError as error:
+                raise ValueError(f"{path}: a plot without {error}") from None
+            if line == b"Values:\n":
+                complete = all(next_line(file) for _ in range(points * variables))
+            else:
+                end = file.tell() + points * variables * width
+                complete = end <= os.path.getsize(path)
+                file.seek(end if complete else 0)
+            if min(points, variables) <= 0 or not complete:
                 raise ValueError(f"{name}: no points, or not all of them")
             yield name, points
+
+
+def next_line(file):
+    """That is not blank; empty at the end."""
+    return next((line for line in file if line.strip()), b"")
 
 
 def main():

@@ -37,8 +37,8 @@ def read_deck(path):
                 deck[keyword] = kinds[keyword](value)
             except (KeyError, ValueError):
                 sys.exit(f"{path}:{number}: not understood: {line.strip()}")
-    if not (0 < deck.get("angle", 0) < 180 and min(deck.values()) > 0):
-        sys.exit(f"{path}: the angle has to be between 0 and 180, all else above 0")
+    if not (0 < deck.get("angle", 0) < 180 and all(0 < value < math.inf for value in deck.values())):
+        sys.exit(f"{path}: the angle has to be between 0 and 180, all else above 0 and finite")
     return deck
 
 
@@ -66,7 +66,7 @@ def analyse(deck):
     h = exact_period(deck["length"], start) / deck["steps"]
     energy = lambda: speed * speed / 2 - pull * math.cos(angle)
     speed = time = worst = 0.0
-    at_rest, depth, turns, course = energy(), pull * (1 - math.cos(start)), 0, []
+    at_rest, depth, turns, course = energy(), 2 * pull * math.sin(start / 2)**2, 0, []
     while turns < deck["swings"]:
         if tlmjob.stop_requested():
             sys.exit(3)
@@ -102,7 +102,7 @@ def main():
         exact = exact_period(deck["length"], math.radians(deck["angle"]))
         write(stem + ".dat", [f"period found   {period:.6f} s", f"period, exact  {exact:.6f} s",
                               f"energy drift   {drift:.1e}"])
-    except OSError as error:
+    except (OSError, UnicodeDecodeError) as error:
         sys.exit(f"pendulum: {error}")
     tlmjob.results_available()
     tlmjob.succeeded()

@@ -6,23 +6,27 @@
 # STEM.dat gets one line for each block, with its end and the primes below that. Exit codes: 0 good, 1 wrong deck or usage,
 # 3 stopped on request, nothing written.
 #
-# By hand it just does its work. As a job it reports how far it is, and ends when it is asked to: tlmctl finds out which of
-# the two it is.
+# By hand it just does its work, also where there is no tlmctl. As a job it reports how far it is, and ends when it is asked
+# to: tlmctl finds out which of the two it is.
 set -eu
 [ $# -eq 1 ] || { echo 'usage: primes DECK' >&2; exit 1; }
-tlmctl report attach
+report() { if command -v tlmctl >/dev/null; then tlmctl report "$@"; fi; }
+report attach
 
-read -r limit rest <"$1"
+limit=
+read -r limit rest <"$1" || true  # also if no line end follows
 case $limit in
   '' | *[!0-9]*) echo "$1:1: the limit has to be a number" >&2; exit 1 ;;
 esac
-stem=$(basename "$1" .inp)
+limit=$(echo "$limit" | sed 's/^0*\(.\)/\1/')  # leading zeros would make it octal
+stem=$(basename "$1")
+stem=${stem%.*}
 trap 'rm -f "$stem.part"' EXIT
 : >"$stem.part"
 
 count=0
 for block in 1 2 3 4 5 6 7 8 9 10; do
-  if [ "$(tlmctl report stop-requested)" = yes ]; then exit 3; fi
+  if [ "$(report stop-requested)" = yes ]; then exit 3; fi
   from=$((limit * (block - 1) / 10))
   to=$((limit * block / 10))
   found=$(awk -v from=$from -v to=$to 'BEGIN {
@@ -34,9 +38,9 @@ for block in 1 2 3 4 5 6 7 8 9 10; do
   }')
   count=$((count + found))
   echo "$to $count" >>"$stem.part"
-  tlmctl report progress $((block * 10)) || true  # it returns at once when a stop is requested
+  report progress $((block * 10)) || true  # it returns at once when a stop is requested
 done
 
 mv "$stem.part" "$stem.dat"  # whole at once, so that a reader never sees a part
-tlmctl report results
-tlmctl report succeeded
+report results
+report succeeded

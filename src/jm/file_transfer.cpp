@@ -52,9 +52,12 @@ bool MayStandAt(const std::string& destination) {
   return !destination.empty() && (platform::GetFileStatus(destination, status) != 0 || status.IsRegular);
 }
 
+// Where a link stands, a new file takes its place: what it leads to may be anybody's.
 std::optional<File> OpenTemporary(const FileTransferItem& item) {
-  std::optional<File> file =
-      File::Open(TemporaryName(item), item.Offset == 0 ? File::Mode::Truncate : File::Mode::Update);
+  const std::string temporary = TemporaryName(item);
+  if (platform::IsLink(temporary)) platform::RemoveFile(temporary);
+  const File::Mode mode = item.Offset == 0 ? File::Mode::Truncate : File::Mode::Update;
+  std::optional<File> file = File::Open(temporary, mode, File::Links::Refuse);
   if (file && !file->Seek(item.Offset)) file.reset();
   return file;
 }
@@ -107,7 +110,7 @@ void MarkSpoiltItems(FileTransferList& list) {
   for (FileTransferItem& item : list.Items) item.Stored = isWhole[item.Destination];
 }
 
-void PutInPlace(FileTransferItem& item) {
+void PutInPlace(const FileTransferList& list, FileTransferItem& item) {
   const std::string temporary = TemporaryName(item);
   MLockFile lock;
   if (!item.Stored || !lock.Lock(temporary, false)) {
@@ -117,6 +120,11 @@ void PutInPlace(FileTransferItem& item) {
   platform::FileStatus status;
   // An earlier item of the same name may have taken the file along.
   if (platform::GetFileStatus(temporary, status) != 0) return;
+  if (list.Watcher && !list.Watcher->Replaces(list, item)) {
+    platform::RemoveFile(temporary);
+    item.Stored = false;
+    return;
+  }
   item.Stored = platform::RenameFile(temporary, item.Destination);
 }
 
@@ -139,7 +147,7 @@ void Decode(ORpcIO& io, FileTransferList& list) {
     ReceiveItem(io, list.Items.emplace_back(), list.Watcher);
   }
   MarkSpoiltItems(list);
-  for (FileTransferItem& item : list.Items) PutInPlace(item);
+  for (FileTransferItem& item : list.Items) PutInPlace(list, item);
 }
 
 }  // namespace tlm

@@ -9,6 +9,8 @@
 
 namespace tlm {
 
+struct FileTransferList;
+
 struct FileTransferItem {
   std::string Destination;   // as the receiver names the file
   std::string Source;        // as the sender reads it
@@ -23,6 +25,9 @@ class FileTransferWatcher {
   virtual ~FileTransferWatcher() = default;
   // Asked for each item before it is received. One that is not allowed is read to its end and not Stored.
   virtual bool Allows(const FileTransferItem&) { return true; }
+  // Asked for each item once all have come, before it takes the place of its destination. One that is not to do so is
+  // thrown away and not Stored.
+  virtual bool Replaces(const FileTransferList&, const FileTransferItem&) { return true; }
   // So many bytes more of the item have been handed to the connection, or stored.
   virtual void Moved(const FileTransferItem&, std::uint32_t) {}
 };

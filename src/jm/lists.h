@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "rpc/orpcerror.h"
 #include "rpc/wire.h"
 
 namespace tlm {
@@ -37,6 +38,24 @@ template <class Element>
 void Decode(ORpcIO& io, std::vector<Element>& list) {
   list.clear();
   for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) Decode(io, list.emplace_back());
+}
+
+// What a caller takes of a reply. Throws kMarshalError at the element after these: a server that goes on for ever would
+// fill its memory.
+inline constexpr std::size_t kLongestReplyList = 1'000'000;
+
+template <class Value>
+void DecodeReply(ORpcIO& io, Value& value) {
+  Decode(io, value);
+}
+
+template <class Element>
+void DecodeReply(ORpcIO& io, std::vector<Element>& list) {
+  list.clear();
+  for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) {
+    if (list.size() == kLongestReplyList) throw kMarshalError;
+    Decode(io, list.emplace_back());
+  }
 }
 
 }  // namespace tlm

@@ -10,6 +10,7 @@
 #include "rpc/callheader.h"
 #include "rpc/orpcclient.h"
 #include "rpc/orpcerror.h"
+#include "rpc/orpctrace.h"
 
 namespace tlm {
 
@@ -22,7 +23,7 @@ struct WireParameter {
                                    !std::is_const_v<std::remove_reference_t<Parameter>>;
   static Held& Pass(Held& held) { return held; }
   static void EncodeRequest(ORpcIO& io, const Held& value) { Encode(io, value); }
-  static void DecodeReply(ORpcIO& io, Held& value) { Decode(io, value); }
+  static void DecodeReply(ORpcIO& io, Held& value) { tlm::DecodeReply(io, value); }
 };
 
 template <class Value>
@@ -31,7 +32,7 @@ struct WireParameter<Out<Value>> {
   static constexpr bool kInRequest = false;
   static constexpr bool kInReply = true;
   static Out<Value> Pass(Held& held) { return {held}; }
-  static void DecodeReply(ORpcIO& io, const Out<Value>& value) { Decode(io, value.Ref); }
+  static void DecodeReply(ORpcIO& io, const Out<Value>& value) { tlm::DecodeReply(io, value.Ref); }
 };
 
 // What a server needs to answer one call.
@@ -42,7 +43,7 @@ struct ServedCall {
   const bool& Abandoned;      // the session was given up while the arguments were being read
 };
 
-// The one operation that both sides announce on standard output.
+// The one operation that both sides announce.
 inline constexpr auto kRequiredLevel = static_cast<std::uint32_t>(OperationNumber::RequiredLevel);
 
 template <std::uint32_t kNumber, bool kAwaited, class Result, class... Parameters>
@@ -50,7 +51,10 @@ struct OperationOf {
   // The stub's side.
   static Result Call(ORpcClient& client, Parameters... arguments) {
     if constexpr (kNumber == kRequiredLevel) {
-      std::printf("plmjm - QorJMClient::RequiredLevel - Sending %u %u %u\n", static_cast<unsigned>(arguments)...);
+      if (std::FILE* out = ORpcOutput()) {
+        std::fprintf(out, "plmjm - QorJMClient::RequiredLevel - Sending %u %u %u\n",
+                     static_cast<unsigned>(arguments)...);
+      }
     }
     ORpcIO& request = client.BeginCall(kNumber);
     (EncodeIfInRequest<Parameters>(request, arguments), ...);

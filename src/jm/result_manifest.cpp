@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -16,6 +17,8 @@ namespace {
 constexpr std::string_view kTag = "crc";
 constexpr std::string_view kVersion = "1";
 constexpr std::string_view kSeparators = ":;";
+constexpr std::string_view kPathSigns("/\\\0", 3);  // a name with one of them lies elsewhere
+constexpr std::int64_t kLargestSize = std::numeric_limits<std::uint32_t>::max();
 constexpr std::string_view kWhiteSpace = " \n\r\t\f\v";
 
 // A name in any encoding becomes one word of plain characters.
@@ -58,17 +61,20 @@ std::vector<std::string_view> Tokens(std::string_view word) {
   return tokens;
 }
 
-struct ManifestEntry {
-  std::string Name;
-  std::uint32_t Size;
-};
+template <class Number>
+Number NumberIn(std::string_view token) {
+  Number value = 0;
+  std::from_chars(token.data(), token.data() + token.size(), value);
+  return value;
+}
 
-std::optional<ManifestEntry> ParseEntry(std::string_view word) {
+std::optional<ManifestEntry> ParseEntry(const std::string& directory, std::string_view word) {
   const std::vector<std::string_view> tokens = Tokens(word);
   if (tokens.size() < 7 || tokens[0] != kTag || tokens[1] != kVersion) return std::nullopt;
-  std::int64_t size = 0;
-  std::from_chars(tokens[4].data(), tokens[4].data() + tokens[4].size(), size);
-  return ManifestEntry{NameOf(tokens[3]), static_cast<std::uint32_t>(size)};
+  const std::string name = NameOf(tokens[3]);
+  if (name.find_first_of(kPathSigns) != std::string::npos) return std::nullopt;
+  const auto size = std::min(NumberIn<std::int64_t>(tokens[4]), kLargestSize);
+  return ManifestEntry{directory + name, static_cast<std::uint32_t>(size), NumberIn<std::int64_t>(tokens[5])};
 }
 
 // As it has come so far: a transfer that was broken off leaves it under another name.
@@ -86,22 +92,26 @@ std::string ManifestLine(const MFile& file, std::uint32_t size, std::int64_t dat
   return line.str();
 }
 
-std::vector<std::string> CheckReceivedResults(const FileTransferList& received, bool all) {
-  std::vector<std::string> shortFiles;
-  if (platform::GetVariable("TSQOR_NO_RESULT_RECOVERY")) return shortFiles;
+std::vector<ManifestEntry> ReadManifest(const FileTransferList& received) {
+  std::vector<ManifestEntry> entries;
   const auto manifest = std::find_if(received.Items.begin(), received.Items.end(), [](const FileTransferItem& item) {
     return MFile(item.Destination).Extension() == ".crc";
   });
-  if (manifest == received.Items.end()) return shortFiles;
-
+  if (manifest == received.Items.end()) return entries;
   const std::string directory = MFile(manifest->Destination).DirectoryPart();
   std::istringstream words(platform::ReadWholeFile(ReceivedPath(manifest->Destination)).value_or(""));
   for (std::string word; words >> word;) {
-    const std::optional<ManifestEntry> entry = ParseEntry(word);
-    if (!entry) continue;
-    const std::string path = directory + entry->Name;
-    if (MFile(ReceivedPath(path)).Size() >= entry->Size) continue;
-    shortFiles.push_back(path);
+    if (auto entry = ParseEntry(directory, word)) entries.push_back(*std::move(entry));
+  }
+  return entries;
+}
+
+std::vector<std::string> CheckReceivedResults(const FileTransferList& received, bool all) {
+  std::vector<std::string> shortFiles;
+  if (platform::GetVariable("TSQOR_NO_RESULT_RECOVERY")) return shortFiles;
+  for (const ManifestEntry& entry : ReadManifest(received)) {
+    if (MFile(ReceivedPath(entry.Path)).Size() >= entry.Size) continue;
+    shortFiles.push_back(entry.Path);
     if (!all) break;
   }
   return shortFiles;

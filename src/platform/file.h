@@ -19,8 +19,11 @@ class File {
     Update     // made if missing; the content stays, writing begins at the start
   };
 
-  // Empty if the file cannot be opened so, or is a directory. Never waits, whatever the path names.
-  static std::optional<File> Open(const std::string& path, Mode mode);
+  enum class Links { Follow, Refuse };
+
+  // Empty if the file cannot be opened so, or is a directory, or a link if these are refused. Never waits, whatever the
+  // path names.
+  static std::optional<File> Open(const std::string& path, Mode mode, Links links = Links::Follow);
 
   File(File&& other) noexcept;
   File& operator=(File&& other) noexcept;
@@ -52,5 +55,9 @@ std::optional<std::string> ReadWholeFile(const std::string& path);
 // Puts a file with this content in the place of the one that stands there, at once: at any moment one of them is whole.
 // Until then the new one has the other path. False if it cannot be done; then the old one stays.
 bool ReplaceWholeFile(const std::string& path, const std::string& until, std::string_view content);
+
+// Opens those of the three standard streams that this process was started without: whatever it opened next would take
+// their place.
+void ReserveStandardStreams();
 
 }  // namespace tlm::platform

@@ -12,7 +12,7 @@ namespace tlm::platform {
 class FileLock {
  public:
   // Opens the file without locking it, makes it if it is missing and empties it if it is not. Empty if it cannot be
-  // opened for writing.
+  // opened for writing, or is a link, which may lead anywhere.
   static std::optional<FileLock> Open(const std::string& path);
 
   FileLock(FileLock&& other) noexcept;

@@ -42,8 +42,8 @@ bool Listen(Socket socket, int backlog);
 bool MakeNonBlocking(Socket socket);
 bool SetLinger(Socket socket, bool on, int seconds);
 void SendWithoutDelay(Socket socket);
-// Waits as long as the system does.
-bool Connect(Socket socket, SocketAddress peer);
+// Waits as long as the system does, or for no longer than the limit; then the socket is non-blocking.
+bool Connect(Socket socket, SocketAddress peer, std::optional<std::chrono::milliseconds> limit = {});
 // A new non-blocking socket, or a negative number.
 Socket AcceptSocket(Socket listener, SocketAddress& peer);
 bool ShutdownSocket(Socket socket);

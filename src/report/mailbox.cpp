@@ -31,6 +31,7 @@ std::optional<Message> Mailbox::Fetch() {
   changed_.wait(hold, [this] { return finished_ || !waiting_.Empty(); });
   if (waiting_.Empty()) return std::nullopt;
   sending_ = true;
+  sendingSince_ = std::chrono::steady_clock::now();
   return std::exchange(waiting_, Message());
 }
 
@@ -48,6 +49,11 @@ bool Mailbox::WaitUntilDelivered(std::chrono::milliseconds limit) {
 bool Mailbox::WaitUntilClosed(std::chrono::milliseconds limit) {
   std::unique_lock hold(lock_);
   return changed_.wait_for(hold, limit, [this] { return closed_; });
+}
+
+bool Mailbox::IsStuck(std::chrono::milliseconds limit) {
+  const std::lock_guard hold(lock_);
+  return sending_ && std::chrono::steady_clock::now() - sendingSince_ > limit;
 }
 
 bool Mailbox::AllDelivered() {

@@ -1,6 +1,7 @@
 // What is to be said to the job manager, on its way to the thread that says it.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -38,11 +39,15 @@ class Mailbox {
   std::optional<Message> Fetch();
   // The sender is no more.
   void Close();
+  // True for the first caller: it is the one that tells people that nobody answers.
+  bool MayComplain() { return !hasComplained_.exchange(true); }
 
   // True if everything was delivered, or nothing ever will be.
   bool WaitUntilDelivered(std::chrono::milliseconds limit);
   bool WaitUntilClosed(std::chrono::milliseconds limit);
   bool AllDelivered();
+  // True if what is being sent, or the attaching, has been on its way for longer.
+  bool IsStuck(std::chrono::milliseconds limit);
 
  private:
   bool NothingIsLeft() const { return waiting_.Empty() && !sending_; }
@@ -51,8 +56,10 @@ class Mailbox {
   std::condition_variable changed_;
   Message waiting_;
   bool sending_ = true;  // until the first Fetch: attaching counts
+  std::chrono::steady_clock::time_point sendingSince_ = std::chrono::steady_clock::now();
   bool finished_ = false;
   bool closed_ = false;
+  std::atomic<bool> hasComplained_ = false;  // needs no lock
 };
 
 }  // namespace tlm::report

@@ -53,6 +53,12 @@ class Caller {
   bool attached_ = false;
 };
 
+void ComplainOnce(Mailbox& mailbox) {
+  if (!mailbox.MayComplain()) return;
+  std::fprintf(stderr, "%s: no job manager to report to, going on without\n",
+               std::filesystem::path(platform::ExecutablePath()).filename().c_str());
+}
+
 void Serve(Mailbox& mailbox, std::int32_t jobProcess, Opening opening) {
   platform::LeaveSignalsToOtherThreads();
   try {
@@ -60,16 +66,16 @@ void Serve(Mailbox& mailbox, std::int32_t jobProcess, Opening opening) {
     while (const std::optional<Message> message = mailbox.Fetch()) caller.Say(*message);
   } catch (...) {
     // The calls fail with different kinds of exceptions, which all mean the same.
-    std::fprintf(stderr, "%s: no job manager to report to, going on without\n",
-                 std::filesystem::path(platform::ExecutablePath()).filename().c_str());
+    ComplainOnce(mailbox);
   }
   mailbox.Close();
 }
 
 }  // namespace
 
-Reporter::Reporter(std::int32_t jobProcess, Opening opening, std::optional<platform::StopEvent> stop)
-    : stop_(std::move(stop)) {
+Reporter::Reporter(std::int32_t jobProcess, Opening opening, std::optional<platform::StopEvent> stop,
+                   std::chrono::milliseconds patience)
+    : patience_(patience), stop_(std::move(stop)) {
   const bool started = platform::StartDetachedThread(
       [mailbox = mailbox_, jobProcess, opening] { Serve(*mailbox, jobProcess, opening); });
   if (!started) mailbox_->Close();
@@ -77,14 +83,19 @@ Reporter::Reporter(std::int32_t jobProcess, Opening opening, std::optional<platf
 
 bool Reporter::Deliver(const Message& message) {
   mailbox_->Put(message);
-  while (!mailbox_->WaitUntilDelivered(kStopInterval) && !StopRequested()) {
-  }
-  return mailbox_->AllDelivered();
+  return Await(&Mailbox::WaitUntilDelivered);
 }
 
 bool Reporter::Finish() {
   mailbox_->Finish();
-  while (!mailbox_->WaitUntilClosed(kStopInterval) && !StopRequested()) {
+  return Await(&Mailbox::WaitUntilClosed);
+}
+
+bool Reporter::Await(bool (Mailbox::*condition)(std::chrono::milliseconds)) {
+  while (!(*mailbox_.*condition)(kStopInterval) && !StopRequested()) {
+    if (!mailbox_->IsStuck(patience_)) continue;
+    ComplainOnce(*mailbox_);
+    break;
   }
   return mailbox_->AllDelivered();
 }

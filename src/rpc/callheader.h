@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "rpc/orpcerror.h"
 #include "rpc/wire.h"
 
 namespace tlm {
@@ -35,6 +36,12 @@ inline constexpr std::uint32_t kSuccess = 0;
 inline constexpr std::uint32_t kProgramUnavailable = 1;
 inline constexpr std::uint32_t kProcedureUnavailable = 3;
 inline constexpr std::uint32_t kSystemError = 5;
+
+// True if the other side has answered no, with one of the values that there are; false if the connection has failed.
+inline bool IsRefusal(const OrpcSocketError& error) {
+  return error.Number() >= static_cast<std::int32_t>(kProgramUnavailable) &&
+         error.Number() <= static_cast<std::int32_t>(kSystemError);
+}
 
 inline ORpcIO& Encode(ORpcIO& io, const CallHeader& header) {
   for (std::uint32_t word :

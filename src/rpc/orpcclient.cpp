@@ -1,6 +1,8 @@
 #include "rpc/orpcclient.h"
 
+#include <algorithm>
 #include <ctime>
+#include <vector>
 
 #include "rpc/orpcerror.h"
 #include "rpc/orpctrace.h"
@@ -22,7 +24,7 @@ void ORpcClient::Connect(std::uint32_t address, std::uint16_t port) {
   const platform::SocketAddress peer{address, port != 0 ? port : defaultPort_};
   const MAutoLock lock(lock_);
   MakeSocket();
-  if (!platform::Connect(socket_, peer)) {
+  if (!platform::Connect(socket_, peer, TimeLeft())) {
     RaiseSocketError("ORpcClient::Connect::connect", platform::LastSocketError());
   }
   ORpcTrace(2).Print("connect(%d, %s:%d)\n", socket_, platform::FormatAddress(peer.Address).c_str(), peer.Port);
@@ -38,33 +40,54 @@ void ORpcClient::Connect(std::uint32_t address, std::uint16_t port) {
 
 void ORpcClient::MakeSocket() {
   stream_.reset();  // it must not speak on a number that is closed, or somebody else's by now
-  if (socket_ != 0) platform::CloseSocket(socket_);
+  if (socket_ >= 0) platform::CloseSocket(socket_);
   const platform::Socket socket = platform::OpenTcpSocket();
   const int error = platform::LastSocketError();
-  socket_ = socket < 1 ? 0 : socket;
+  socket_ = socket;
   ORpcTrace(2).Print("socket(...)=%d\n", socket);
-  if (socket_ == 0) RaiseSocketError("ORpcClient::Connect::socket", error);
+  if (socket_ < 0) RaiseSocketError("ORpcClient::Connect::socket", error);
 }
 
 void ORpcClient::Disconnect() {
   const MAutoLock lock(lock_);
-  if (socket_ != 0) {
+  if (socket_ >= 0) {
     platform::ShutdownSocket(socket_);
     TracedClose(socket_);
   }
   state_ = State::Closed;
-  socket_ = 0;
+  socket_ = -1;
   stream_.reset();
 }
 
 void ORpcClient::Interrupt() {
   const MAutoLock lock(lock_);
-  if (socket_ != 0) platform::ShutdownSocket(socket_);
+  if (socket_ >= 0) platform::ShutdownSocket(socket_);
 }
 
 void ORpcClient::NoticeLoss() {
   const MAutoLock lock(lock_);
   platform::NoticeLoss(socket_);
+}
+
+void ORpcClient::GiveUpAt(std::optional<std::chrono::steady_clock::time_point> time) {
+  const MAutoLock lock(lock_);
+  giveUpAt_ = time;
+}
+
+std::optional<std::chrono::milliseconds> ORpcClient::TimeLeft() const {
+  using std::chrono::milliseconds;
+  if (!giveUpAt_) return std::nullopt;
+  const auto left = std::chrono::ceil<milliseconds>(*giveUpAt_ - std::chrono::steady_clock::now());
+  return std::max(left, milliseconds(0));
+}
+
+void ORpcClient::AwaitReply() {
+  const auto left = TimeLeft();
+  if (!left) return;
+  std::vector<platform::Socket> sockets{socket_};
+  if (platform::WaitForSockets(&sockets, nullptr, left) == 0) {
+    RaiseSocketError("ORpcClient::EndCall", platform::kTimedOut);
+  }
 }
 
 ORpcIO& ORpcClient::BeginCall(std::uint32_t procedure) {
@@ -105,6 +128,7 @@ ORpcIO& ORpcClient::EndCall() {
   const MAutoLock lock(lock_);
   if (!stream_) throw OrpcSocketError(platform::kNotConnected);
   state_ = State::Waiting;
+  AwaitReply();
   ReadReplies();
   state_ = State::Idle;
   if (lastReply_.ReplyStat != 0) RaiseSocketError("lReplyHdr.ReplyStat", static_cast<int>(lastReply_.ReplyStat));

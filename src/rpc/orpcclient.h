@@ -3,8 +3,10 @@
 // results. A one-way call ends at the flush; its reply is consumed later. Nothing here reconnects by itself.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "rpc/callheader.h"
@@ -24,8 +26,8 @@ class ORpcClient {
   ORpcClient(const ORpcClient&) = delete;
   ORpcClient& operator=(const ORpcClient&) = delete;
 
-  // Closes an earlier connection first. Port 0 means the default port. Takes as long as the system lets it. Raises
-  // OrpcSocketError.
+  // Closes an earlier connection first. Port 0 means the default port. Takes as long as the system lets it, unless
+  // GiveUpAt says else. Raises OrpcSocketError.
   void Connect(const std::string& host, std::uint16_t port) EXCLUDES(lock_);
   void Connect(std::uint32_t address, std::uint16_t port) EXCLUDES(lock_);  // IPv4, network order
   void Disconnect();
@@ -35,6 +37,10 @@ class ORpcClient {
 
   // From now on a peer whose machine has gone is noticed within a minute, also by a call that waits for its reply.
   void NoticeLoss();
+
+  // Until it is called again: what waits for the other side, Connect or a call whose reply has not begun to come,
+  // raises OrpcSocketError with kTimedOut then. Without a time it goes on waiting.
+  void GiveUpAt(std::optional<std::chrono::steady_clock::time_point> time);
 
   // The stream, to be written. Raises OrpcSocketError, also when there is no connection.
   ORpcIO& BeginCall(std::uint32_t procedure);
@@ -49,14 +55,17 @@ class ORpcClient {
  private:
   void MakeSocket() REQUIRES(lock_);
   void ReadReplies() REQUIRES(lock_);
+  std::optional<std::chrono::milliseconds> TimeLeft() const REQUIRES(lock_);
+  void AwaitReply() REQUIRES(lock_);
 
-  platform::Socket socket_ = 0;  // 0 when there is none
+  platform::Socket socket_ = -1;  // negative when there is none
   std::unique_ptr<ORpcIO> stream_;
   CallHeader callHeader_;
   std::uint16_t defaultPort_;
   State state_ = State::Closed;
   std::int32_t outstanding_ = 0;  // calls sent whose reply header has not been read
   ReplyHeader lastReply_;
+  std::optional<std::chrono::steady_clock::time_point> giveUpAt_;
   MMutex lock_;
 };
 

@@ -7,8 +7,9 @@
 
 namespace tlm {
 
-// A failed connection. The number is the system's socket error, or the status of a refused call (1, 3 or 5); the words
-// have gone to the trace before it was thrown.
+// A failed connection. The number is the system's socket error, or the status of a refused call: 1, 3 or 5 of a job
+// manager, 1 to 5 of others, anything of what does not keep to the rules. The words have gone to the trace before it
+// was thrown.
 class OrpcSocketError {
  public:
   explicit OrpcSocketError(std::int32_t number) : number_(number) {}

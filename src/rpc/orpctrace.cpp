@@ -1,7 +1,7 @@
 #include "rpc/orpctrace.h"
 
+#include <atomic>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -17,6 +17,15 @@ struct TraceSettings {
   int Level = 0;
   std::optional<std::string> File;
 };
+
+struct Output {
+  std::atomic<std::FILE*> Stream = stdout;
+};
+
+Output& TheOutput() {
+  static Output& output = MakeImmortal<Output>();
+  return output;
+}
 
 const TraceSettings& Settings() {
   static const TraceSettings& settings = []() -> TraceSettings& {
@@ -55,13 +64,18 @@ auto WithResultTraced(Operation operation) {
 
 }  // namespace
 
+std::FILE* ORpcOutput() { return TheOutput().Stream; }
+
+void SetORpcOutput(std::FILE* output) { TheOutput().Stream = output; }
+
 bool ORpcTrace::IsOn() const { return level_ <= Settings().Level; }
 
 void ORpcTrace::Print(const char* format, ...) const {
   if (!IsOn()) return;
   const std::optional<std::string>& name = Settings().File;
   std::FILE* file = name ? std::fopen(name->c_str(), "ae") : nullptr;
-  std::FILE* out = file ? file : stdout;
+  std::FILE* out = file ? file : ORpcOutput();
+  if (!out) return;
   if (sourceName_) std::fprintf(out, "%s(%d): ", BaseName(sourceName_), line_);
   std::va_list arguments;
   va_start(arguments, format);

@@ -1,9 +1,10 @@
 // The trace of the remote-call layer: level 1 shows failures, 2 all socket traffic, 3 a little more. ORPC_TRACE sets
-// the level, ORPC_TRACE_FILE a file to append to in place of standard output; both are read at the first print.
+// the level, ORPC_TRACE_FILE a file to append to in place of the layer's output; both are read at the first print.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,11 @@
 #include "rpc/tracesite.h"
 
 namespace tlm {
+
+// Where the lines go that this layer and those above it print by themselves: standard output until it is set. Null if
+// they go nowhere, for a library in somebody else's program. Any thread may call.
+std::FILE* ORpcOutput();
+void SetORpcOutput(std::FILE* output);
 
 // One trace site. Prints nothing while its level is above the trace level.
 class ORpcTrace {

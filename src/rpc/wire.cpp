@@ -1,8 +1,7 @@
 #include "rpc/wire.h"
 
-#include <cstdio>
-
 #include "rpc/orpcerror.h"
+#include "rpc/orpctrace.h"
 
 namespace tlm {
 
@@ -53,7 +52,9 @@ void Decode(ORpcIO& io, bool& value) { value = Decoded<std::uint32_t>(io) != 0; 
 void Decode(ORpcIO& io, std::string& value) {
   const auto length = Decoded<std::uint32_t>(io);
   if (length > kMaxStringLength) {
-    std::printf("ERROR: string size is %d bytes\n", static_cast<int>(length));
+    if (std::FILE* out = ORpcOutput()) {
+      std::fprintf(out, "ERROR: string size is %d bytes\n", static_cast<int>(length));
+    }
     throw kMarshalError;
   }
   if (io.Offer(length) < length) throw kMarshalError;

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "libtsenv/runtime_identity.h"
+#include "platform/file.h"
 #include "platform/limits.h"
 #include "platform/signals.h"
 #include "shell/commands.h"
@@ -13,6 +14,7 @@
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  tlm::platform::ReserveStandardStreams();
   tlm::platform::LetWritesFail();
   tlm::platform::RaiseDescriptorLimit();
 

@@ -1,12 +1,13 @@
 #include <chrono>
 #include <iostream>
 
-#include "platform/thread.h"
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/console.h"
 #include "tlmctl/job_counts.h"
 #include "tlmctl/known_jobs.h"
+#include "tlmctl/polling.h"
+#include "tlmctl/status_line.h"
 
 namespace tlm::ctl {
 
@@ -18,12 +19,19 @@ constexpr std::chrono::seconds kPatience{5};
 
 // What the server has left, once nothing of it runs or the patience has come to an end.
 JobCounts AwaitEnds(QorJMClient& client) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (true) {
-    const JobCounts counts = CountJobs(FetchAllKnownJobs(client));
-    if (counts.Running + counts.Waiting == 0 || std::chrono::steady_clock::now() >= end) return counts;
-    platform::Sleep(kPollInterval);
-  }
+  JobCounts left;
+  const auto haveEnded = [&] {
+    left = CountJobs(FetchAllKnownJobs(client));
+    return left.Running + left.Waiting == 0;
+  };
+  (void)WaitUntil(haveEnded, kPollInterval, kPatience);
+  return left;
+}
+
+void EndAll(QorJMClient& client, const Settings& settings, std::size_t running) {
+  StatusLine line(settings);
+  if (running > 0) line.Show("ending " + JobsText(running) + "; a program that is asked to end has 10 seconds for it");
+  client.AbortAllJobs();
 }
 
 int AbortAll(const Settings& settings) {
@@ -33,7 +41,7 @@ int AbortAll(const Settings& settings) {
   RequireConsent(settings, "End all that runs (" + JobsText(before.Running) + ") and waits (" +
                                JobsText(before.Waiting) + ") on " + AddressOf(settings).Text() +
                                ", of all clients, and drop what has succeeded?");
-  client.AbortAllJobs();
+  EndAll(client, settings, before.Running);
   const JobCounts left = AwaitEnds(client);
   if (settings.Json) {
     PrintJson({{"were_running", before.Running},
@@ -56,7 +64,9 @@ void AddAbortAll(Program& program) {
                       .Description = "End every job of every client",
                       .Examples = {{"abort-all", "asks first"}, {"--yes abort-all", "does not"}},
                       .Operations = {"AbortAllJobs", "ListJobs", "GetJob"},
-                      .Details = "Jobs that have failed stay on the server until 'tlmctl release'."},
+                      .Details = "Jobs that have failed stay on the server until 'tlmctl release'. Programs that have "
+                                 "attached are asked to end,\n"
+                                 "one after the other, and made to after 10 seconds."},
                      AbortAll);
 }
 

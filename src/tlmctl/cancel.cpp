@@ -80,20 +80,27 @@ void Tell(const Settings& settings, const Victim& victim, bool hadEnded) {
   }
 }
 
-int Cancel(const Settings& settings, const std::vector<std::string>& words) {
-  QorJMClient client;
-  Connect(client, settings);
-  int code = kGood;
+// Those that the words name. What goes wrong with one is told; the others are cancelled all the same.
+std::vector<Victim> FindVictims(QorJMClient& client, const Settings& settings, const std::vector<std::string>& words,
+                                int& code) {
   std::vector<Victim> victims;
   for (const std::string& word : words) {
     try {
       KnownJob job = FindJob(client, settings, word);
       if (!Holds(victims, job.Handle)) victims.push_back({std::move(job)});
-    } catch (const Failure& failure) {  // the others are cancelled all the same
+    } catch (const Failure& failure) {
       PrintFailure(settings, failure);
       code = failure.Code;
     }
   }
+  return victims;
+}
+
+int Cancel(const Settings& settings, const std::vector<std::string>& words) {
+  QorJMClient client;
+  Connect(client, settings);
+  int code = kGood;
+  std::vector<Victim> victims = FindVictims(client, settings, words, code);
   if (victims.empty()) return code;
   AddFollowers(client, victims);
   RequireConsent(settings, Question(victims));
@@ -121,14 +128,14 @@ void AddCancel(Program& program) {
        .Description = "End jobs, and those that wait for them; take finished ones off the server",
        .Examples = {{"cancel 4", "asks, if there is a terminal to ask at"},
                     {"cancel --yes 4 8", "does not"},
-                    {"list --mine -q --state queued | xargs tlmctl cancel", "all of mine that wait"}},
+                    {"list --mine -q --state queued | xargs -r tlmctl cancel", "all of mine that wait"}},
        .Operations = {"RemoveJob", "GetJob", "ListJobs"},
        .Details =
            "A job's program is asked to end, and made to after 10 seconds; one that does not know how to be asked\n"
            "is ended at once. Results of a finished job that were not fetched go with it if it ran in a\n"
            "directory of the server."},
       [jobs](const Settings& settings) { return Cancel(settings, *jobs); });
-  command.add_option("JOB", *jobs, "Handle, @ID or last")->required()->type_name(kJobValue);
+  command.add_option("JOB", *jobs, kJobHelp)->required()->type_name(kJobValue);
 }
 
 }  // namespace tlm::ctl

@@ -3,35 +3,13 @@
 namespace tlm::ctl {
 
 void AddCommands(Program& program) {
-  AddRun(program);
-  AddSubmit(program);
-  AddResults(program);
-  AddResubmit(program);
-  AddList(program);
-  AddShow(program);
-  AddWhy(program);
-  AddWatch(program);
-  AddOutput(program);
-  AddWait(program);
-  AddCancel(program);
-  AddHistory(program);
-  AddLast(program);
-  AddReport(program);
-  AddPing(program);
-  AddDoctor(program);
-  AddRelease(program);
-  AddPriority(program);
-  AddQueue(program);
-  AddPool(program);
-  AddLoadLimit(program);
-  AddTempRoot(program);
-  AddEnv(program);
-  AddFiles(program);
-  AddAbortAll(program);
-  AddShutdown(program);
-  AddCompletion(program);
-  AddComplete(program);
-  AddManual(program);
+  static constexpr void (*kAll[])(Program&) = {
+      AddRun,      AddSubmit,   AddResults,    AddResubmit, AddList,      AddShow,     AddWhy,  AddWatch,
+      AddOutput,   AddWait,     AddCancel,     AddHistory,  AddLast,      AddReport,   AddPing, AddDoctor,
+      AddRelease,  AddPriority, AddQueue,      AddPool,     AddLoadLimit, AddTempRoot, AddEnv,  AddFiles,
+      AddAbortAll, AddShutdown, AddCompletion, AddComplete, AddManual,
+  };
+  for (const auto add : kAll) add(program);
 }
 
 }  // namespace tlm::ctl

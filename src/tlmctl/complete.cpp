@@ -85,7 +85,8 @@ std::vector<Candidate> Jobs(const Settings& settings, const std::string& server)
   Settings reach = settings;
   if (!server.empty()) reach.Server = server;
   const Inquiry<std::vector<KnownJob>> inquiry([reach](QorJMClient& client) {
-    Connect(client, reach);
+    Connect(client, reach, kPatience);
+    client.GiveUpAt(std::chrono::steady_clock::now() + kPatience);
     return FetchAllKnownJobs(client);
   });
   std::vector<Candidate> candidates;
@@ -94,6 +95,7 @@ std::vector<Candidate> Jobs(const Settings& settings, const std::string& server)
     candidates.push_back(
         {std::to_string(job.Handle), Printable(job.State.AnalysisID) + ", " + StatusText(job.State.Status)});
   }
+  candidates.push_back({"last", "the latest that was submitted from here"});
   return candidates;
 }
 

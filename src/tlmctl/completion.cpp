@@ -98,9 +98,9 @@ void AddCompletion(Program& program) {
   CLI::App& command = program.AddCommand(
       {.Name = "completion",
        .Description = "Print what makes a shell complete the words of tlmctl",
-       .Examples = {{"completion bash >~/.local/share/bash-completion/completions/tlmctl", "for bash"},
-                    {"completion zsh >~/.zfunc/_tlmctl", "for zsh, if ~/.zfunc is in fpath"},
-                    {"completion fish >~/.config/fish/completions/tlmctl.fish", "for fish"}},
+       .Examples = {{"completion bash >>~/.bashrc", "for bash, in each new shell"},
+                    {"completion zsh >>~/.zshrc", "for zsh, behind compinit"},
+                    {"completion fish >>~/.config/fish/config.fish", "for fish"}},
        .Operations = {},
        .Details =
            "The package brings it along. Candidates are asked for at each key: commands, options, files, and the\n"

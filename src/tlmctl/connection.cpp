@@ -1,12 +1,17 @@
 #include "tlmctl/connection.h"
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
+#include "libtsenv/runtime_identity.h"
+#include "platform/socket.h"
 #include "platform/thread.h"
+#include "rpc/callheader.h"
 #include "rpc/orpcerror.h"
 #include "rpc/orpctrace.h"
 #include "tlmctl/exit_code.h"
+#include "tlmctl/interrupt.h"
 
 namespace tlm::ctl {
 
@@ -15,6 +20,7 @@ namespace {
 constexpr std::uint32_t kNoCallback = 0;
 constexpr char kThisMachine[] = "127.0.0.1";
 constexpr std::chrono::milliseconds kRetryInterval{500};
+constexpr std::chrono::seconds kUsualPatience{10};
 
 std::uint16_t PortOf(const std::string& text, const std::string& server) {
   std::uint16_t port = 0;
@@ -27,11 +33,18 @@ std::uint32_t Resolve(const std::string& host) {
   try {
     return ORpcResolveName(host);
   } catch (const OrpcSocketError&) {
-    throw Failure{kUnreachable, "no address is known for the host " + host, "check the name behind --server"};
+    throw Failure{kUnreachable, "no address is known for the host " + host,
+                  "check the name: servers have IPv4 addresses"};
   }
 }
 
-void TryToConnect(QorJMClient& client, const ServerAddress& server) {
+std::string IsItRunning(std::uint32_t address) {
+  const std::string unit =
+      platform::IsOwnAddress(address) ? " (systemctl status " + Identity().RUNTIME_JM_SHORT_NAME + ')' : "";
+  return "is it running" + unit + "? Another one is named with --server or TLM_SERVER";
+}
+
+void OpenConnection(QorJMClient& client, const ServerAddress& server) {
   const std::uint32_t address = Resolve(server.Host);
   try {
     client.Connect(address, server.Port);
@@ -39,13 +52,36 @@ void TryToConnect(QorJMClient& client, const ServerAddress& server) {
   } catch (const OrpcSocketError& error) {
     throw Failure{kUnreachable,
                   "cannot reach the server at " + server.Text() + ": " + std::system_category().message(error.Number()),
-                  "is it running (systemctl status tlmjm2010)? Another one is named with --server or TLM_SERVER"};
+                  IsItRunning(address)};
+  }
+}
+
+// Whatever takes connections at the port might be listening.
+void AwaitFirstAnswer(QorJMClient& client, const ServerAddress& server) {
+  constexpr char kHint[] = "is it a job manager that listens at that port?";
+  try {
+    MeasureNullCall(client);
+  } catch (const OrpcSocketError& error) {
+    if (IsRefusal(error)) throw;
+    if (error.Number() == platform::kTimedOut) {
+      throw Failure{
+          kUnreachable, server.Text() + " accepts connections, and does not answer",
+          "a server that is busy with a long transfer answers late: try again, or wait with --wait-server 5m"};
+    }
+    throw Failure{kUnreachable, server.Text() + " accepts connections, and does not answer as a job manager does",
+                  kHint};
+  } catch (int) {
+    throw Failure{kUnreachable, server.Text() + " accepts connections, and ends them or sends what cannot be read",
+                  kHint};
   }
 }
 
 }  // namespace
 
 ServerAddress AddressOf(const Settings& settings) {
+  if (std::count(settings.Server.begin(), settings.Server.end(), ':') > 1) {
+    throw Failure{kUsage, settings.Server + " is no server", "servers are reached by IPv4 only, as in 127.0.0.1:20317"};
+  }
   const std::size_t colon = settings.Server.rfind(':');
   ServerAddress server{settings.Server.substr(0, colon), 0};
   server.Port =
@@ -54,18 +90,24 @@ ServerAddress AddressOf(const Settings& settings) {
   return server;
 }
 
-void Connect(QorJMClient& client, const Settings& settings) {
+void Connect(QorJMClient& client, const Settings& settings, std::chrono::seconds patience) {
   const ServerAddress server = AddressOf(settings);
   const auto end = std::chrono::steady_clock::now() + settings.WaitServer;
+  client.GiveUpAt(end + patience);
   while (true) {
     try {
-      return TryToConnect(client, server);
+      OpenConnection(client, server);
+      AwaitFirstAnswer(client, server);
+      return client.GiveUpAt({});
     } catch (const Failure&) {
       if (std::chrono::steady_clock::now() >= end) throw;
     }
+    EndIfInterrupted();
     platform::Sleep(kRetryInterval);
   }
 }
+
+void Connect(QorJMClient& client, const Settings& settings) { Connect(client, settings, kUsualPatience); }
 
 bool SayHello(QorJMClient& client, const Settings& settings) {
   return client.Hello(settings.Release, settings.ClientHost, kNoCallback);

@@ -1,6 +1,7 @@
 // Reaching a server.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -18,8 +19,10 @@ struct ServerAddress {
 // Throws Failure if the setting names no server.
 ServerAddress AddressOf(const Settings& settings);
 
-// Throws Failure if the server cannot be reached within the time that the settings give.
+// Throws Failure if the server cannot be reached within the time that the settings give, or does not answer a first
+// call within the patience beyond it, else 10 seconds.
 void Connect(QorJMClient& client, const Settings& settings);
+void Connect(QorJMClient& client, const Settings& settings, std::chrono::seconds patience);
 
 // Says who is calling; without that the server gives neither jobs nor output. True if the server has programs of the
 // release that the settings name, so that it takes jobs.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <numeric>
 
 #include "platform/environment.h"
 #include "platform/terminal.h"
@@ -11,10 +10,16 @@ namespace tlm::ctl {
 
 namespace {
 
-constexpr std::size_t kGap = 2;
-constexpr std::size_t kNarrowestColumn = 8;
+bool IsControl(char c) { return (c >= 0 && c < ' ') || c == 0x7F; }
 
-bool ContinuesCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+// Those from U+0080 to U+009F, in UTF-8.
+bool IsLongControl(char first, char second) {
+  return first == '\xC2' && static_cast<unsigned char>(second) >= 0x80 && static_cast<unsigned char>(second) < 0xA0;
+}
+
+bool CanAnswer(const Settings& settings) {
+  return !settings.Yes && platform::IsTerminal(platform::StandardStream::Input);
+}
 
 const char* CodeOf(Colour colour) {
   switch (colour) {
@@ -52,13 +57,15 @@ const char* NameOf(ExitCode code) {
 
 void PrintJson(const Json& fields) { std::cout << LineOf(fields) << std::flush; }
 
+void Say(const std::string& text) { std::cout << Printable(text) << '\n'; }
+
 void Note(const Settings& settings, const std::string& text) {
   if (settings.Quiet) return;
   std::cout.flush();
   if (settings.Json) {
     std::cerr << LineOf({{"note", text}});
   } else {
-    std::cerr << "tlmctl: " << text << '\n';
+    std::cerr << "tlmctl: " << Printable(text) << '\n';
   }
 }
 
@@ -72,98 +79,52 @@ void PrintFailure(const Settings& settings, const Failure& failure) {
                            {"hint", failure.Hint}}}});
     return;
   }
-  std::cerr << "tlmctl: " << failure.Text << '\n';
-  if (!failure.Hint.empty()) std::cerr << "  " << failure.Hint << '\n';
+  std::cerr << "tlmctl: " << Printable(failure.Text) << '\n';
+  if (!failure.Hint.empty()) std::cerr << "  " << Printable(failure.Hint) << '\n';
+}
+
+bool CanDraw() {
+  return platform::IsTerminal(platform::StandardStream::Output) &&
+         platform::GetVariable("TERM").value_or("dumb") != "dumb";
 }
 
 std::string Coloured(const std::string& text, Colour colour) {
-  static const bool wanted = platform::IsTerminal(stdout) && platform::GetVariable("NO_COLOR").value_or("").empty() &&
-                             platform::GetVariable("TERM").value_or("dumb") != "dumb";
+  static const bool wanted = CanDraw() && platform::GetVariable("NO_COLOR").value_or("").empty();
   if (!wanted || colour == Colour::None) return text;
   return std::string("\033[") + CodeOf(colour) + 'm' + text + "\033[0m";
 }
 
 std::string Printable(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; }, '?');
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (IsControl(text[i])) text[i] = '?';
+    if (i > 0 && IsLongControl(text[i - 1], text[i])) text.replace(--i, 2, "?");
+  }
   return text;
 }
 
-std::size_t DisplayWidth(const std::string& text) {
-  return text.size() - static_cast<std::size_t>(std::count_if(text.begin(), text.end(), ContinuesCharacter));
-}
-
-std::string CutToWidth(const std::string& text, std::size_t width) {
-  if (DisplayWidth(text) <= width) return text;
-  std::size_t end = 0;
-  for (std::size_t shown = 0; shown + 1 < width; ++shown) {
-    ++end;
-    while (end < text.size() && ContinuesCharacter(text[end])) ++end;
-  }
-  return text.substr(0, end) + '~';
-}
-
 bool MayAsk(const Settings& settings) {
-  return !settings.Yes && platform::IsTerminal(stdin) && platform::IsTerminal(stderr);
+  return CanAnswer(settings) && platform::IsTerminal(platform::StandardStream::Error);
+}
+
+std::string Ask(const std::string& question) {
+  const std::string text = Printable(question) + ' ';
+  if (platform::IsTerminal(platform::StandardStream::Error) || !platform::ShowAtKeyboard(text)) {
+    std::cerr << text << std::flush;
+  }
+  std::string answer;
+  std::getline(std::cin, answer);
+  std::cin.clear();
+  return answer;
 }
 
 bool Confirm(const Settings& settings, const std::string& question) {
-  if (!MayAsk(settings)) return true;
-  std::cerr << question << " [y/N] " << std::flush;
-  std::string answer;
-  std::getline(std::cin, answer);
+  if (!CanAnswer(settings)) return true;
+  const std::string answer = Ask(question + " [y/N]");
   return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 void RequireConsent(const Settings& settings, const std::string& question) {
   if (!Confirm(settings, question)) throw Failure{kRefused, "nothing was done"};
-}
-
-Table::Table(std::vector<std::string> titles) {
-  std::vector<Cell> row;
-  for (std::string& title : titles) row.push_back({std::move(title), Colour::Dim});
-  rows_.push_back(std::move(row));
-}
-
-void Table::Add(std::vector<Cell> row) {
-  for (Cell& cell : row) cell.Text = Printable(std::move(cell.Text));
-  rows_.push_back(std::move(row));
-}
-
-std::vector<std::size_t> Table::Widths() const {
-  std::vector<std::size_t> widths(rows_.front().size());
-  for (const auto& row : rows_) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], DisplayWidth(row[i].Text));
-  }
-  const auto room = platform::TerminalWidth(stdout);
-  if (!room) return widths;
-  const std::size_t gaps = kGap * (widths.size() - 1);
-  while (std::accumulate(widths.begin(), widths.end(), gaps) > static_cast<std::size_t>(*room)) {
-    const auto widest = std::max_element(widths.begin(), widths.end());
-    if (*widest <= kNarrowestColumn) break;
-    --*widest;
-  }
-  return widths;
-}
-
-std::vector<std::string> Table::Lines() const {
-  const std::vector<std::size_t> widths = Widths();
-  std::vector<std::string> lines;
-  for (const auto& row : rows_) {
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      const std::string text = CutToWidth(row[i].Text, widths[i]);
-      line += Coloured(text, row[i].Tint);
-      if (i + 1 < row.size()) line.append(widths[i] + kGap - DisplayWidth(text), ' ');
-    }
-    lines.push_back(std::move(line));
-  }
-  return lines;
-}
-
-void Table::Print() const {
-  for (const std::string& line : Lines()) std::cout << line << '\n';
-  std::cout.flush();
 }
 
 }  // namespace tlm::ctl

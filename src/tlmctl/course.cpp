@@ -2,11 +2,11 @@
 
 #include <chrono>
 #include <iostream>
-#include <limits>
+#include <map>
 
+#include "platform/terminal.h"
 #include "platform/thread.h"
 #include "tlmctl/console.h"
-#include "tlmctl/download.h"
 #include "tlmctl/interrupt.h"
 #include "tlmctl/job_json.h"
 #include "tlmctl/texts.h"
@@ -16,21 +16,35 @@ namespace tlm::ctl {
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval{250};
-constexpr std::chrono::seconds kOwnershipPatience{90};
+constexpr std::chrono::seconds kFetchPause{10};  // after a fetch that failed
+constexpr int kMostPieces = 8;
 constexpr int kBarWidth = 30;
 constexpr char kManifestSuffix[] = ".crc";  // no result of anybody's
 
 }  // namespace
 
 Course::Course(Link& link, const Settings& settings, const LedgerEntry& entry, const CourseOptions& options)
-    : link_(link), settings_(settings), job_{entry.Handle, {}, entry}, options_(options), line_(settings) {
+    : link_(link),
+      settings_(settings),
+      job_{entry.Handle, {}, entry},
+      options_(options),
+      line_(settings),
+      output_(settings, entry.Handle) {
   job_.State.AnalysisID = entry.Name;
 }
 
 int Course::Follow() {
-  while (!Look()) {
-    if (TakeInterrupt() && LeavesOnInterrupt()) return Leave();
-    platform::Sleep(kPollInterval);
+  SetLastWords([this] { Leave(); });
+  for (bool isOver = false; !isOver;) {
+    try {
+      isOver = Look();
+      if (isOver) break;
+      EndIfInterrupted();
+      platform::Sleep(kPollInterval);
+    } catch (const Failure& failure) {
+      if (failure.Code != kInterrupted) throw;
+      if (LeavesOnInterrupt()) return Leave();
+    }
   }
   line_.Clear();
   return vanished_ ? TellVanished(removed_) : End();
@@ -46,24 +60,13 @@ bool Course::Look() {
       return true;
     }
     job_.State = *std::move(task);
-    // After a loss the server may still believe in the former connection, and gives nothing to this one.
-    const bool owned = client.TakeOwnership(job_.Handle);
-    if (owned) refusedSince_.reset();
-    PassOutput(client);
+    const bool isOwner = ownership_.Take(client, job_.Handle);
+    const bool hasEnded = HasEnded(job_.State);
+    PassOutput(client, hasEnded);
     ShowState();
-    const bool ended = HasEnded(job_.State);
-    if (ended) PassOutput(client);  // what came since; a finished job goes with its last results, and its output too
-    PassResults(client);
-    return ended && (owned || IsRefusedForGood());
+    if (isOwner) PassResults(client, hasEnded);
+    return hasEnded && (isOwner || ownership_.IsRefusedForGood());
   });
-}
-
-bool Course::IsRefusedForGood() {
-  const auto now = std::chrono::steady_clock::now();
-  if (!refusedSince_) refusedSince_ = now;
-  if (now - *refusedSince_ < kOwnershipPatience) return false;
-  Note(settings_, Subject(job_.Handle, job_.State) + " belongs to another client by now, which has its results");
-  return true;
 }
 
 void Course::ShowState() {
@@ -78,13 +81,11 @@ void Course::ShowState() {
              StatusText(job_.State.Status) + "  " + ElapsedText(job_.State));
 }
 
-void Course::PassOutput(QorJMClient& client) {
-  while (options_.ShowOutput) {
-    std::string text;
-    client.ReadOutput(job_.Handle, offset_, text);
-    const bool fits = text.size() <= std::numeric_limits<std::uint32_t>::max() - offset_;
-    if (text.empty() || !fits) return;
-    offset_ += static_cast<std::uint32_t>(text.size());
+void Course::PassOutput(QorJMClient& client, bool isLast) {
+  // A program may write faster than this reads, and its state is to be looked at, too.
+  for (int pieces = 0; options_.ShowOutput && !output_.IsAtLimit() && (isLast || pieces < kMostPieces); ++pieces) {
+    const std::string text = output_.Next(client, isLast);
+    if (text.empty()) return;
     line_.Clear();
     if (settings_.Json) {
       PrintJson({{"event", "output"}, {"handle", job_.Handle}, {"text", text}});
@@ -95,9 +96,25 @@ void Course::PassOutput(QorJMClient& client) {
   }
 }
 
-void Course::PassResults(QorJMClient& client) {
+void Course::PassResults(QorJMClient& client, bool isLast) {
+  const auto now = std::chrono::steady_clock::now();
   if (!options_.FetchResults || (job_.State.ResultFlags & kResultsAvailable) == 0) return;
-  const auto files = FetchResults(client, settings_, job_.Handle, job_.Entry->Directory);
+  if (!isLast && now < nextFetch_) return;
+  try {
+    TellResults(FetchResults(client, settings_, job_, job_.Entry->Directory));
+    fetchFailure_.reset();
+    delivered_ = isLast;
+    AwaitArrival(client);
+  } catch (const Failure& failure) {
+    if (failure.Code == kInterrupted) throw;
+    line_.Clear();
+    if (!isLast && !fetchFailure_) Note(settings_, failure.Text + ", for now");
+    fetchFailure_ = failure;
+    nextFetch_ = now + kFetchPause;
+  }
+}
+
+void Course::TellResults(const std::vector<ReceivedFile>& files) {
   if (files.empty()) return;
   line_.Clear();
   if (settings_.Json) PrintJson({{"event", "results"}, {"handle", job_.Handle}, {"files", ToJson(files)}});
@@ -110,38 +127,57 @@ void Course::PassResults(QorJMClient& client) {
 
 bool Course::LeavesOnInterrupt() {
   line_.Clear();
-  OnInterrupt answer = options_.Interrupted;
-  if (answer == OnInterrupt::Ask && MayAsk(settings_)) {
-    std::cerr << Subject(job_.Handle, job_.State)
-              << " has not ended. [l]eave it running, [r]emove it, or [c]ontinue here? " << std::flush;
-    std::string word;
-    std::getline(std::cin, word);
-    std::cin.clear();
-    if (word.starts_with('c')) return false;
-    if (word.starts_with('r')) answer = OnInterrupt::Remove;
-  }
+  const OnInterrupt answer =
+      options_.Interrupted == OnInterrupt::Ask && MayAsk(settings_) ? AskWhatBecomes() : options_.Interrupted;
+  if (answer == OnInterrupt::Continue) return false;
   if (answer != OnInterrupt::Remove) return true;
   link_.Persist([this](QorJMClient& client) { return client.RemoveJob(job_.Handle); });
   Note(settings_, Subject(job_.Handle, job_.State) + " is being removed");
   return false;  // its end is awaited
 }
 
-int Course::Leave() {
+OnInterrupt Course::AskWhatBecomes() const {
+  static const std::map<char, OnInterrupt> kAnswers{
+      {'l', OnInterrupt::Leave}, {'r', OnInterrupt::Remove}, {'c', OnInterrupt::Continue}};
+  platform::KeyInput keys;
+  std::cerr << Printable(Subject(job_.Handle, job_.State))
+            << " has not ended. [l]eave it running, [r]emove it, or [c]ontinue here? " << std::flush;
+  while (!TakeInterrupt()) {
+    const auto key = keys.Wait(kPollInterval);
+    const auto answer = kAnswers.find(key.value_or('\0'));
+    if (answer == kAnswers.end()) continue;
+    std::cerr << answer->first << std::endl;
+    return answer->second;
+  }
+  std::cerr << std::endl;
+  return OnInterrupt::Leave;
+}
+
+int Course::Leave() const {
   Note(settings_, Subject(job_.Handle, job_.State) + " goes on; 'tlmctl wait @" + job_.Entry->Id +
                       "' waits for it, 'tlmctl results @" + job_.Entry->Id + "' fetches its results");
   return kInterrupted;
 }
 
 int Course::End() {
-  link_.Persist([this](QorJMClient& client) {
+  const bool hasAll = ownership_.IsOwner() && !fetchFailure_;
+  std::vector<Reason> reasons;
+  link_.Persist([&](QorJMClient& client) {
     removed_ = WasRemovedByClient(client, job_.Handle);
-    if (!options_.Keep) client.ReleaseJob(job_.Handle);
+    if (!removed_ && !HasSucceeded(job_.State)) reasons = WhyItEnded(client, settings_, job_);
+    if (!options_.Keep && hasAll) client.ReleaseJob(job_.Handle);
     AwaitArrival(client);
   });
   Remember(job_);
   const int code = ExitCodeOf(job_.State, removed_);
-  TellEnd(code);
-  return code;
+  TellEnd(code, reasons);
+  if (hasAll) return code;
+  if (fetchFailure_) throw *fetchFailure_;
+  throw Failure{kRefused,
+                Subject(job_.Handle, job_.State) +
+                    " belongs to another connection, and what is left of its output and "
+                    "results is not here",
+                "'tlmctl results @" + job_.Entry->Id + "' fetches the results once that one has ended"};
 }
 
 int Course::TellVanished(bool removed) {
@@ -150,29 +186,31 @@ int Course::TellVanished(bool removed) {
     Remember(job_);
     throw Failure{kAborted, Subject(job_.Handle, job_.State) + " was removed by a client"};
   }
-  if (HasSucceeded(job_.State)) return ExitCodeOf(job_.State, false);
-  throw Failure{kLost, "the server has no " + Subject(job_.Handle, job_.State) + " any more",
+  const bool hasResults = options_.FetchResults && (job_.State.ResultFlags & kResultsAvailable) != 0;
+  if (HasSucceeded(job_.State) && (delivered_ || !hasResults)) {
+    Remember(job_);
+    const int code = ExitCodeOf(job_.State, false);
+    TellEnd(code, {});
+    return code;
+  }
+  throw Failure{kLost,
+                "the server has no " + Subject(job_.Handle, job_.State) + " any more" +
+                    (hasResults ? ", and not all of its results are here" : ""),
                 "it has been restarted, which ends jobs and forgets them; 'tlmctl resubmit @" + job_.Entry->Id +
                     "' starts it anew"};
 }
 
-void Course::TellEnd(int code) {
+void Course::TellEnd(int code, const std::vector<Reason>& reasons) {
   const Task& task = job_.State;
   if (settings_.Json) {
     return PrintJson({{"event", "end"}, {"job", JobJson(job_.Handle, task)}, {"removed", removed_}, {"code", code}});
   }
-  if (!atLineStart_) std::cout << std::endl;
+  if (!atLineStart_ && platform::IsTerminal(platform::StandardStream::Output)) std::cout << std::endl;
   std::string text = Subject(job_.Handle, task) + ": " + StatusText(task.Status);
   if (ExitCodeText(task) != kNothing) text += ", exit code " + ExitCodeText(task) + ", " + ElapsedText(task);
   if (!received_.empty()) text += ", files received: " + std::to_string(received_.size());
   Note(settings_, text);
-  if (task.Status == LaunchFailed) {
-    Note(settings_, "its program could not be started: is it in the bin directory of the server's installation?");
-  } else if (task.Status == Aborted && !removed_ && task.ExitCode == 0) {
-    Note(settings_,
-         "its program ended with 0 but did not report success to the server; without --reports the exit code "
-         "alone decides");
-  }
+  for (const Reason& reason : reasons) Note(settings_, reason.Text + (reason.Hint.empty() ? "" : "; ") + reason.Hint);
 }
 
 }  // namespace tlm::ctl

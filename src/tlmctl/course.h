@@ -6,13 +6,17 @@
 #include <set>
 #include <string>
 
+#include "tlmctl/download.h"
+#include "tlmctl/job_output.h"
 #include "tlmctl/jobs.h"
 #include "tlmctl/link.h"
+#include "tlmctl/ownership.h"
+#include "tlmctl/reason.h"
 #include "tlmctl/status_line.h"
 
 namespace tlm::ctl {
 
-enum class OnInterrupt { Ask, Leave, Remove };
+enum class OnInterrupt { Ask, Leave, Remove, Continue };
 
 struct CourseOptions {
   OnInterrupt Interrupted = OnInterrupt::Ask;
@@ -30,26 +34,30 @@ class Course {
 
  private:
   bool Look();
-  bool IsRefusedForGood();
   void ShowState();
-  void PassOutput(QorJMClient& client);
-  void PassResults(QorJMClient& client);
+  void PassOutput(QorJMClient& client, bool isLast);
+  void PassResults(QorJMClient& client, bool isLast);
+  void TellResults(const std::vector<ReceivedFile>& files);
+  OnInterrupt AskWhatBecomes() const;
   bool LeavesOnInterrupt();
-  int Leave();
+  int Leave() const;
   int End();
   int TellVanished(bool removed);
-  void TellEnd(int code);
+  void TellEnd(int code, const std::vector<Reason>& reasons);
 
   Link& link_;
   const Settings& settings_;
   KnownJob job_;
   const CourseOptions options_;
   StatusLine line_;
-  std::optional<std::chrono::steady_clock::time_point> refusedSince_;  // as owner, while the job has ended
-  std::uint32_t offset_ = 0;                                           // of the output that has been shown
-  bool atLineStart_ = true;                                            // of what was shown last
+  Ownership ownership_;
+  OutputReader output_;
+  bool atLineStart_ = true;  // of what was shown last
   bool vanished_ = false;
-  bool removed_ = false;            // by a client
+  bool removed_ = false;    // by a client
+  bool delivered_ = false;  // the results that stood when it had ended are here
+  std::optional<Failure> fetchFailure_;
+  std::chrono::steady_clock::time_point nextFetch_;
   std::set<std::string> received_;  // paths
   std::string shown_;               // the state that was told last
 };

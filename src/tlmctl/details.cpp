@@ -25,10 +25,14 @@ void PrintDetail(const char* label, const std::string& value) {
   std::cout << std::left << std::setw(kLabelWidth) << label << (value.empty() ? kNothing : Printable(value)) << '\n';
 }
 
-void PrintSubmission(const LedgerEntry& entry) {
+std::string CommandLineText(const LedgerEntry& entry) {
   std::string line = "tlmctl";
   for (const std::string& word : entry.Words) line += ' ' + Quoted(word);
-  PrintDetail("Typed", line);
+  return line;
+}
+
+void PrintSubmission(const LedgerEntry& entry) {
+  PrintDetail("Typed", CommandLineText(entry));
   PrintDetail("In", entry.From);
   for (const SentFile& file : entry.Sent) PrintDetail("Sent", file.Name + ", " + SizeText(file.Size));
 }

@@ -1,117 +1,95 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <exception>
 #include <filesystem>
-#include <limits>
 #include <optional>
+#include <string_view>
 
-#include "platform/file.h"
+#include "libtsenv/runtime_identity.h"
 #include "platform/file_system.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
+#include "rpc/callheader.h"
 #include "rpc/orpcerror.h"
 #include "rpc/orpctrace.h"
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/findings.h"
-#include "tlmctl/inquiry.h"
 #include "tlmctl/job_counts.h"
 #include "tlmctl/known_jobs.h"
 #include "tlmctl/peer_load.h"
 #include "tlmctl/queue_state.h"
+#include "tlmctl/temporary_file.h"
 #include "tlmctl/texts.h"
 
 namespace tlm::ctl {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{10};
+constexpr std::chrono::seconds kPatience{10};  // for what one check asks
 
 // Whatever is looked at, at one server.
 struct Examination {
   const Settings& Options;
   Findings Results;
   ServerAddress Server;
-  bool IsHere = false;  // the server is on this machine
+  bool IsHere = false;        // its address is one of this machine
+  bool FilesAreHere = false;  // what it stores can be seen here, or may not be looked at
   QorJMClient Client;
 };
 
 // -- server, release
 
-struct Reach {
-  double Milliseconds = 0;
-  std::optional<Failure> Obstacle;
-};
-
-Reach TryToReach(QorJMClient& client, const Settings& settings) {
+bool Reach(Examination& exam) {
   try {
-    Connect(client, settings);
-    return {MeasureNullCall(client), {}};
+    Connect(exam.Client, exam.Options);
+    exam.Client.GiveUpAt(std::chrono::steady_clock::now() + kPatience);
+    return true;
   } catch (const Failure& failure) {
-    return {0, failure};
+    exam.Results.Fault("server", failure.Text, failure.Hint);
   } catch (const OrpcSocketError&) {
-    return {0, Failure{kUnreachable, "what listens there does not speak as a job manager", "check the port"}};
+    exam.Results.Fault("server", "what listens at " + exam.Server.Text() + " does not speak as a job manager",
+                       "check the port");
   }
+  return false;
 }
 
-bool CheckServer(Examination& exam) {
-  const Inquiry<Reach> inquiry([settings = exam.Options](QorJMClient& client) { return TryToReach(client, settings); });
-  const auto reach = inquiry.Await(std::chrono::steady_clock::now() + kPatience + exam.Options.WaitServer);
-  if (!reach) {
-    exam.Results.Fault("server", exam.Server.Text() + " does not answer",
-                       "it may be busy with a transfer or a client that has gone: try again in a minute");
-  } else if (reach->Obstacle) {
-    exam.Results.Fault("server", reach->Obstacle->Text, reach->Obstacle->Hint);
-  } else {
-    exam.Results.Good("server", exam.Server.Text() + " answers in " + MillisecondsText(reach->Milliseconds));
-  }
-  return reach && !reach->Obstacle;
+void CheckServer(Examination& exam) {
+  exam.Results.Good("server", exam.Server.Text() + " answers in " + MillisecondsText(MeasureNullCall(exam.Client)));
+  exam.IsHere = platform::IsOwnAddress(ORpcResolveName(exam.Server.Host));
 }
 
 void CheckRelease(Examination& exam) {
   const std::string& release = exam.Options.Release;
-  Connect(exam.Client, exam.Options);
   bool found = false;
   try {
     found = SayHello(exam.Client, exam.Options);
-  } catch (const OrpcSocketError&) {  // a name that is none
+  } catch (const OrpcSocketError& error) {  // a name that is none
+    if (!IsRefusal(error)) throw;
     Connect(exam.Client, exam.Options);
   }
   if (found) return exam.Results.Good("release", "the server has programs of release " + release + ", and takes jobs");
   exam.Results.Fault("release", "the server has no programs of release " + release + ", and takes no job",
-                     "TSQOR_HOME in the server's settings names its installation; --release another one");
+                     Identity().RUNTIME_JM_ENVIRONMENT_HOME +
+                         " in the server's settings names its installation; --release another one");
 }
 
 // -- the temporary root
 
-// A file of a few bytes that is here while it lives.
-class Sample {
- public:
-  Sample() : path_(platform::MakeUniqueFile(platform::TemporaryDirectory(), "tlmctl").value_or("")) {
-    auto file = platform::File::Open(path_, platform::File::Mode::Truncate);
-    if (!file || !file->Write(kText)) throw Failure{kRefused, "cannot write to " + platform::TemporaryDirectory()};
-  }
-  Sample(const Sample&) = delete;
-  Sample& operator=(const Sample&) = delete;
-  ~Sample() { platform::RemoveFile(path_); }
-  const std::string& Path() const { return path_; }
-  std::string Name() const { return std::filesystem::path(path_).filename().string(); }
-  static std::uint32_t Size() { return sizeof kText - 1; }
-
- private:
-  static constexpr char kText[] = "a sample of tlmctl doctor\n";
-  std::string path_;
-};
-
-// What goes wrong with a file that is sent to the server and deleted there; empty if nothing.
-std::string TryToStore(QorJMClient& client) {
-  const Sample sample;
+// Sends a file to the server and deletes it there. What goes wrong; empty if nothing.
+std::string TryToStore(Examination& exam) {
+  constexpr std::string_view kText = "a sample of tlmctl doctor\n";
+  QorJMClient& client = exam.Client;
+  const TemporaryFile sample(kText);
   const std::string directory = platform::TemporaryDirectory() + "/tlmctl-doctor/";
   std::string there;
   client.MapClientDirectory(directory, there);
   const std::string stored = there + '/' + sample.Name();
   const bool taken = client.PutFiles({{{stored, sample.Path()}}});
-  if (!taken || !client.ClientFileMatches(directory + sample.Name(), Sample::Size(), 0)) return "takes no files";
+  if (!taken || !client.ClientFileMatches(directory + sample.Name(), kText.size(), 0)) return "takes no files";
+  std::error_code error;  // set where this user may not look
+  exam.FilesAreHere = std::filesystem::exists(stored, error) || error;
   const bool deleted = client.UpdateClientFiles({stored}, {});
   return deleted && !client.ClientFileExists(directory + sample.Name()) ? "" : "keeps files that it should delete";
 }
@@ -121,13 +99,13 @@ void CheckRoot(Examination& exam) {
   std::string root;
   std::uint32_t expiry = 0;
   exam.Client.GetTempRoot({root}, {expiry});
-  if (const std::string fault = TryToStore(exam.Client); !fault.empty()) {
+  if (const std::string fault = TryToStore(exam); !fault.empty()) {
     return exam.Results.Fault("root", root + ' ' + fault,
                               "is its disk full? May the server's user write there? Another one: 'tlmctl temp-root'");
   }
   std::error_code error;
   const std::filesystem::space_info space = std::filesystem::space(root, error);
-  if (!exam.IsHere || error) return exam.Results.Good("root", root + " takes files");
+  if (!exam.IsHere || !exam.FilesAreHere || error) return exam.Results.Good("root", root + " takes files");
   const std::string text = root + " takes files, " + SizeText(space.available) + " free";
   if (space.available >= kLittle) return exam.Results.Good("root", text);
   exam.Results.Warning("root", text, "make room, or let old files go sooner: 'tlmctl temp-root --expiry 2d'");
@@ -136,24 +114,29 @@ void CheckRoot(Examination& exam) {
 // -- port
 
 void CheckPort(Examination& exam) {
-  const auto addresses = exam.IsHere ? platform::ListeningAddresses(exam.Server.Port) : std::nullopt;
+  if (!exam.IsHere) {
+    return exam.Results.Good("port", "who else can reach it can only be told on the server's own machine");
+  }
+  // The port may be one that leads on, as a tunnel's.
+  const std::string further = exam.FilesAreHere ? "" : "; the server's own machine may be another one: look there, too";
+  const auto addresses = platform::ListeningAddresses(exam.Server.Port);
   if (!addresses || addresses->empty()) return;  // it cannot be seen from here
   const auto isLoopback = [](std::uint32_t address) { return platform::FormatAddress(address).starts_with("127."); };
   const std::string port = "port " + std::to_string(exam.Server.Port);
   if (std::all_of(addresses->begin(), addresses->end(), isLoopback)) {
-    return exam.Results.Good("port", port + " is open to this machine alone");
+    return exam.Results.Good("port", port + " is open to this machine alone" + further);
   }
   exam.Results.Warning("port",
                        port + " is open at all addresses of this machine, and nobody has to log in to run programs",
-                       "let a firewall pass only the machines that need it");
+                       "let a firewall pass only the machines that need it" + further);
 }
 
 // -- queue, pool
 
 void CheckQueue(Examination& exam) {
   const QueueState queue = LookAtQueue(exam.Client);
-  const std::string jobs = JobsText(queue.Waiting) + " waiting, " + JobsText(queue.Running) + " running, limit " +
-                           std::to_string(queue.Limit);
+  const std::string jobs = JobsText(queue.Waiting) + " waiting, " + JobsText(queue.Holders.size()) +
+                           " running, limit " + std::to_string(queue.Limit);
   if (queue.Runs) return exam.Results.Good("queue", "runs; " + jobs);
   if (queue.StartsAt != 0)
     return exam.Results.Good("queue", "starts at " + LocalTimeText(queue.StartsAt) + "; " + jobs);
@@ -162,16 +145,16 @@ void CheckQueue(Examination& exam) {
 }
 
 void CheckPool(Examination& exam) {
-  StringList hosts;
-  exam.Client.GetServerPool({hosts});
+  const StringList hosts = FetchPool(exam.Client);
   if (hosts.empty()) return exam.Results.Good("pool", "no peers; distributed jobs run on the server itself");
   const std::vector<std::optional<PeerLoad>> loads = AskPeers(exam.Options, hosts, kPatience);
-  for (std::size_t i = 0; i < hosts.size(); ++i) {
-    const std::string peer = Printable(PeerAddress(exam.Options, hosts[i]).Text());
+  for (std::size_t i = 0; i < loads.size(); ++i) {
+    const std::string peer = PeerAddress(exam.Options, hosts[i]).Text();
     if (!loads[i]) {
-      exam.Results.Warning(
-          "peer", peer + " does not answer to this machine; if not to the server either, it gets no jobs",
-          "start it, give its port as TSQOR_JMPORT_" + Printable(hosts[i]) + ", or leave it out: 'tlmctl pool set'");
+      exam.Results.Warning("peer",
+                           peer + " does not answer to this machine; if not to the server either, it gets no jobs",
+                           "start it, give its port as " + Identity().RUNTIME_JM_ENVIRONMENT_PORT + '_' + hosts[i] +
+                               ", or leave it out: 'tlmctl pool set'");
     } else if (!loads[i]->TakesJobs) {
       exam.Results.Warning("peer", peer + " has no programs of release " + exam.Options.Release + ", and takes no jobs",
                            "install them there, or leave it out: 'tlmctl pool set'");
@@ -179,6 +162,9 @@ void CheckPool(Examination& exam) {
       exam.Results.Good("peer", peer + " answers; load " + std::to_string(loads[i]->Count) + ", limit " +
                                     std::to_string(loads[i]->Limit));
     }
+  }
+  if (hosts.size() > loads.size()) {
+    exam.Results.Good("pool", std::to_string(hosts.size() - loads.size()) + " more peers, which were not asked");
   }
 }
 
@@ -209,17 +195,58 @@ void CheckClock(Examination& exam) {
                        "let both machines take their time from the network; times of jobs are the server's");
 }
 
+// -- all of them
+
+struct Check {
+  const char* Subject;
+  void (*Run)(Examination& exam);
+};
+
+constexpr Check kChecks[] = {{"server", CheckServer}, {"release", CheckRelease}, {"root", CheckRoot},
+                             {"port", CheckPort},     {"queue", CheckQueue},     {"pool", CheckPool},
+                             {"clock", CheckClock}};
+
+// What stands in the way of the check itself.
+std::optional<Failure> TryToRun(const Check& check, Examination& exam) {
+  exam.Client.GiveUpAt(std::chrono::steady_clock::now() + kPatience);
+  try {
+    check.Run(exam);
+    return std::nullopt;
+  } catch (const Failure& failure) {
+    return failure;
+  } catch (const OrpcSocketError& error) {
+    return error.Number() == platform::kTimedOut
+               ? Failure{kLost, "the server does not answer any more",
+                         "it may be busy with a transfer or a client that has gone: try again in a minute"}
+               : Describe(error);
+  } catch (int marshalling) {
+    return Describe(marshalling);
+  } catch (const std::exception& error) {
+    return Failure{kRefused, error.what()};
+  }
+}
+
+// A connection on which a call has failed cannot be used any more. False if there is no new one.
+bool Restore(Examination& exam) {
+  if (!Reach(exam)) return false;
+  try {
+    SayHello(exam.Client, exam.Options);
+  } catch (const OrpcSocketError&) {  // the checks find out
+  } catch (int) {
+  }
+  return true;
+}
+
 int Doctor(const Settings& settings) {
-  Examination exam{settings, Findings(settings), AddressOf(settings), false, {}};
-  const bool reached = CheckServer(exam);
-  if (reached) {
-    exam.IsHere = platform::IsOwnAddress(ORpcResolveName(exam.Server.Host));
-    CheckRelease(exam);
-    CheckRoot(exam);
-    CheckPort(exam);
-    CheckQueue(exam);
-    CheckPool(exam);
-    CheckClock(exam);
+  Examination exam{settings, Findings(settings), AddressOf(settings), false, false, {}};
+  const bool reached = Reach(exam);
+  bool connected = reached;
+  for (const Check& check : kChecks) {
+    if (!connected) break;
+    const auto obstacle = TryToRun(check, exam);
+    if (!obstacle) continue;
+    exam.Results.Fault(check.Subject, obstacle->Text, obstacle->Hint);
+    connected = Restore(exam);
   }
   if (settings.Json) exam.Results.PrintDocument();
   if (!reached) return kUnreachable;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tlmctl/console.h"
+#include "tlmctl/jobs.h"
 #include "tlmctl/link.h"
 
 namespace tlm::ctl {
@@ -20,9 +21,10 @@ struct ReceivedFile {
 bool MayReceive(const std::string& path, const std::string& directory);
 
 // Fetches what is new or has changed, checks it against its manifest, asks again for what is short, and confirms the
-// rest. The job's owner may call it. Nothing if there is none. Throws Failure if files do not arrive whole, or are not
-// to be written here.
-std::vector<ReceivedFile> FetchResults(QorJMClient& client, const Settings& settings, std::uint64_t handle,
+// rest; AwaitArrival makes sure of that. What is older than the job, as inputs and results of former jobs are, takes
+// the place of no file that is here. The job's owner may call it. Nothing if there is none. Throws Failure if files do
+// not arrive whole, or are not to be written here.
+std::vector<ReceivedFile> FetchResults(QorJMClient& client, const Settings& settings, const KnownJob& job,
                                        const std::string& directory);
 
 Json ToJson(const std::vector<ReceivedFile>& files);

@@ -15,6 +15,7 @@ enum ExitCode : int {
   kRefused = 77,
   kAborted = 120,
   kLaunchFailed = 121,
+  kUnknown = 122,
   kTimedOut = 124,
   kInterrupted = 130,
 };
@@ -30,12 +31,17 @@ inline constexpr ExitCodeMeaning kExitCodes[] = {
     {kUsage, "usage", "wrong usage"},
     {kUnreachable, "unreachable", "the server cannot be reached"},
     {kLost, "lost", "contact was lost and could not be made again; what became of the job is not known"},
-    {kRefused, "refused", "the server answered no, or a person did: an unknown job, one of somebody else, no room"},
+    {kRefused, "refused",
+     "the server answered no, or a person did: an unknown job, one of somebody else, no room, also for output"},
     {kAborted, "aborted", "the job was removed, or its program did not report success"},
     {kLaunchFailed, "launch-failed", "the job's program could not be started"},
+    {kUnknown, "unknown", "the job ended on another server, which does not pass on the exit code of its program"},
     {kTimedOut, "timed-out", "the time that was given has passed"},
     {kInterrupted, "interrupted", "ended by a key"},
 };
+
+// Stands beside them.
+inline constexpr char kProgramsExitCode[] = "of the job's program, from run, wait, watch, submit --watch and resubmit";
 
 // What ends a sub-command before its end. The texts are for the user and begin in lower case: what happened, and what
 // can be done about it, which may be empty.

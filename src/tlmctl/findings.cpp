@@ -31,8 +31,8 @@ void Findings::Add(Verdict verdict, const std::string& subject, const std::strin
   list_.push_back({{"check", subject}, {"result", form.Word}, {"text", text}, {"hint", hint}});
   if (settings_.Json || (settings_.Quiet && verdict == Verdict::Good)) return;
   std::cout << Coloured(form.Line, form.Tint) << "  " << std::left << std::setw(kSubjectWidth) << subject << "  "
-            << text << '\n';
-  if (!hint.empty()) std::cout << std::string(kIndent, ' ') << hint << '\n';
+            << Printable(text) << '\n';
+  if (!hint.empty()) Say(std::string(kIndent, ' ') + hint);
   std::cout.flush();
 }
 

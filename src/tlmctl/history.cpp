@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "tlmctl/commands.h"
+#include "tlmctl/job_cells.h"
 #include "tlmctl/outcomes.h"
 #include "tlmctl/texts.h"
 
@@ -19,7 +20,14 @@ Colour ColourOf(const std::string& outcome) {
 }
 
 void PrintTable(const std::vector<PastJob>& jobs) {
-  Table table({"ID", "HANDLE", "SERVER", "NAME", "SUBMITTED", "OUTCOME"});
+  constexpr std::size_t kWhole = Column::kWhole;
+  constexpr std::size_t kNarrowestOutcome = 13;  // all of it but the exit code
+  Table table({{"ID", 5, kWhole},
+               {"HANDLE", 4, kWhole},
+               {"SERVER", 0, 15},
+               {"NAME", 2, kNarrowestName},
+               {"SUBMITTED", 1, kWhole},
+               {"OUTCOME", 3, kNarrowestOutcome}});
   for (const PastJob& job : jobs) {
     table.Add({{job.Entry.Id},
                {std::to_string(job.Entry.Handle)},
@@ -66,7 +74,10 @@ void AddHistory(Program& program) {
            "An ID behind an @ names a job in the other commands; its first digits are enough. A job is \"gone\"\n"
            "when its server has let it go, or has been restarted, before its end was seen from here."},
       [count](const Settings& settings) { return History(settings, *count); });
-  command.add_option("-n", *count, "So many of the latest")->type_name("NUMBER")->capture_default_str();
+  command.add_option("-n", *count, "So many of the latest")
+      ->type_name("NUMBER")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
 }
 
 }  // namespace tlm::ctl

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "jm/task.h"
-#include "tlmctl/console.h"
+#include "tlmctl/table.h"
 
 namespace tlm::ctl {
+
+inline constexpr std::size_t kNarrowestName = 6;  // so much of a name tells jobs apart
 
 Cell NameCell(const Task& task);
 Cell StateCell(const Task& task);

@@ -2,10 +2,16 @@
 
 namespace tlm::ctl {
 
+PlaceInLife PlaceOf(const Task& task) {
+  if (HasEnded(task)) return PlaceInLife::Ended;
+  return task.Status == Queued ? PlaceInLife::Waiting : PlaceInLife::Running;
+}
+
 JobCounts CountJobs(const std::vector<KnownJob>& jobs) {
   JobCounts counts;
   for (const KnownJob& job : jobs) {
-    ++(HasEnded(job.State) ? counts.Ended : job.State.Status == Queued ? counts.Waiting : counts.Running);
+    const PlaceInLife place = PlaceOf(job.State);
+    ++(place == PlaceInLife::Ended ? counts.Ended : place == PlaceInLife::Waiting ? counts.Waiting : counts.Running);
   }
   return counts;
 }

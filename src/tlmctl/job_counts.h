@@ -9,6 +9,9 @@
 
 namespace tlm::ctl {
 
+enum class PlaceInLife { Waiting, Running, Ended };
+PlaceInLife PlaceOf(const Task& task);
+
 struct JobCounts {
   std::size_t Waiting = 0;
   std::size_t Running = 0;

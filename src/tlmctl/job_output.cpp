@@ -3,10 +3,24 @@
 #include <algorithm>
 
 #include "rpc/wire.h"
+#include "tlmctl/console.h"
+#include "tlmctl/interrupt.h"
 
 namespace tlm::ctl {
 
 namespace {
+
+// Bytes at the end of the text that begin a character in UTF-8 and do not end it.
+std::size_t UnfinishedCharacter(const std::string& text) {
+  constexpr std::size_t kLongestStart = 3;
+  for (std::size_t length = 1; length <= std::min(kLongestStart, text.size()); ++length) {
+    const auto byte = static_cast<unsigned char>(text[text.size() - length]);
+    if ((byte & 0xC0) == 0x80) continue;
+    const std::size_t whole = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
+    return whole > length ? length : 0;
+  }
+  return 0;
+}
 
 // Halves the range in which the end lies: an answer from behind it is empty, and one that could have been longer has
 // reached it.
@@ -43,6 +57,24 @@ std::string ReadOutputFrom(QorJMClient& client, std::uint64_t handle, std::uint6
   if (offset >= kLongestOutput) return text;
   client.ReadOutput(handle, static_cast<std::uint32_t>(offset), text);
   return text;
+}
+
+std::string OutputReader::Next(QorJMClient& client, bool isLast) {
+  EndIfInterrupted();
+  std::string text = ReadOutputFrom(client, handle_, offset_);
+  if (settings_.Json && !isLast) text.resize(text.size() - UnfinishedCharacter(text));
+  offset_ += text.size();
+  return text;
+}
+
+bool OutputReader::IsAtLimit() {
+  if (offset_ < kLongestOutput) return false;
+  if (!toldOfLimit_) {
+    Note(settings_,
+         "the output goes on beyond 4 GiB, and no more of it can be asked for; all of it stands in a file "
+         "STEM_out of the job's directory on the server");
+  }
+  return toldOfLimit_ = true;
 }
 
 std::uint64_t OffsetOfLastLines(QorJMClient& client, std::uint64_t handle, std::size_t lines) {

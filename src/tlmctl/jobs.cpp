@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <charconv>
 
-#include "platform/process.h"
 #include "platform/thread.h"
+#include "tlmctl/server_key.h"
 #include "tlmctl/texts.h"
 
 namespace tlm::ctl {
 
 namespace {
-
-constexpr std::uint32_t kLargestExitCode = 255;
 
 std::optional<std::uint64_t> NumberOf(const std::string& word) {
   std::uint64_t number = 0;
@@ -19,19 +17,60 @@ std::optional<std::uint64_t> NumberOf(const std::string& word) {
   return error == std::errc() && end == word.data() + word.size() ? std::optional(number) : std::nullopt;
 }
 
-// The latest entry of this server whose id begins so.
-std::optional<LedgerEntry> FindEntry(const Settings& settings, const std::string& id) {
-  const std::string server = AddressOf(settings).Text();
-  const std::vector<LedgerEntry> entries = Ledger().Read();
-  const auto found = std::find_if(entries.rbegin(), entries.rend(), [&](const LedgerEntry& entry) {
-    return entry.Server == server && entry.Id.starts_with(id);
-  });
-  return found == entries.rend() ? std::nullopt : std::optional(*found);
+// The job of the server whose id begins so.
+std::optional<std::uint64_t> FindLive(QorJMClient& client, const std::string& digits) {
+  HandleList handles;
+  client.ListJobs(handles);
+  std::optional<std::uint64_t> found;
+  for (const std::uint64_t handle : handles) {
+    const std::optional<Task> task = FetchJob(client, handle);
+    if (!task || !IdOfNote(task->ClientNote).starts_with(digits)) continue;
+    if (found) throw Ambiguous(digits, "job " + std::to_string(*found), "job " + std::to_string(handle));
+    found = handle;
+  }
+  return found;
 }
 
-std::string KnownOutcome(const std::optional<LedgerEntry>& entry) {
-  if (!entry || entry->Outcome.empty()) return "it may have finished, or the server was restarted since";
-  return "it was seen to end as " + entry->Outcome + " on " + LocalTimeText(entry->Ended);
+std::optional<LedgerEntry> EntryOf(const Task& task) {
+  const std::string id = IdOfNote(task.ClientNote);
+  return id.empty() ? std::nullopt : Ledger().FindLatest([&](const LedgerEntry& entry) { return entry.Id == id; });
+}
+
+// What a word means, before the server has been asked how it stands.
+struct Meaning {
+  std::uint64_t Handle = 0;
+  std::optional<LedgerEntry> Entry;
+  bool IsNamedByHandle = false;
+};
+
+Meaning MeaningOf(QorJMClient& client, const Settings& settings, const std::string& word) {
+  const std::string server = AddressOf(settings).Text();
+  const std::string rest = word.substr(std::min<std::size_t>(1, word.size()));
+  if (const auto handle = NumberOf(word)) return {*handle, Ledger().Find(server, *handle), true};
+  if (word.starts_with('=')) {
+    if (const auto handle = NumberOf(rest)) return {*handle, std::nullopt, true};
+  }
+  const bool isId = word.starts_with('@') && !rest.empty();
+  if (!isId && word != "last") {
+    throw Failure{kUsage, word + " is no job", "a job is a handle, @ID, last, or = in front of a handle"};
+  }
+  const std::string key = ServerKey(server);
+  const auto entry = isId ? Ledger().FindById(rest, server)
+                          : Ledger().FindLatest([&](const LedgerEntry& each) { return IsOn(each, key); });
+  if (entry) return {entry->Handle, entry};
+  if (isId) {
+    if (const auto handle = FindLive(client, rest)) return {*handle, std::nullopt};
+  }
+  throw Failure{kRefused, "no job " + word + " was submitted to " + server + " from here",
+                "'tlmctl history' shows those that were"};
+}
+
+Failure AnotherJob(const Meaning& meaning, const Task& task) {
+  const std::string handle = std::to_string(meaning.Handle);
+  return {kRefused,
+          "that was another job: job " + handle + " is now \"" + task.AnalysisID + "\" of " + task.ClientHost +
+              ", and not \"" + meaning.Entry->Name + "\" that was submitted from here",
+          "the server has been restarted since and has forgotten it; the job that is there now is named by =" + handle};
 }
 
 }  // namespace
@@ -50,32 +89,34 @@ std::optional<Task> FetchJob(QorJMClient& client, std::uint64_t handle) {
   }
 }
 
-std::uint64_t HandleOf(const Settings& settings, const std::string& word) {
-  if (const auto number = NumberOf(word)) return *number;
-  const bool isId = word.size() > 1 && word.front() == '@';
-  if (!isId && word != "last") throw Failure{kUsage, word + " is no job", "a job is a handle, @ID, or last"};
-  if (const auto entry = FindEntry(settings, isId ? word.substr(1) : "")) return entry->Handle;
-  throw Failure{kRefused, "no job " + word + " was submitted to " + AddressOf(settings).Text() + " from here",
-                "'tlmctl history' shows those that were"};
+KnownJob FindJobOrEntry(QorJMClient& client, const Settings& settings, const std::string& word) {
+  Meaning meaning = MeaningOf(client, settings, word);
+  std::optional<Task> task = FetchJob(client, meaning.Handle);
+  if (task && meaning.Entry && IdOfNote(task->ClientNote) != meaning.Entry->Id) {
+    if (meaning.IsNamedByHandle || meaning.Entry->Outcome.empty()) throw AnotherJob(meaning, *task);
+    task.reset();
+  }
+  if (!task && !meaning.Entry) {
+    throw Failure{kRefused, "the server has no job " + std::to_string(meaning.Handle), KnownOutcome({})};
+  }
+  if (task && !meaning.Entry) meaning.Entry = EntryOf(*task);
+  KnownJob job{meaning.Handle, task.value_or(Task()), std::move(meaning.Entry)};
+  if (!task) job.State.AnalysisID = job.Entry->Name;
+  Remember(job);
+  return job;
 }
 
 KnownJob FindJob(QorJMClient& client, const Settings& settings, const std::string& word) {
-  KnownJob job{HandleOf(settings, word), {}, {}};
-  job.Entry =
-      word.front() == '@' ? FindEntry(settings, word.substr(1)) : Ledger().Find(AddressOf(settings).Text(), job.Handle);
-  std::optional<Task> task = FetchJob(client, job.Handle);
-  if (!task) {
-    throw Failure{kRefused, "the server has no job " + std::to_string(job.Handle), KnownOutcome(job.Entry)};
-  }
-  if (job.Entry && IdOfNote(task->ClientNote) != job.Entry->Id) {
-    throw Failure{kRefused,
-                  "that was another job: job " + std::to_string(job.Handle) + " is now \"" + task->AnalysisID +
-                      "\" of " + task->ClientHost + ", and not \"" + job.Entry->Name +
-                      "\" that was submitted from here",
-                  "the server has been restarted since and has forgotten it; 'tlmctl list' shows what there is"};
-  }
-  job.State = *std::move(task);
-  return job;
+  KnownJob job = FindJobOrEntry(client, settings, word);
+  if (job.IsThere()) return job;
+  throw Failure{kRefused, "the server has no job " + std::to_string(job.Handle), KnownOutcome(job.Entry)};
+}
+
+std::string KnownOutcome(const std::optional<LedgerEntry>& entry) {
+  if (!entry || entry->Outcome.empty()) return "it may have finished, or the server was restarted since";
+  return "it was seen to end as " + entry->Outcome +
+         (entry->ExitCode ? " with exit code " + std::to_string(*entry->ExitCode) : "") + " on " +
+         LocalTimeText(entry->Ended);
 }
 
 Failure UnknownJob(std::uint64_t handle) {
@@ -101,36 +142,25 @@ void BecomeOwner(QorJMClient& client, const Settings& settings, std::uint64_t ha
                 "it can be had once that one has disconnected"};
 }
 
-bool HasEnded(const Task& task) { return task.Status != Queued && task.Status != Starting && task.Status != Running; }
-
-bool HasSucceeded(const Task& task) { return task.Status == Finished || task.Status == Removed; }
-
 bool WasRemovedByClient(QorJMClient& client, std::uint64_t handle) {
   HandleList removed;
   client.ListRemovedJobs(removed);
   return std::find(removed.begin(), removed.end(), handle) != removed.end();
 }
 
-int ExitCodeOf(const Task& task, bool removed) {
-  if (removed && !HasSucceeded(task)) return kAborted;
-  if (task.Status == LaunchFailed) return kLaunchFailed;
-  const bool known = task.ExitCode <= kLargestExitCode;
-  if (HasSucceeded(task)) return known ? static_cast<int>(task.ExitCode) : kGood;
-  return known && task.ExitCode != 0 ? static_cast<int>(task.ExitCode) : kAborted;
-}
-
 std::optional<int> ProgramExitCode(const Task& task) {
-  const bool known = ExitCodeText(task) != kNothing && task.ExitCode <= kLargestExitCode;
+  constexpr std::uint32_t kLargest = 255;
+  const bool known = ExitCodeText(task) != kNothing && !EndedUnderNoServer(task) && task.ExitCode <= kLargest;
   return known ? std::optional(static_cast<int>(task.ExitCode)) : std::nullopt;
 }
 
-void Remember(const KnownJob& job) {
-  if (!job.Entry || !job.Entry->Outcome.empty() || !HasEnded(job.State)) return;
-  LedgerEntry entry = *job.Entry;
-  entry.Outcome = StatusWord(job.State.Status);
-  entry.ExitCode = ProgramExitCode(job.State);
-  entry.Ended = platform::SecondsSince1970();
-  Ledger().SetOutcome(entry);
+void Remember(KnownJob& job) {
+  if (!job.IsThere() || !job.Entry || !job.Entry->Outcome.empty() || !HasEnded(job.State)) return;
+  job.Entry->Outcome = StatusWord(job.State.Status);
+  job.Entry->ExitCode = ProgramExitCode(job.State);
+  job.Entry->Code = ExitCodeOf(job.State, false);
+  job.Entry->Ended = platform::SecondsSince1970();
+  Ledger().SetOutcome(*job.Entry);
 }
 
 }  // namespace tlm::ctl

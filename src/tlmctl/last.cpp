@@ -1,10 +1,10 @@
-#include <algorithm>
 #include <iostream>
 
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/details.h"
 #include "tlmctl/outcomes.h"
+#include "tlmctl/server_key.h"
 #include "tlmctl/texts.h"
 
 namespace tlm::ctl {
@@ -13,10 +13,9 @@ namespace {
 
 int Last(const Settings& settings) {
   const std::string server = AddressOf(settings).Text();
-  const std::vector<LedgerEntry> entries = Ledger().Read();
-  const auto entry = std::find_if(entries.rbegin(), entries.rend(),
-                                  [&](const LedgerEntry& candidate) { return candidate.Server == server; });
-  if (entry == entries.rend()) {
+  const std::string key = ServerKey(server);
+  const auto entry = Ledger().FindLatest([&](const LedgerEntry& candidate) { return IsOn(candidate, key); });
+  if (!entry) {
     throw Failure{kRefused, "no job was submitted to " + server + " from here", "'tlmctl history' shows all"};
   }
   if (settings.Quiet) {

@@ -27,45 +27,54 @@ Link::Link(const Settings& settings, std::function<void(QorJMClient&)> greet,
 void Link::Open() {
   client_.emplace();
   connect_(*client_, settings_);
-  greet_(*client_);
-}
-
-bool Link::IsLoss(const OrpcSocketError& error) {
-  switch (static_cast<std::uint32_t>(error.Number())) {
-    case kProgramUnavailable:
-    case kProcedureUnavailable:
-    case kSystemError:
-      return false;
-    default:
-      return true;
-  }
+  bool greeted = false;
+  Persist([&](QorJMClient& client) {
+    if (!std::exchange(greeted, true)) greet_(client);  // Reopen greets by itself
+  });
 }
 
 void Link::NoteLoss(int losses) {
   client_.reset();
+  prepare_();
   if (losses == kMostLosses) throw Failure{kLost, "the connection was lost again and again, and is given up"};
+  if (losses > 0) platform::Sleep(kRetryInterval);
   if (losses == 0) Note(settings_, "the connection to the server was lost, making it again");
 }
 
 void Link::Reopen() {
   const auto patience = settings_.WaitServer.count() != 0 ? settings_.WaitServer : kUsualPatience;
   const auto end = std::chrono::steady_clock::now() + patience;
-  Settings once = settings_;
-  once.WaitServer = std::chrono::seconds(0);
   while (true) {
     EndIfInterrupted();
-    try {
-      client_.emplace();
-      connect_(*client_, once);
-      return greet_(*client_);
-    } catch (const Failure& failure) {
-      client_.reset();
-      if (failure.Code != kUnreachable || std::chrono::steady_clock::now() >= end) {
-        throw Failure{kLost, failure.Text, failure.Hint};
-      }
+    const std::optional<Failure> failure = TryToReopen();
+    if (!failure) return;
+    if (failure->Code != kUnreachable || std::chrono::steady_clock::now() >= end) {
+      throw Failure{kLost, failure->Text, failure->Hint};
     }
     platform::Sleep(kRetryInterval);
   }
+}
+
+// Why there is no connection yet. One that is lost at once, as behind a tunnel without a server, counts as none.
+std::optional<Failure> Link::TryToReopen() {
+  Settings once = settings_;
+  once.WaitServer = std::chrono::seconds(0);
+  try {
+    client_.emplace();
+    connect_(*client_, once);
+    greet_(*client_);
+    return std::nullopt;
+  } catch (const Failure& failure) {
+    client_.reset();
+    return failure;
+  } catch (const OrpcSocketError& error) {
+    client_.reset();
+    if (IsRefusal(error)) throw;
+  } catch (int) {
+    client_.reset();
+  }
+  return Failure{kUnreachable, "the server at " + AddressOf(settings_).Text() + " ends each connection at once",
+                 "'tlmctl doctor' tells more"};
 }
 
 }  // namespace tlm::ctl

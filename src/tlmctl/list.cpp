@@ -1,9 +1,7 @@
 #include <algorithm>
 #include <iostream>
-#include <limits>
 #include <memory>
 
-#include "platform/terminal.h"
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/job_cells.h"
@@ -14,6 +12,8 @@
 namespace tlm::ctl {
 
 namespace {
+
+constexpr std::size_t kNarrowestNote = 24;
 
 struct ListOptions {
   bool Mine = false;
@@ -26,25 +26,21 @@ bool IsWanted(const ListOptions& options, const KnownJob& job) {
   return states.empty() || std::find(states.begin(), states.end(), StatusWord(job.State.Status)) != states.end();
 }
 
-// On a narrow terminal some columns are left out, so that the others can be read.
 void PrintTable(const std::vector<KnownJob>& jobs) {
-  constexpr int kEnoughForTimes = 72;
-  constexpr int kEnoughForNotes = 100;
-  const int room = platform::TerminalWidth(stdout).value_or(std::numeric_limits<int>::max());
+  constexpr std::size_t kWhole = Column::kWhole;
   const bool hasNotes = std::any_of(jobs.begin(), jobs.end(),
                                     [](const KnownJob& job) { return !PlainNote(job.State.ClientNote).empty(); });
-  std::vector<std::string> titles{"HANDLE", "NAME", "STATE", "PROGRESS", "EXIT"};
-  if (room >= kEnoughForTimes) titles.push_back("SUBMITTED");
-  titles.push_back("ELAPSED");
-  if (hasNotes && room >= kEnoughForNotes) titles.push_back("NOTE");
-  Table table(titles);
+  std::vector<Column> columns{{"HANDLE", 7, kWhole},   {"NAME", 4, kNarrowestName}, {"STATE", 6, kWhole},
+                              {"PROGRESS", 5, kWhole}, {"EXIT", 3, kWhole},         {"SUBMITTED", 1, kWhole},
+                              {"ELAPSED", 2, kWhole}};
+  if (hasNotes) columns.push_back({"NOTE", 0, kNarrowestNote});
+  Table table(columns);
   for (const KnownJob& job : jobs) {
     const Task& task = job.State;
-    std::vector<Cell> row{{std::to_string(job.Handle)}, NameCell(task), StateCell(task), ProgressCell(task)};
-    row.push_back({ExitCodeText(task)});
-    if (room >= kEnoughForTimes) row.push_back({MomentText(task.Scheduled)});
-    row.push_back({ElapsedText(task)});
-    if (hasNotes && room >= kEnoughForNotes) row.push_back({PlainNote(task.ClientNote)});
+    std::vector<Cell> row{{std::to_string(job.Handle)}, NameCell(task),       StateCell(task),
+                          ProgressCell(task),           {ExitCodeText(task)}, {MomentText(task.Scheduled)},
+                          {ElapsedText(task)}};
+    if (hasNotes) row.push_back({PlainNote(task.ClientNote)});
     table.Add(std::move(row));
   }
   table.Print();

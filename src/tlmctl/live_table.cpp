@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "platform/environment.h"
 #include "platform/terminal.h"
+#include "tlmctl/display_width.h"
 #include "tlmctl/job_cells.h"
 #include "tlmctl/texts.h"
 
@@ -15,8 +15,8 @@ namespace {
 // Nothing of this outlasts a frame: whatever ends the program finds the cursor shown, and long lines wrapped.
 constexpr char kBeginFrame[] = "\033[?25l\033[?7l\r";
 constexpr char kEndFrame[] = "\033[J\033[?7h\033[?25h";
-constexpr char kEraseRestOfLine[] = "\033[K\n";
-constexpr std::size_t kOtherLines = 3;  // heading, titles, and the cursor's
+constexpr char kEraseLine[] = "\033[K";  // before it is written: behind the last column it would take what stands there
+constexpr std::size_t kOtherLines = 3;   // heading, titles, and the cursor's
 
 int BarWidth(int room) {
   constexpr int kWideBar = 30;
@@ -47,16 +47,20 @@ std::vector<const FollowedJob*> Choose(const std::vector<FollowedJob>& jobs, std
 
 }  // namespace
 
-bool LiveTable::IsPossible() {
-  return platform::IsTerminal(stdout) && platform::GetVariable("TERM").value_or("dumb") != "dumb";
-}
+bool LiveTable::IsPossible() { return CanDraw(); }
 
-void LiveTable::Draw(const std::string& heading, const std::vector<FollowedJob>& jobs) {
-  const int width = platform::TerminalWidth(stdout).value_or(0);
-  const auto height = static_cast<std::size_t>(platform::TerminalHeight(stdout).value_or(0));
+std::vector<std::string> LiveTable::LinesOf(const std::string& heading, const std::vector<FollowedJob>& jobs,
+                                            int width) {
+  constexpr std::size_t kWhole = Column::kWhole;
+  const auto height = static_cast<std::size_t>(platform::TerminalHeight(platform::StandardStream::Output).value_or(0));
   std::size_t room = height > kOtherLines ? height - kOtherLines : 1;
   if (jobs.size() > room && room > 1) --room;  // for the line that tells of the others
-  Table table({"HANDLE", "NAME", "STATE", "PROGRESS", "EXIT", "ELAPSED"});
+  Table table({{"HANDLE", 5, kWhole},
+               {"NAME", 2, kNarrowestName},
+               {"STATE", 4, kWhole},
+               {"PROGRESS", 3, kWhole},
+               {"EXIT", 1, kWhole},
+               {"ELAPSED", 0, kWhole}});
   const auto chosen = Choose(jobs, room);
   for (const FollowedJob* job : chosen) {
     const Task& task = job->Job.State;
@@ -68,20 +72,34 @@ void LiveTable::Draw(const std::string& heading, const std::vector<FollowedJob>&
                {ElapsedText(task)}});
   }
   std::vector<std::string> lines = table.Lines();
-  lines.insert(lines.begin(), CutToWidth(heading, static_cast<std::size_t>(width)));
+  lines.insert(lines.begin(), heading);
   if (chosen.size() < jobs.size()) lines.push_back("and " + std::to_string(jobs.size() - chosen.size()) + " more");
+  const auto cut = [width](std::string& line) { line = CutToWidth(line, static_cast<std::size_t>(width)); };
+  cut(lines.front());
+  if (chosen.size() < jobs.size()) cut(lines.back());
+  return lines;
+}
 
-  std::string frame = kBeginFrame;
-  // A terminal of another width has broken the lines anew: nobody knows where the table begins.
-  if (width_ != 0 && width != width_) {
-    frame += "\033[H\033[J";
-  } else if (drawn_ != 0) {
-    frame += "\033[" + std::to_string(drawn_) + 'A';
-  }
-  for (const std::string& line : lines) frame += line + kEraseRestOfLine;
+// To where the table begins. A terminal of another width has broken the lines anew: nobody knows where that is.
+std::string LiveTable::Return(int width) const {
+  if (width_ != 0 && width != width_) return "\033[H\033[J";
+  return drawn_ == 0 ? "" : "\033[" + std::to_string(drawn_) + 'A';
+}
+
+void LiveTable::Draw(const std::string& heading, const std::vector<FollowedJob>& jobs) {
+  const int width = platform::TerminalWidth(platform::StandardStream::Output).value_or(0);
+  const std::vector<std::string> lines = LinesOf(heading, jobs, width);
+  std::string frame = kBeginFrame + Return(width);
+  for (const std::string& line : lines) frame += kEraseLine + line + '\n';
   std::cout << frame << kEndFrame << std::flush;
   drawn_ = lines.size();
   width_ = width;
+}
+
+void LiveTable::Clear() {
+  const int width = platform::TerminalWidth(platform::StandardStream::Output).value_or(0);
+  std::cout << kBeginFrame << Return(width) << kEndFrame << std::flush;
+  drawn_ = 0;
 }
 
 }  // namespace tlm::ctl

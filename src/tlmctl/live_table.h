@@ -17,7 +17,13 @@ class LiveTable {
   // was, with the cursor below the table.
   void Draw(const std::string& heading, const std::vector<FollowedJob>& jobs);
 
+  // Takes what was drawn off the terminal, for other words to stand there. The next table is drawn below those.
+  void Clear();
+
  private:
+  static std::vector<std::string> LinesOf(const std::string& heading, const std::vector<FollowedJob>& jobs, int width);
+  std::string Return(int width) const;
+
   std::size_t drawn_ = 0;  // lines
   int width_ = 0;
 };

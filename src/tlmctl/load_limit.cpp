@@ -4,6 +4,7 @@
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/console.h"
+#include "tlmctl/option_values.h"
 
 namespace tlm::ctl {
 
@@ -39,7 +40,7 @@ void AddLoadLimit(Program& program) {
            "From this load on the server gives distributed jobs to its peers, and takes none from them. The load\n"
            "is the number of jobs that run or could start at once."},
       [limit](const Settings& settings) { return LoadLimit(settings, *limit); });
-  command.add_option("N", *limit, "The limit")->type_name("N")->check(CLI::PositiveNumber);
+  AddCount(command, "N", *limit, "The limit");
 }
 
 }  // namespace tlm::ctl

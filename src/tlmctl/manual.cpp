@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <iostream>
-#include <sstream>
 
 #include "tlmctl/commands.h"
 #include "tlmctl/exit_code.h"
@@ -138,7 +137,7 @@ void PrintExitCodes(std::ostream& out) {
   for (const ExitCodeMeaning& meaning : kExitCodes) {
     out << '*' << static_cast<int>(meaning.Code) << "*\n\t" << Plain(meaning.Text) << " (*" << meaning.Name << "*)\n\n";
   }
-  out << "*1* to *255*\n\tof the job's program, from *run*, *wait* and *submit --watch*\n\n";
+  out << "*1* to *255*\n\t" << Plain(kProgramsExitCode) << "\n\n";
 }
 
 void PrintEnvironment(std::ostream& out, const CLI::App& root) {
@@ -151,9 +150,14 @@ void PrintEnvironment(std::ostream& out, const CLI::App& root) {
   out << kEnvironment;
 }
 
+// Of an operation that no command uses.
+std::string OtherUse(const std::string& operation) {
+  return operation.starts_with("Reserved") ? "reserved" : "programs that stay connected to the server";
+}
+
 // Which command a person takes for what a program does by a call.
 void PrintOperations(std::ostream& out, const std::vector<CommandInfo>& commands) {
-  out << "# OPERATIONS OF THE SERVER\n\n|] *Number*\n:[ *Operation*\n:[ *Commands that use it*\n";
+  out << "# OPERATIONS OF THE SERVER\n\n|] *Number*\n:[ *Operation*\n:[ *Who uses it*\n";
   std::vector<ServerOperation> operations(std::begin(kOperations), std::end(kOperations));
   std::sort(operations.begin(), operations.end(), [](const auto& a, const auto& b) { return a.Number < b.Number; });
   for (const ServerOperation& operation : operations) {
@@ -163,8 +167,8 @@ void PrintOperations(std::ostream& out, const std::vector<CommandInfo>& commands
           std::find(info.Operations.begin(), info.Operations.end(), operation.Name) != info.Operations.end();
       if (uses) users.push_back(Bold(info.Name));
     }
-    if (users.empty()) continue;
-    out << "|] " << operation.Number << "\n:[ " << operation.Name << "\n:[ " << Joined(users, ", ") << '\n';
+    out << "|] " << operation.Number << "\n:[ " << operation.Name << "\n:[ "
+        << (users.empty() ? OtherUse(operation.Name) : Joined(users, ", ")) << '\n';
   }
   out << '\n';
 }

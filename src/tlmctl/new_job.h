@@ -13,12 +13,9 @@ namespace tlm::ctl {
 int PrintPlan(const Settings& settings, const Request& request);
 
 // Sends what the job needs and submits it; writes it down in the ledger. Throws Failure if the server does not take it.
-LedgerEntry SubmitNewJob(Link& link, const Settings& settings, const Request& request, const Plan& plan);
+LedgerEntry SubmitNewJob(Link& link, const Settings& settings, const Request& request, const Plan& planned);
 
 // Tells about the new job: its handle, or what people want to know besides.
 void PrintNewJob(const Settings& settings, const LedgerEntry& entry);
-
-// The words of the command line that is being carried out, for the ledger. Set once, at the start.
-void SetCommandLine(const std::vector<std::string>& words);
 
 }  // namespace tlm::ctl

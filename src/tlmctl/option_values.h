@@ -2,10 +2,18 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace tlm::ctl {
+
+// An argument or option that is a whole number from 1 on; it stays as it is if none is given.
+CLI::Option* AddCount(CLI::App& command, const std::string& name, std::uint32_t& count, const std::string& description);
+
+// An argument or option that is one of the levels of priority.
+CLI::Option* AddPriorityLevel(CLI::App& command, const std::string& name, std::string& level,
+                              const std::string& description);
 
 // The name as the command gave it, as in "JOB"; without what the checks of the value have added.
 std::string KindOf(const CLI::Option& option);

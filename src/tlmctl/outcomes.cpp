@@ -3,10 +3,10 @@
 #include <chrono>
 #include <map>
 
-#include "platform/thread.h"
 #include "tlmctl/inquiry.h"
 #include "tlmctl/job_json.h"
 #include "tlmctl/jobs.h"
+#include "tlmctl/server_key.h"
 #include "tlmctl/texts.h"
 
 namespace tlm::ctl {
@@ -36,28 +36,27 @@ void Learn(PastJob& job, const States& states) {
     job.Outcome = "gone";
     return;
   }
-  const KnownJob known{job.Entry.Handle, state->second, job.Entry};
+  KnownJob known{job.Entry.Handle, state->second, job.Entry};
   Remember(known);
-  job.Outcome = StatusWord(known.State.Status);
-  job.Entry.ExitCode = ProgramExitCode(known.State);
-  if (HasEnded(known.State)) job.Entry.Ended = platform::SecondsSince1970();
+  job = {*known.Entry, StatusWord(known.State.Status)};
 }
 
 }  // namespace
 
 std::vector<PastJob> LearnOutcomes(const Settings& settings, const std::vector<LedgerEntry>& entries) {
   const std::string server = AddressOf(settings).Text();
+  const std::string key = ServerKey(server);
   std::vector<PastJob> jobs;
   HandleList open;
   for (const LedgerEntry& entry : entries) {
     jobs.push_back({entry, entry.Outcome});
-    if (entry.Outcome.empty() && entry.Server == server) open.push_back(entry.Handle);
+    if (entry.Outcome.empty() && IsOn(entry, key)) open.push_back(entry.Handle);
   }
   if (open.empty()) return jobs;
   const auto states = AskFor(settings, open);
   if (!states) Note(settings, server + " does not answer: how its jobs stand is not known");
   for (PastJob& job : jobs) {
-    if (states && job.Outcome.empty() && job.Entry.Server == server) Learn(job, *states);
+    if (states && job.Outcome.empty() && IsOn(job.Entry, key)) Learn(job, *states);
   }
   return jobs;
 }

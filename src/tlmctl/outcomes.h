@@ -1,7 +1,6 @@
 // What became of the jobs in the ledger.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 

@@ -18,10 +18,16 @@ struct PeerLoad {
   std::uint32_t Limit = 0;  // from which on it takes no jobs of others
 };
 
+// The peers of a server, also those that it has kept since before it was started.
+StringList FetchPool(QorJMClient& client);
+
 // Where the server that has this host in its pool is answered, as far as that can be told from here.
 ServerAddress PeerAddress(const Settings& settings, const std::string& host);
 
-// Asks all at once, from here. Of each host its load, empty if it does not answer within the patience.
+inline constexpr std::size_t kMostPeersAsked = 64;
+
+// Asks all at once, from here, but no more than those. Of each its load, empty if it does not answer within the
+// patience.
 std::vector<std::optional<PeerLoad>> AskPeers(const Settings& settings, const StringList& hosts,
                                               std::chrono::seconds patience);
 

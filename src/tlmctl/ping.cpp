@@ -21,6 +21,7 @@ int Ping(const Settings& settings) {
                {"takes_jobs", found}});
     return kGood;
   }
+  if (settings.Quiet) return kGood;
   std::cout << AddressOf(settings).Text() << " answered in " << MillisecondsText(milliseconds)
             << "\nprograms of release " << settings.Release << (found ? ": found" : ": not found, jobs will be refused")
             << '\n';
@@ -34,7 +35,8 @@ void AddPing(Program& program) {
                       .Description = "Ask whether the server answers, and whether it takes jobs",
                       .Examples = {{"ping", "the server of this machine"},
                                    {"ping --server alpha --wait-server 60", "waits for one that is starting"}},
-                      .Operations = {"Hello"}},
+                      .Operations = {"Hello"},
+                      .Details = "With --quiet the exit code alone tells whether the server answers."},
                      Ping);
 }
 

@@ -1,27 +1,20 @@
-#include <algorithm>
-#include <iostream>
 #include <memory>
 
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/console.h"
+#include "tlmctl/peer_load.h"
 
 namespace tlm::ctl {
 
 namespace {
-
-StringList Fetch(QorJMClient& client) {
-  StringList hosts;
-  client.GetServerPool({hosts});
-  return hosts;
-}
 
 int Print(const Settings& settings, const StringList& hosts) {
   if (settings.Json) {
     PrintJson({{"hosts", hosts}});
     return kGood;
   }
-  for (const std::string& host : hosts) std::cout << host << '\n';
+  for (const std::string& host : hosts) Say(host);
   if (hosts.empty()) Note(settings, "no peers: the server runs distributed jobs itself");
   return kGood;
 }
@@ -29,7 +22,7 @@ int Print(const Settings& settings, const StringList& hosts) {
 int Get(const Settings& settings) {
   QorJMClient client;
   Connect(client, settings);
-  return Print(settings, Fetch(client));
+  return Print(settings, FetchPool(client));
 }
 
 int Set(const Settings& settings, const StringList& hosts) {
@@ -40,12 +33,12 @@ int Set(const Settings& settings, const StringList& hosts) {
   }
   QorJMClient client;
   Connect(client, settings);
-  const StringList former = Fetch(client);
+  const StringList former = FetchPool(client);
   if (hosts.empty() && !former.empty()) {
     RequireConsent(settings, "Take all " + std::to_string(former.size()) + " peers out of the pool?");
   }
   client.SetServerPool(hosts);
-  return Print(settings, Fetch(client));
+  return Print(settings, FetchPool(client));
 }
 
 }  // namespace
@@ -56,17 +49,16 @@ void AddPool(Program& program) {
   program.AddCommand({.Name = "pool get",
                       .Description = "Show the peers, in the order in which they are asked",
                       .Examples = {{"pool get", "a line each"}},
-                      .Operations = {"GetServerPool"},
-                      .Details = "After a restart the pool shows once a client has sent files."},
+                      .Operations = {"GetServerPool", "ClientFileExists"}},
                      Get);
   CLI::App& set =
       program.AddCommand({.Name = "pool set",
                           .Description = "Replace the peers",
                           .Examples = {{"pool set beta gamma", "these two, beta first"}, {"pool set", "none any more"}},
-                          .Operations = {"SetServerPool", "GetServerPool"},
+                          .Operations = {"SetServerPool", "GetServerPool", "ClientFileExists"},
                           .Details = "The pool is kept across restarts. 'tlmctl doctor' tells which peers answer."},
                          [hosts](const Settings& settings) { return Set(settings, *hosts); });
-  set.add_option("HOST", *hosts, "Names or addresses of the peers")->type_name("HOST")->expected(0, 1'000'000);
+  set.add_option("HOST", *hosts, "Names or addresses of the peers; none empties the pool")->type_name("HOST");
 }
 
 }  // namespace tlm::ctl

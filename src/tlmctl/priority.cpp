@@ -5,6 +5,7 @@
 #include "tlmctl/connection.h"
 #include "tlmctl/console.h"
 #include "tlmctl/jobs.h"
+#include "tlmctl/option_values.h"
 #include "tlmctl/texts.h"
 
 namespace tlm::ctl {
@@ -32,13 +33,13 @@ int OfNewJobs(const Settings& settings, QorJMClient& client, const std::string& 
 int OfJob(const Settings& settings, QorJMClient& client, const PriorityOptions& options) {
   const KnownJob job = FindJob(client, settings, options.Job);
   if (HasEnded(job.State)) {
-    throw Failure{kRefused, Printable(Subject(job.Handle, job.State)) + " has ended: " + StatusText(job.State.Status)};
+    throw Failure{kRefused, Subject(job.Handle, job.State) + " has ended: " + StatusText(job.State.Status)};
   }
   if (!client.SetJobPriority(job.Handle, PriorityOf(options.Level))) throw UnknownJob(job.Handle);
   if (settings.Json) {
     PrintJson({{"handle", job.Handle}, {"priority", options.Level}});
   } else if (!settings.Quiet) {
-    std::cout << Printable(Subject(job.Handle, job.State)) << ": " << options.Level << '\n';
+    Say(Subject(job.Handle, job.State) + ": " + options.Level);
   }
   return kGood;
 }
@@ -70,9 +71,8 @@ void AddPriority(Program& program) {
         return Priority(settings, *options);
       });
   CLI::Option* job = command.add_option("JOB", options->Job, "Job whose priority is set")->type_name(kJobValue);
-  command.add_option("LEVEL", options->Level, "The priority")->type_name(kPriorityValue)->needs(job);
-  *byDefault = command.add_option("--default", options->Default, "Of new jobs: show it, or set it")
-                   ->type_name(kPriorityValue)
+  AddPriorityLevel(command, "LEVEL", options->Level, "The priority")->needs(job);
+  *byDefault = AddPriorityLevel(command, "--default", options->Default, "Of new jobs: show it, or set it")
                    ->expected(0, 1)
                    ->excludes(job);
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "rpc/orpcerror.h"
+#include "tlmctl/exit_code.h"
 #include "tlmctl/settings.h"
 
 namespace tlm::ctl {
@@ -28,6 +30,14 @@ struct CommandInfo {
   std::vector<std::string> Operations;  // of the server, which it uses
   std::string Details = {};             // further paragraphs, each a line
 };
+
+// The argument JOB, to be read by HandleOf or FindJob: one that has to be there, or one or more.
+void AddJobArgument(CLI::App& command, std::string& job);
+void AddJobArgument(CLI::App& command, std::vector<std::string>& jobs);
+
+// What a call of a QorJMClient has thrown, in words.
+Failure Describe(const OrpcSocketError& error);
+Failure Describe(int marshalling);
 
 class Program {
  public:
@@ -56,6 +66,7 @@ class Program {
  private:
   CLI::App* Chosen();
   void Read(std::vector<std::string> words);
+  Failure DescribeUsage(const CLI::ParseError& error);
   int RunGuarded(const std::vector<std::string>& words);
 
   CLI::App app_;

@@ -8,6 +8,8 @@
 #include "tlmctl/console.h"
 #include "tlmctl/job_counts.h"
 #include "tlmctl/job_json.h"
+#include "tlmctl/link.h"
+#include "tlmctl/option_values.h"
 #include "tlmctl/queue_state.h"
 #include "tlmctl/texts.h"
 #include "tlmctl/time_values.h"
@@ -33,8 +35,8 @@ void PrintQueue(const Settings& settings, const QueueState& queue) {
                {"starts_at", TimeJson(queue.StartsAt)},
                {"limit", queue.Limit},
                {"waiting", queue.Waiting},
-               {"running", queue.Running},
-               {"running_from_queue", queue.RunningHere.size()}});
+               {"running", queue.Holders.size()},
+               {"running_from_queue", queue.RunningFromQueue.size()}});
     return;
   }
   if (settings.Quiet) {
@@ -43,8 +45,8 @@ void PrintQueue(const Settings& settings, const QueueState& queue) {
   }
   std::cout << "Queue    " << (queue.Runs ? "runs" : "stands still")
             << (queue.StartsAt != 0 ? ", starts at " + LocalTimeText(queue.StartsAt) : "") << "\nWaiting  "
-            << JobsText(queue.Waiting) << "\nRunning  " << JobsText(queue.Running) << ", " << queue.RunningHere.size()
-            << " of them from the queue\nLimit    " << queue.Limit << " at once\n";
+            << JobsText(queue.Waiting) << "\nRunning  " << JobsText(queue.Holders.size()) << ", "
+            << queue.RunningFromQueue.size() << " of them from the queue\nLimit    " << queue.Limit << " at once\n";
 }
 
 int ShowStatus(const Settings& settings, QorJMClient& client) {
@@ -90,18 +92,21 @@ std::string HandlesText(const std::vector<std::uint64_t>& handles) {
 }
 
 int Drain(const Settings& settings, const QueueOptions& options) {
-  QorJMClient client;
-  Connect(client, settings);
-  client.StopQueue();
-  client.StartQueue(kCancelStart);
-  QueueState queue = LookAtQueue(client);
-  if (options.Wait && !queue.RunningHere.empty()) {
-    Note(settings,
-         "waiting for the end of " + JobsText(queue.RunningHere.size()) + ": " + HandlesText(queue.RunningHere));
+  Link link(
+      settings, [](QorJMClient&) {}, Connect);
+  link.Open();
+  QueueState queue = link.Persist([](QorJMClient& client) {
+    client.StopQueue();
+    client.StartQueue(kCancelStart);
+    return LookAtQueue(client);
+  });
+  if (options.Wait && !queue.RunningFromQueue.empty()) {
+    Note(settings, "waiting for the end of " + JobsText(queue.RunningFromQueue.size()) + ": " +
+                       HandlesText(queue.RunningFromQueue));
   }
-  while (options.Wait && !queue.RunningHere.empty()) {
+  while (options.Wait && !queue.RunningFromQueue.empty()) {
     platform::Sleep(kPollInterval);
-    queue = LookAtQueue(client);
+    queue = link.Persist(LookAtQueue);
   }
   PrintQueue(settings, queue);
   return kGood;
@@ -148,7 +153,7 @@ void AddStart(Program& program, const std::shared_ptr<QueueOptions>& options) {
 void AddDrain(Program& program, const std::shared_ptr<QueueOptions>& options) {
   CLI::App& command = program.AddCommand(
       {.Name = "queue drain",
-       .Description = "Start nothing more from the queue, and wait for what runs",
+       .Description = "Start nothing more from the queue, also not later; --wait waits for what runs",
        .Examples = {{"queue drain", "before the server is restarted, say"},
                     {"queue drain --wait", "returns when nothing of the queue runs any more"}},
        .Operations = {"StopQueue", "StartQueue", "IsQueueRunning", "GetQueueStartTime", "GetQueueLimit", "ListJobs",
@@ -169,7 +174,7 @@ void AddLimit(Program& program, const std::shared_ptr<QueueOptions>& options) {
        .Operations = {"SetQueueLimit", "GetQueueLimit"},
        .Details = "A job of the queue starts while fewer jobs run, counting all, also those that run at once."},
       [options](const Settings& settings) { return Limit(settings, options->Limit); });
-  command.add_option("N", options->Limit, "The limit")->type_name("N")->check(CLI::PositiveNumber);
+  AddCount(command, "N", options->Limit, "The limit");
 }
 
 }  // namespace

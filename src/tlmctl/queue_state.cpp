@@ -1,6 +1,9 @@
 #include "tlmctl/queue_state.h"
 
+#include <utility>
+
 #include "platform/thread.h"
+#include "tlmctl/job_counts.h"
 #include "tlmctl/known_jobs.h"
 
 namespace tlm::ctl {
@@ -22,14 +25,12 @@ QueueState LookAtQueue(QorJMClient& client) {
   queue.Runs = client.IsQueueRunning();
   queue.StartsAt = PendingStart(client);
   queue.Limit = client.GetQueueLimit();
-  for (const KnownJob& job : FetchAllKnownJobs(client)) {
-    if (HasEnded(job.State)) continue;
-    if (job.State.Status != Queued) {
-      if (job.State.RunClass != kRunDistributed) ++queue.Running;
-      if (IsOfQueue(job.State)) queue.RunningHere.push_back(job.Handle);
-    } else if (IsOfQueue(job.State)) {
-      ++queue.Waiting;
-    }
+  for (KnownJob& job : FetchAllKnownJobs(client)) {
+    const PlaceInLife place = PlaceOf(job.State);
+    if (place == PlaceInLife::Waiting && IsOfQueue(job.State)) ++queue.Waiting;
+    if (place != PlaceInLife::Running || job.State.RunClass == kRunDistributed) continue;
+    if (IsOfQueue(job.State)) queue.RunningFromQueue.push_back(job.Handle);
+    queue.Holders.push_back(std::move(job));
   }
   return queue;
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "jm/qorjmclient.h"
+#include "tlmctl/jobs.h"
 
 namespace tlm::ctl {
 
@@ -12,9 +12,10 @@ struct QueueState {
   bool Runs = false;
   std::int64_t StartsAt = 0;  // seconds since 1970; 0 if no start is pending
   std::uint32_t Limit = 0;
-  std::size_t Waiting = 0;                 // jobs of the queue
-  std::size_t Running = 0;                 // jobs of all classes on this server: the limit counts them all
-  std::vector<std::uint64_t> RunningHere;  // jobs of the queue
+  std::size_t Waiting = 0;                      // jobs of the queue
+  std::vector<KnownJob> Holders;                // what the limit counts: jobs of all classes that run on this server
+  std::vector<std::uint64_t> RunningFromQueue;  // those of the queue among them
+  bool IsFull() const { return Holders.size() >= Limit; }
 };
 
 // Asks for every job.

@@ -35,7 +35,6 @@ int Release(const Settings& settings, const std::vector<std::string>& words) {
   AskAboutUnended(settings, jobs);
   Json list = Json::array();
   for (const KnownJob& job : jobs) {
-    Remember(job);
     client.ReleaseJob(job.Handle);
     FetchJob(client, job.Handle);  // reading it takes it off the server, if nothing holds it
     const std::optional<Task> left = FetchJob(client, job.Handle);
@@ -61,7 +60,7 @@ void AddRelease(Program& program) {
        .Details = "A job that has failed stays on the server, and its directory with it, until it is released.\n"
                   "One that has succeeded goes by itself once its results have been fetched."},
       [words](const Settings& settings) { return Release(settings, *words); });
-  command.add_option("JOB", *words, "Jobs to forget")->type_name(kJobValue)->required();
+  command.add_option("JOB", *words, kJobHelp)->type_name(kJobValue)->required();
 }
 
 }  // namespace tlm::ctl

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <limits>
 
 #include "tlmctl/command_text.h"
 #include "tlmctl/exit_code.h"
+#include "tlmctl/ledger.h"
 #include "tlmctl/texts.h"
 #include "util/mfile.h"
 
@@ -14,8 +14,6 @@ namespace tlm::ctl {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max();
 
 std::string Absolute(const fs::path& directory) {
   std::string path = fs::absolute(directory).lexically_normal().string();
@@ -39,6 +37,8 @@ void CheckUsage(const Request& request) {
   if (!request.Deck.empty() && !request.Command.empty()) {
     throw Failure{kUsage, "--deck goes with a command, not with --command"};
   }
+  const bool isPlain = request.Stem.find_first_of("\n/\\") == std::string::npos;
+  if (!isPlain || request.Stem.starts_with('.')) throw Failure{kUsage, "no stem: " + request.Stem};
   if (request.Queue && request.Distribute) throw Failure{kUsage, "a job goes to the queue or to the pool, not to both"};
   if (!request.Deck.empty() && !IsFile(request.Deck)) throw Failure{kUsage, "there is no deck " + request.Deck};
   if (request.InPlace && (!request.Inputs.empty() || request.SendAll || !request.OtherStems.empty())) {
@@ -52,25 +52,18 @@ std::string DirectoryOf(const Request& request) {
   return request.Deck.empty() ? Absolute(fs::current_path()) : Absolute(fs::absolute(request.Deck).parent_path());
 }
 
-InputFile Examine(const fs::path& path, const std::string& directory) {
-  const std::string full = Absolute(path);
-  if (Absolute(fs::path(full).parent_path()) != directory || !IsFile(full)) {
+ClientFile Examine(const fs::path& path, const std::string& directory) {
+  ClientFile file = Locate(path.string());
+  if (Absolute(file.Directory) != directory || !file.Size) {
     throw Failure{kUsage, "there is no file " + path.filename().string() + " in " + directory,
                   "the input of a job lies in one directory, without those below it; --dir names it"};
   }
-  InputFile file{fs::path(full).filename().string(), full, fs::file_size(full), 0};
-  file.ModTime = fs::last_write_time(full).time_since_epoch().count();
-  if (file.Size > kLargestFile) {
-    throw Failure{kUsage,
-                  file.Name + " has " + SizeText(file.Size) + ", and a file that travels 4294967295 bytes at most",
-                  "cut it up, or run --in-place where the server reaches the directory"};
-  }
-  if (file.Name.find('\\') != std::string::npos) throw Failure{kUsage, file.Name + " cannot travel under this name"};
+  file.Given = file.Name;
   return file;
 }
 
 // Words that name files of the directory are input, too.
-std::vector<InputFile> CollectInputs(const Request& request, const std::string& directory) {
+std::vector<ClientFile> CollectInputs(const Request& request, const std::string& directory) {
   std::vector<fs::path> paths;
   if (!request.Deck.empty()) paths.push_back(request.Deck);
   for (std::size_t i = 1; i < request.Words.size(); ++i) {
@@ -78,17 +71,24 @@ std::vector<InputFile> CollectInputs(const Request& request, const std::string& 
     const bool plain = fs::path(request.Words[i]).filename() == request.Words[i];
     if (plain && IsFile(inDirectory)) paths.push_back(inDirectory);
   }
-  paths.insert(paths.end(), request.Inputs.begin(), request.Inputs.end());
-  std::vector<InputFile> files;
+  for (const fs::path path : request.Inputs) paths.push_back(IsFile(path) ? path : fs::path(directory) / path);
+  std::vector<ClientFile> files;
   for (const fs::path& path : paths) {
-    InputFile file = Examine(path, directory);
-    const auto same = [&](const InputFile& known) { return known.Name == file.Name; };
+    ClientFile file = Examine(path, directory);
+    const auto same = [&](const ClientFile& known) { return known.Name == file.Name; };
     if (std::none_of(files.begin(), files.end(), same)) files.push_back(std::move(file));
   }
   return files;
 }
 
 std::string StemOf(const std::string& name) { return MFile(name).Stem(); }
+
+// Jobs of one stem in one directory write to the same files: a job that no input sets apart has a stem of its own.
+std::string StemFor(const Request& request, const std::string& ofInput, const std::string& program) {
+  constexpr std::size_t kDigits = 6;
+  if (!ofInput.empty()) return ofInput.front() == '.' ? program : ofInput;  // a hidden file is no result
+  return request.InPlace ? program : program + '-' + NewId().substr(0, kDigits);
+}
 
 // A deck in the job's directory goes by its name alone.
 std::string DeckWord(const Request& request, const std::string& directory) {
@@ -108,7 +108,11 @@ Plan MakePlan(const Request& request) {
   const std::string directory = DirectoryOf(request);
   Plan plan;
   plan.Directory = directory + (directory == "/" ? "" : "/");
-  const std::vector<InputFile> inputs = CollectInputs(request, directory);
+  std::error_code ignored;
+  if (!request.InPlace && !fs::is_directory(directory, ignored)) {
+    throw Failure{kUsage, "there is no directory " + directory, "results are brought there; --dir names another"};
+  }
+  const std::vector<ClientFile> inputs = CollectInputs(request, directory);
   std::vector<std::string> words = request.Words;
   if (!request.Deck.empty()) words.push_back(DeckWord(request, directory));
 
@@ -116,16 +120,18 @@ Plan MakePlan(const Request& request) {
   job.Command = FirstOf(request.Command, CommandText(words));
   if (!inputs.empty()) job.InputFile = inputs.front().Name;
   const std::string program = request.Words.empty() ? "job" : StemOf(request.Words.front());
-  job.ResultStem = FirstOf(request.Stem, inputs.empty() ? program : StemOf(job.InputFile));
+  job.ResultStem = FirstOf(request.Stem, StemFor(request, StemOf(job.InputFile), program));
   // Where the stems differ, results of former runs go. An input must not go with them.
   job.InputStem = job.ResultStem;
-  job.AnalysisID = FirstOf(request.Name, job.ResultStem);
+  job.AnalysisID = FirstOf(request.Name, inputs.empty() ? FirstOf(request.Stem, program) : job.ResultStem);
   job.ClientNote = request.Note;
   job.TaskKey = request.TaskKey;
   job.RunClass = RunClassOf(request);
   job.CompleteOnFailure = request.CompleteOnFailure;
   job.WorkDir = request.InPlace ? directory : plan.Directory;  // the server knows directories of files by this form
-  if (!request.InPlace) plan.Inputs = inputs;
+  if (request.InPlace) return plan;
+  for (const ClientFile& file : inputs) RequireThatItTravels(file);
+  plan.Inputs = inputs;
   return plan;
 }
 
@@ -143,12 +149,11 @@ void AddRequestOptions(Program& program, CLI::App& command, Request& request) {
   command.add_flag("--in-place", request.InPlace, "Run right in that directory, which the server has to reach itself");
   command.add_flag("--send-all", request.SendAll, "Send also the files that the server seems to have already");
   command.add_flag("-n,--dry-run", request.DryRun, "Do nothing but say what would be sent and run");
-  command.add_option("--stem", request.Stem,
-                     "Name of the result files without suffix; that of the input or the program");
+  command.add_option("--stem", request.Stem, "Name of the result files without suffix; that of the input file");
   command.add_option("--also", request.OtherStems, "Another stem whose files are results; may be repeated")
       ->type_name("STEM")
       ->allow_extra_args(false);
-  command.add_option("--name", request.Name, "What the job is called; the stem");
+  command.add_option("--name", request.Name, "What the job is called; by default as its input file or program");
   command.add_option("--note", request.Note, "A remark that stays with the job");
   command.add_option("--after", request.After, "A job that must succeed first")->type_name(kJobValue);
   command.add_flag("--queue", request.Queue, "Run within the limit of the server's queue, not at once");

@@ -1,11 +1,11 @@
 // What a user asks to be run, and what of it the server is told.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "jm/task.h"
+#include "tlmctl/client_files.h"
 #include "tlmctl/program.h"
 
 namespace tlm::ctl {
@@ -31,17 +31,10 @@ struct Request {
   bool DryRun = false;
 };
 
-struct InputFile {
-  std::string Name;
-  std::string Path;
-  std::uint64_t Size = 0;    // bytes
-  std::int64_t ModTime = 0;  // as SentFile has it
-};
-
 struct Plan {
-  Submission Job;                 // without the predecessor's handle and the note's id
-  std::string Directory;          // the job's on this machine, with a separator at its end
-  std::vector<InputFile> Inputs;  // what has to be there before the job; none for one that runs in place
+  Submission Job;                  // without the predecessor's handle and the note's id
+  std::string Directory;           // the job's on this machine, with a separator at its end
+  std::vector<ClientFile> Inputs;  // what has to be there before the job; none for one that runs in place
 };
 
 // The options of a command that makes a job.

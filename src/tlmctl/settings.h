@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "libtsenv/runtime_identity.h"
 
@@ -15,7 +16,8 @@ struct Settings {
   std::chrono::seconds WaitServer{0};  // for how long a server that cannot be reached is tried again
   bool Json = false;                   // for programs, not for people
   bool Quiet = false;
-  bool Yes = false;  // nothing is asked
+  bool Yes = false;                      // nothing is asked
+  std::vector<std::string> CommandLine;  // the words that are being carried out, for the ledger
 };
 
 }  // namespace tlm::ctl

@@ -55,7 +55,6 @@ int Show(const Settings& settings, const std::string& word) {
   QorJMClient client;
   Connect(client, settings);
   const KnownJob job = FindJob(client, settings, word);
-  Remember(job);
   if (settings.Json) {
     Json fields = JobJson(job.Handle, job.State);
     fields["submitted_from"] = job.Entry ? Json(job.Entry->From) : Json();
@@ -86,7 +85,7 @@ void AddShow(Program& program) {
        .Examples = {{"show 4", "job 4"}, {"show last", "my last job"}, {"show -q last", "its state alone, in a word"}},
        .Operations = {"GetJob"}},
       [job](const Settings& settings) { return Show(settings, *job); });
-  command.add_option("JOB", *job, "Handle, @ID or last")->required()->type_name(kJobValue);
+  command.add_option("JOB", *job, kJobHelp)->required()->type_name(kJobValue);
 }
 
 }  // namespace tlm::ctl

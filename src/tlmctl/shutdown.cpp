@@ -1,13 +1,11 @@
 #include <chrono>
-#include <iostream>
 
-#include "platform/thread.h"
-#include "rpc/orpcerror.h"
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/console.h"
 #include "tlmctl/job_counts.h"
 #include "tlmctl/known_jobs.h"
+#include "tlmctl/polling.h"
 
 namespace tlm::ctl {
 
@@ -18,25 +16,16 @@ constexpr std::chrono::seconds kPatience{30};  // it waits for the programs that
 
 bool HasGone(QorJMClient& client) { return client.Ping() == ORpcClient::State::Closed; }
 
-bool AwaitEnd(QorJMClient& client) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!HasGone(client)) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    platform::Sleep(kPollInterval);
-  }
-  return true;
-}
-
 int Shutdown(const Settings& settings) {
   const std::string server = AddressOf(settings).Text();
   QorJMClient client;
   Connect(client, settings);
   const JobCounts jobs = CountJobs(FetchAllKnownJobs(client));
-  RequireConsent(settings, "End the server at " + server + "? Lost: " + JobsText(jobs.Running) + " that run, " +
-                               std::to_string(jobs.Waiting) + " that wait, and what it knows of " +
-                               std::to_string(jobs.Ended) + " that have ended.");
+  RequireConsent(settings, "End the server at " + server + "? Lost: " + std::to_string(jobs.Running) + " running, " +
+                               std::to_string(jobs.Waiting) + " waiting, and what it knows of " + JobsText(jobs.Ended) +
+                               " at an end.");
   client.Shutdown();
-  if (!AwaitEnd(client)) {
+  if (!WaitUntil([&] { return HasGone(client); }, kPollInterval, kPatience)) {
     throw Failure{kTimedOut, "the server at " + server + " was told to end, and still answers"};
   }
   if (settings.Json) {
@@ -45,7 +34,8 @@ int Shutdown(const Settings& settings) {
                {"lost_waiting", jobs.Waiting},
                {"forgotten", jobs.Ended}});
   } else if (!settings.Quiet) {
-    std::cout << "the server at " << server << " has ended, with " << JobsText(jobs.Running + jobs.Waiting) << '\n';
+    Say("the server at " + server + " is ending, with " + JobsText(jobs.Running + jobs.Waiting) +
+        "; its process may take 15 seconds more");
   }
   return kGood;
 }
@@ -61,7 +51,8 @@ void AddShutdown(Program& program) {
        .Operations = {"Shutdown", "ListJobs", "GetJob"},
        .Details =
            "What runs is ended, and what waits is forgotten; files stay. 'tlmctl queue drain --wait' lets the queue\n"
-           "end its work before. A service is better ended with systemctl, which knows about it then."},
+           "end its work before. Returns when the server has closed its port; its process may live up to 15 seconds\n"
+           "longer. A service is better ended with systemctl, which knows about it then."},
       Shutdown);
 }
 

@@ -16,7 +16,6 @@ class StatusLine {
   StatusLine(const StatusLine&) = delete;
   StatusLine& operator=(const StatusLine&) = delete;
 
-  bool IsShown() const { return shown_; }
   // At most some times a second; what comes between is left out.
   void Show(const std::string& text);
   // Makes room for something else.

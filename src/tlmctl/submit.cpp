@@ -17,7 +17,7 @@ struct SubmitOptions {
 int Submit(const Settings& settings, const SubmitOptions& options) {
   if (options.Job.DryRun) return PrintPlan(settings, options.Job);
   const Plan plan = MakePlan(options.Job);
-  CatchInterrupts();
+  CatchInterrupts(kInterruptPatience);
   Link link(settings, [&](QorJMClient& client) {
     std::string serverDirectory;
     if (!options.Job.InPlace) client.MapClientDirectory(plan.Directory, serverDirectory);
@@ -42,8 +42,9 @@ void AddSubmit(Program& program) {
                     {"submit --queue --after 4 -- solve -v b.inp", "waits for job 4, and for its turn"},
                     {"submit --command 'mesh a; solve a' -i a.inp", "runs two programs, one after the other"},
                     {"submit --in-place --deck runs/a.inp solve", "runs in runs itself, which the server reaches"}},
-       .Operations = {"Hello", "MapClientDirectory", "CheckClientFiles", "PutFiles", "SubmitJob", "SetJobPriority",
-                      "IsQueueRunning"},
+       .Operations = {"Hello", "MapClientDirectory", "CheckClientFiles", "UpdateClientFiles", "PutFiles", "GetJob",
+                      "SubmitJob", "SetJobPriority", "IsQueueRunning", "ListJobs", "TakeOwnership", "ListRemovedJobs",
+                      "GetJobCount"},
        .Details = "A job succeeds if its program reports so to the server. For a program that knows nothing of job\n"
                   "managers give --complete-on-failure, else its job ends as Aborted; 'tlmctl run' does so by itself.\n"
                   "What the files are that travel is told by 'tlmctl run --help'."},

@@ -1,9 +1,10 @@
-#include <iostream>
 #include <memory>
 
 #include "tlmctl/commands.h"
 #include "tlmctl/connection.h"
 #include "tlmctl/console.h"
+#include "tlmctl/job_counts.h"
+#include "tlmctl/known_jobs.h"
 #include "tlmctl/time_values.h"
 
 namespace tlm::ctl {
@@ -27,18 +28,21 @@ TempRoot Fetch(QorJMClient& client) {
 }
 
 std::string AgeText(std::uint32_t seconds) {
-  for (const auto& [unit, name] : {std::pair(86400U, "days"), std::pair(3600U, "hours"), std::pair(60U, "minutes")}) {
-    if (seconds >= 2 * unit && seconds % unit == 0) return std::to_string(seconds / unit) + ' ' + name;
+  const auto text = [](std::uint32_t number, const char* unit) {
+    return std::to_string(number) + ' ' + unit + (number == 1 ? "" : "s");
+  };
+  for (const auto& [unit, name] : {std::pair(86400U, "day"), std::pair(3600U, "hour"), std::pair(60U, "minute")}) {
+    if (seconds >= 2 * unit && seconds % unit == 0) return text(seconds / unit, name);
   }
-  return std::to_string(seconds) + " seconds";
+  return text(seconds, "second");
 }
 
 int Print(const Settings& settings, const TempRoot& root) {
   if (settings.Json) {
     PrintJson({{"directory", root.Directory}, {"expiry_seconds", root.Expiry}});
   } else {
-    std::cout << root.Directory << '\n';
-    if (!settings.Quiet) std::cout << "files may be deleted after " << AgeText(root.Expiry) << '\n';
+    Say(root.Directory);
+    if (!settings.Quiet) Say("files may be deleted after " + AgeText(root.Expiry));
   }
   return kGood;
 }
@@ -54,12 +58,14 @@ std::string WantedDirectory(const std::string& given, const TempRoot& now) {
   return WithoutSeparatorAtEnd(given);
 }
 
-void AskIfFilesGo(const Settings& settings, const TempRoot& now, const TempRoot& wanted) {
+void AskIfFilesGo(QorJMClient& client, const Settings& settings, const TempRoot& now, const TempRoot& wanted) {
   if (wanted.Directory != now.Directory) {
+    const std::size_t waiting = CountJobs(FetchAllKnownJobs(client)).Waiting;
     RequireConsent(settings,
                    "This deletes all files of all clients below the root that the server's settings name, results "
-                   "that were not fetched too. Move from " +
-                       now.Directory + " to " + wanted.Directory + '?');
+                   "that were not fetched too, and the stored names of the pool's peers" +
+                       (waiting == 0 ? "" : "; " + JobsText(waiting) + " waiting would lose the files that were sent") +
+                       ". Move from " + now.Directory + " to " + wanted.Directory + '?');
   } else if (wanted.Expiry < now.Expiry) {
     RequireConsent(settings, "Files of all clients may be deleted once they are older than " + AgeText(wanted.Expiry) +
                                  ". Shorten the time?");
@@ -84,7 +90,7 @@ int SetOrShow(const Settings& settings, const TempRootOptions& options) {
   if (options.Directory.empty() && options.Expiry.empty()) return Print(settings, now);
   const TempRoot wanted{WantedDirectory(options.Directory, now),
                         options.Expiry.empty() ? now.Expiry : ExpiryOf(options.Expiry)};
-  AskIfFilesGo(settings, now, wanted);
+  AskIfFilesGo(client, settings, now, wanted);
   if (!client.SetTempRoot(wanted.Directory, wanted.Expiry)) {
     throw Failure{
         kRefused, "the server did not take " + wanted.Directory + " as its temporary root",
@@ -103,7 +109,7 @@ void AddTempRoot(Program& program) {
        .Examples = {{"temp-root", "shows both"},
                     {"temp-root --expiry 14d", "keeps files for two weeks"},
                     {"temp-root /srv/jobs", "moves there, and deletes all that was sent or made before"}},
-       .Operations = {"GetTempRoot", "SetTempRoot"},
+       .Operations = {"GetTempRoot", "SetTempRoot", "ListJobs", "GetJob"},
        .Details =
            "Both hold until the server is restarted; its settings name those that it starts with. Files are deleted\n"
            "when a client asks for a new directory, and never those of a job that the server still has."},

@@ -6,7 +6,6 @@
 #include <ctime>
 #include <map>
 
-#include "platform/process.h"
 #include "platform/thread.h"
 #include "tlmctl/jobs.h"
 
@@ -22,13 +21,13 @@ std::string NameOf(const std::array<const char*, kCount>& names, std::uint32_t v
 }  // namespace
 
 std::string StatusText(std::uint32_t status) {
-  static constexpr std::array<const char*, 8> kNames{nullptr,    "Queued",   "LaunchFailed", "Running",
+  static constexpr std::array<const char*, 8> kNames{"unknown",  "Queued",   "LaunchFailed", "Running",
                                                      "Starting", "Finished", "Aborted",      "Removed"};
   return NameOf(kNames, status);
 }
 
 std::string StatusWord(std::uint32_t status) {
-  static constexpr std::array<const char*, 8> kWords{nullptr,    "queued",   "launch-failed", "running",
+  static constexpr std::array<const char*, 8> kWords{"unknown",  "queued",   "launch-failed", "running",
                                                      "starting", "finished", "aborted",       "removed"};
   return NameOf(kWords, status);
 }
@@ -116,11 +115,12 @@ std::string MillisecondsText(double milliseconds) {
 std::string ExitCodeText(const Task& task) {
   if (!HasEnded(task) || task.Started == 0) return kNothing;
   if (task.Status == LaunchFailed && task.ExitCode == 0) return kNothing;  // there was no process to end
-  return task.ExitCode == platform::kUnknownExitCode ? "unknown" : std::to_string(task.ExitCode);
+  return EndedUnderNoServer(task) ? "unknown" : std::to_string(task.ExitCode);
 }
 
 std::string ElapsedText(const Task& task) {
   if (task.Started == 0) return kNothing;
+  if (EndedUnderNoServer(task)) return "unknown";
   if (HasEnded(task)) return DurationText(task.Elapsed);
   return DurationText(std::max<std::int64_t>(platform::SecondsSince1970() - task.Started, 0));
 }

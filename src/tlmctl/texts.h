@@ -10,6 +10,7 @@ namespace tlm::ctl {
 
 inline constexpr char kNothing[] = "-";  // stands for a value that there is not yet, or never was
 
+// "unknown" of 0, which no job of a server has.
 std::string StatusText(std::uint32_t status);  // as the server's own people say it: "LaunchFailed"
 std::string StatusWord(std::uint32_t status);  // as programs read it: "launch-failed"
 std::string RunClassText(std::uint32_t runClass);
@@ -33,9 +34,11 @@ std::string DurationText(std::int64_t seconds);
 // As in "0.21 ms".
 std::string MillisecondsText(double milliseconds);
 
-// Of the job's last process. kNothing unless the job has ended and a process was started for it.
+// Of the job's last process. kNothing unless the job has ended and a process was started for it; "unknown" if
+// the server had not started it.
 std::string ExitCodeText(const Task& task);
-// From the start of the job's last process to its end, or to now; kNothing if none was started.
+// From the start of the job's last process to its end, or to now; kNothing if none was started;
+// "unknown" once one has ended that the server had not started.
 std::string ElapsedText(const Task& task);
 
 // "[#######.............]  35 %", with as many characters between the brackets. The number stands as it was reported,

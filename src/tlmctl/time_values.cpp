@@ -56,11 +56,12 @@ std::chrono::seconds TimeUntil(const std::string& clock, std::int64_t now) {
   const auto minute = NumberOf(std::string_view(clock).substr(std::min(colon + 1, clock.size())));
   const bool wellFormed = clock.size() - colon == 3 && hour && *hour < 24 && minute && *minute < 60;
   const std::time_t instant = now;
-  const std::tm* today = wellFormed ? std::localtime(&instant) : nullptr;
-  if (!today) throw Failure{kUsage, '"' + clock + "\" is no time of day", "it is written as in 7:05 or 22:30"};
-  std::tm time = *today;
+  const std::tm* parts = wellFormed ? std::localtime(&instant) : nullptr;
+  if (!parts) throw Failure{kUsage, '"' + clock + "\" is no time of day", "it is written as in 7:05 or 22:30"};
+  const std::tm today = *parts;  // the next call may use its place anew
+  std::tm time = today;
   for (int days = 0;; ++days) {
-    time.tm_mday = today->tm_mday + days;
+    time.tm_mday = today.tm_mday + days;
     time.tm_hour = static_cast<int>(*hour);
     time.tm_min = static_cast<int>(*minute);
     time.tm_sec = 0;

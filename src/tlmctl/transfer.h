@@ -10,7 +10,7 @@
 namespace tlm::ctl {
 
 struct Decision {
-  InputFile File;
+  ClientFile File;
   bool Sends = false;
   std::string Reason;
 };
@@ -18,8 +18,7 @@ struct Decision {
 // What has to be sent, by what the server holds for the directory and what the ledger tells of earlier transfers.
 std::vector<Decision> DecideTransfers(QorJMClient& client, const Settings& settings, const Plan& plan, bool all);
 
-// Sends the files. After a loss of the connection it goes on from what has arrived. Throws Failure if the server could
-// not store them.
-void SendFiles(Link& link, const Settings& settings, const Plan& plan, const std::vector<Decision>& decisions);
+// Sends what has been decided, as Upload does.
+void SendFiles(Link& link, const Settings& settings, const std::vector<Decision>& decisions);
 
 }  // namespace tlm::ctl

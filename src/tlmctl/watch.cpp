@@ -37,6 +37,7 @@ std::string Heading(const Settings& settings, const FollowedJobs& jobs) {
 int WatchInPlace(const Settings& settings, FollowedJobs& jobs) {
   platform::KeyInput keys;
   LiveTable table;
+  jobs.OnLoss([&table] { table.Clear(); });
   while (true) {
     jobs.Poll();
     table.Draw(Heading(settings, jobs), jobs.Jobs());
@@ -50,6 +51,7 @@ void TellChange(const Settings& settings, const FollowedJob& job) {
     PrintJson({{"event", job.IsOver() ? "end" : "state"},
                {"job", JobJson(job.Job.Handle, job.Job.State)},
                {"gone", job.IsGone},
+               {"code", job.IsOver() ? Json(job.ExitCode()) : Json()},
                {"removed", job.WasRemoved}});
   } else if (settings.Quiet) {
     std::cout << job.Job.Handle << ' ' << (job.IsGone ? "gone" : StatusWord(job.Job.State.Status)) << std::endl;
@@ -77,7 +79,7 @@ int WatchByLine(const Settings& settings, FollowedJobs& jobs) {
 }
 
 int Watch(const Settings& settings, const std::vector<std::string>& words) {
-  CatchInterrupts();
+  CatchInterrupts(kInterruptPatience);
   FollowedJobs jobs(settings, words);
   const bool inPlace = !settings.Json && !settings.Quiet && LiveTable::IsPossible();
   const int code = inPlace ? WatchInPlace(settings, jobs) : WatchByLine(settings, jobs);
@@ -104,7 +106,7 @@ void AddWatch(Program& program) {
                   "change is a line. The exit code is that of the job's program, or of the first that failed. A\n"
                   "connection that is lost is made again."},
       [jobs](const Settings& settings) { return Watch(settings, *jobs); });
-  command.add_option("JOB", *jobs, "Handle, @ID or last; all jobs if none is named")->type_name(kJobValue);
+  command.add_option("JOB", *jobs, std::string(kJobHelp) + "; all jobs if none is named")->type_name(kJobValue);
 }
 
 }  // namespace tlm::ctl

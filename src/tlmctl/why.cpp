@@ -25,11 +25,12 @@ std::vector<Reason> ReasonsOf(QorJMClient& client, const Settings& settings, con
   } else if (task.Status == Starting) {
     reasons = {{"starting", "its process is about to be started"}};
   } else {
-    reasons = {{"running",
-                "it runs since " + LocalTimeText(task.Started) +
-                    (task.RunClass == kRunDistributed ? " on another server of the pool, " : ", ") + "and is at " +
-                    std::to_string(task.Progress) + " %",
-                "'tlmctl watch " + std::to_string(job.Handle) + "' follows it"}};
+    const bool isElsewhere = task.RunClass == kRunDistributed && task.Started == 0;
+    reasons = {
+        {"running",
+         (isElsewhere ? "it runs on another server of the pool" : "it runs since " + LocalTimeText(task.Started)) +
+             " and is at " + std::to_string(task.Progress) + " %",
+         "'tlmctl watch " + std::to_string(job.Handle) + "' follows it"}};
   }
   if (task.ClientPort != 0) {
     reasons.push_back({"owned",
@@ -40,10 +41,20 @@ std::vector<Reason> ReasonsOf(QorJMClient& client, const Settings& settings, con
   return reasons;
 }
 
+// A later job of the same directory and stem writes its output in place of this one's.
+bool HasLostItsOutput(QorJMClient& client, const KnownJob& job) {
+  const std::vector<KnownJob> all = FetchAllKnownJobs(client);
+  return std::any_of(all.begin(), all.end(), [&](const KnownJob& other) {
+    return other.Handle > job.Handle && other.State.Started != 0 && other.State.WorkDir == job.State.WorkDir &&
+           other.State.ResultStem == job.State.ResultStem;
+  });
+}
+
 // The last of what a failed job has written, if this client may have it.
 std::vector<std::string> LastLines(QorJMClient& client, const Settings& settings, const KnownJob& job) {
   std::vector<std::string> lines;
   if (!HasEnded(job.State) || HasSucceeded(job.State) || job.State.Started == 0) return lines;
+  if (HasLostItsOutput(client, job)) return lines;
   SayHello(client, settings);
   if (!client.TakeOwnership(job.Handle)) return lines;
   const std::uint64_t offset = OffsetOfLastLines(client, job.Handle, kOutputLines);
@@ -82,7 +93,6 @@ int Why(const Settings& settings, const std::string& word) {
   QorJMClient client;
   Connect(client, settings);
   const KnownJob job = FindJob(client, settings, word);
-  Remember(job);
   const std::vector<Reason> reasons = ReasonsOf(client, settings, job);
   const std::vector<std::string> output = LastLines(client, settings, job);
   if (settings.Json) {
@@ -107,7 +117,7 @@ void AddWhy(Program& program) {
                       "GetJobCount", "GetLocalLimit", "GetServerPool", "Hello", "TakeOwnership", "ReadOutput"},
        .Details = "Of a job that may run on any server of the pool it asks those servers, too, for 3 seconds."},
       [job](const Settings& settings) { return Why(settings, *job); });
-  command.add_option("JOB", *job, "Handle, @ID or last")->required()->type_name(kJobValue);
+  command.add_option("JOB", *job, kJobHelp)->required()->type_name(kJobValue);
 }
 
 }  // namespace tlm::ctl

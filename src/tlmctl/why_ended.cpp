@@ -1,6 +1,5 @@
 #include <map>
 
-#include "platform/process.h"
 #include "tlmctl/reason.h"
 #include "tlmctl/texts.h"
 
@@ -19,6 +18,9 @@ std::vector<Reason> WhyItNeverStarted(QorJMClient& client, const Task& task) {
     return {{"predecessor-failed",
              SubjectAndState({task.Predecessor, *predecessor, {}}) + ", for which it waited, did not succeed",
              "'tlmctl why " + std::to_string(task.Predecessor) + "' tells more about that one"}};
+  }
+  if (EndedElsewhere(task)) {
+    return {{"elsewhere", "it ended without success on another server, which does not pass on the exit code"}};
   }
   return {{"never-started", "it was ended before its start, together with a job on which it hung"}};
 }
@@ -55,8 +57,10 @@ Reason SignalReason(std::uint32_t signal) {
 }
 
 Reason WhyAborted(const Task& task) {
-  if (task.ExitCode == platform::kUnknownExitCode) {
-    return {"unknown", "its process has ended, and nobody knows how: the server had not started it"};
+  if (EndedUnderNoServer(task)) {
+    return {"unknown",
+            "its process has ended without a report of success; its exit code is not known, as the server "
+            "had not started it"};
   }
   if (task.ExitCode == 0) {
     return {"no-report", "its program ended with exit code 0, but had not reported success to the server",
@@ -70,7 +74,14 @@ Reason WhyAborted(const Task& task) {
 std::vector<Reason> WhySucceeded(const KnownJob& job) {
   const Task& task = job.State;
   std::vector<Reason> reasons{{"succeeded", "it has succeeded, exit code " + ExitCodeText(task)}};
-  if (task.ExitCode != 0 && task.CompleteOnFailure) {
+  if (EndedUnderNoServer(task)) {
+    reasons.front().Text = "it has reported success; its exit code is not known, as the server had not started it";
+  } else if (EndedElsewhere(task) && task.CompleteOnFailure) {
+    reasons = {{"elsewhere", "it has ended on another server, which does not pass on the exit code",
+                "so nobody knows whether it has succeeded; its output and its results tell more"}};
+  } else if (EndedElsewhere(task)) {
+    reasons.front().Text = "it has reported success, on another server";
+  } else if (task.ExitCode != 0 && task.CompleteOnFailure) {
     reasons.front().Text = "its program ended with exit code " + ExitCodeText(task);
     reasons.push_back({"exempt", "that counts as success, for so it was submitted"});
   }

@@ -1,8 +1,7 @@
-#include <algorithm>
 #include <chrono>
 
-#include "platform/thread.h"
 #include "tlmctl/peer_load.h"
+#include "tlmctl/queue_state.h"
 #include "tlmctl/reason.h"
 #include "tlmctl/texts.h"
 
@@ -21,31 +20,31 @@ void AddPredecessor(QorJMClient& client, const KnownJob& job, std::vector<Reason
 }
 
 void AddQueue(QorJMClient& client, std::vector<Reason>& reasons) {
-  if (!client.IsQueueRunning()) {
-    const auto start = static_cast<std::int64_t>(client.GetQueueStartTime());
-    const bool isPending = start > platform::SecondsSince1970();
+  const QueueState queue = LookAtQueue(client);
+  if (!queue.Runs) {
+    const bool isPending = queue.StartsAt != 0;
     reasons.push_back({isPending ? "queue-starts-later" : "queue-stopped",
-                       isPending ? "the queue starts on " + LocalTimeText(start) : "the queue stands still",
+                       isPending ? "the queue starts on " + LocalTimeText(queue.StartsAt) : "the queue stands still",
                        std::string("'tlmctl queue start' starts it") + (isPending ? " now" : "")});
   }
-  std::vector<KnownJob> holders = FetchAllKnownJobs(client);
-  // Any job that runs here counts, and none that runs on another server.
-  std::erase_if(holders, [](const KnownJob& other) {
-    return HasEnded(other.State) || other.State.Status == Queued || other.State.RunClass == kRunDistributed;
-  });
-  const std::uint32_t limit = client.GetQueueLimit();
-  if (holders.size() < limit) return;
-  reasons.push_back({"queue-limit",
-                     "the queue's limit, " + std::to_string(limit) + ", is reached by " + ListInWords(holders),
-                     "'tlmctl queue limit' raises it"});
+  if (!queue.IsFull()) return;
+  reasons.push_back(
+      {"queue-limit",
+       "the queue's limit, " + std::to_string(queue.Limit) + ", is reached by " + ListInWords(queue.Holders),
+       "'tlmctl queue limit' raises it"});
 }
 
-Reason ReasonOf(const std::string& host, const std::optional<PeerLoad>& load, const std::string& release) {
-  if (!load) return {"peer-silent", host + " does not answer", "is its server running?"};
+// This client asks, and not the server that hands out the job: the two may not see the same.
+Reason ReasonOf(const std::string& host, const ServerAddress& address, const std::optional<PeerLoad>& load,
+                const std::string& release) {
+  const std::string seen = ", seen from here at " + Printable(address.Text());
+  if (!load) return {"peer-silent", host + " does not answer" + seen, "is its server running?"};
   const std::string numbers = "jobs " + std::to_string(load->Count) + ", limit " + std::to_string(load->Limit);
-  if (!load->TakesJobs) return {"peer-refuses", host + " has no programs of release " + release + ", and takes no job"};
-  if (load->Count >= load->Limit) return {"peer-busy", host + " is busy: " + numbers};
-  return {"peer-free", host + " has room: " + numbers + "; it may go there any moment"};
+  if (!load->TakesJobs) {
+    return {"peer-refuses", host + " has no programs of release " + release + ", and takes no job" + seen};
+  }
+  if (load->Count >= load->Limit) return {"peer-busy", host + " is busy: " + numbers + seen};
+  return {"peer-free", host + " has room: " + numbers + seen + "; it may go there any moment"};
 }
 
 void AddPool(QorJMClient& client, const Settings& settings, std::vector<Reason>& reasons) {
@@ -55,14 +54,16 @@ void AddPool(QorJMClient& client, const Settings& settings, std::vector<Reason>&
   reasons.push_back({"local-limit",
                      "the server is busy itself: jobs " + std::to_string(count) + ", limit " + std::to_string(limit),
                      "'tlmctl load-limit' raises it"});
-  StringList pool;
-  client.GetServerPool({pool});
+  const StringList pool = FetchPool(client);
   if (pool.empty()) {
     reasons.push_back({"no-pool", "it knows no other server to hand the job to", "'tlmctl pool set' names some"});
   }
   const std::vector<std::optional<PeerLoad>> loads = AskPeers(settings, pool, kPeerPatience);
-  for (std::size_t i = 0; i < pool.size(); ++i) {
-    reasons.push_back(ReasonOf(Printable(pool[i]), loads[i], settings.Release));
+  for (std::size_t i = 0; i < loads.size(); ++i) {
+    reasons.push_back(ReasonOf(Printable(pool[i]), PeerAddress(settings, pool[i]), loads[i], settings.Release));
+  }
+  if (pool.size() > loads.size()) {
+    reasons.push_back({"peers-unknown", std::to_string(pool.size() - loads.size()) + " more peers were not asked"});
   }
 }
 

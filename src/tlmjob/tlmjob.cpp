@@ -10,6 +10,7 @@
 #include "platform/host.h"
 #include "report/own_job.h"
 #include "report/reporter.h"
+#include "rpc/orpctrace.h"
 #include "util/immortal.h"
 
 namespace {
@@ -21,6 +22,8 @@ struct Attachment {
   std::shared_ptr<Reporter> CurrentReporter;  // null while the program is not attached
   bool Prepared = false;
   std::atomic<std::int32_t> Process = 0;  // that has attached last
+  // From then on the job manager waits for the end and hears nothing more; its event goes with the attachment.
+  std::atomic<bool> StopSeen = false;
 
   // What that process has forked has copies of lock and reporter, but not of the threads that work with them.
   bool IsCopy() const { return Process != 0 && Process != tlm::platform::ProcessId(); }
@@ -34,6 +37,7 @@ Attachment& TheAttachment() {
 // Once in the process.
 void Prepare(Attachment& attachment, const OwnJob& job) {
   if (std::exchange(attachment.Prepared, true)) return;
+  tlm::SetORpcOutput(nullptr);  // the program's output is its own
   tlm::report::TakeSettingsOfJobManager(job);
   std::atexit(tlmjob_detach);
 }
@@ -44,11 +48,17 @@ std::optional<StopEvent> StopEventOf(const OwnJob& job) {
   return job.Process == tlm::platform::ProcessId() ? StopEvent::Create(name) : StopEvent::OpenOrCreate(name);
 }
 
+bool IsStopRequested(Reporter& reporter) {
+  if (!reporter.StopRequested()) return false;
+  TheAttachment().StopSeen = true;
+  return true;
+}
+
 bool Attach() {
   Attachment& attachment = TheAttachment();
   if (attachment.IsCopy()) return false;
   const std::lock_guard hold(attachment.Lock);
-  if (attachment.CurrentReporter) return true;
+  if (attachment.CurrentReporter || attachment.StopSeen) return true;
   const std::optional<OwnJob> job = tlm::report::FindOwnJob();
   if (!job) return false;
   Prepare(attachment, *job);
@@ -110,12 +120,14 @@ void tlmjob_succeeded() { Deliver({.Succeeded = true}); }
 void tlmjob_retry() { Deliver({.Retry = true}); }
 
 int tlmjob_stop_requested() {
-  return IfAttached([](Reporter& reporter) { return reporter.StopRequested(); });
+  if (TheAttachment().StopSeen) return TheAttachment().IsCopy() ? 0 : 1;
+  return IfAttached(IsStopRequested);
 }
 
 void tlmjob_detach() {
   IfAttached([](Reporter& reporter) {
     reporter.Finish();
+    IsStopRequested(reporter);
     Attachment& attachment = TheAttachment();
     const std::lock_guard hold(attachment.Lock);
     if (attachment.CurrentReporter.get() == &reporter) attachment.CurrentReporter.reset();

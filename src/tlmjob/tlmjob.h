@@ -25,12 +25,13 @@ int tlmjob_attach(void);
  * called often: of several percentages only the latest is sent. */
 void tlmjob_progress(int percent);
 
-/* What the analysis takes, two numbers with a meaning of the site's own. Does not wait; only the latest pair is sent.
- * On standard output, a line says that they were. */
+/* What the analysis takes, two numbers with a meaning of the site's own. Does not wait, and only the latest pair
+ * is sent. */
 void tlmjob_required_level(uint64_t type, uint64_t level);
 
 /* The result files are there, whole: clients may fetch them from now on, while the program goes on. Returns when the
- * job manager knows, or when a stop is requested. So do the next two. */
+ * job manager knows, or when a stop is requested, or when the job manager has not answered for 60 seconds; then the
+ * line on standard error says that the program goes on alone. So do the next two. */
 void tlmjob_results_available(void);
 
 /* The analysis has succeeded. A job whose program ends without this counts as failed, whatever its exit code. */
@@ -40,11 +41,11 @@ void tlmjob_succeeded(void);
 void tlmjob_retry(void);
 
 /* 1 if the job manager has asked the program to end, else 0. Cheap enough for every iteration. Once it is 1 it stays 1,
- * and the program has 10 seconds to end before it is made to. */
+ * also when the program detaches, and the program has 10 seconds to end before it is made to. */
 int tlmjob_stop_requested(void);
 
-/* No more reports will come. Returns when the job manager knows all of them, or when a stop is requested. At exit() it
- * is called by itself; a program that ends in another way, by _exit() or quick_exit(), has to call it. */
+/* No more reports will come. Returns as tlmjob_results_available does, with all of them delivered. At exit() it is
+ * called by itself; a program that ends in another way, by _exit() or quick_exit(), has to call it. */
 void tlmjob_detach(void);
 
 #ifdef __cplusplus

@@ -26,6 +26,7 @@ import socket
 import struct
 import sys
 import threading
+import time
 
 __all__ = ["attach", "progress", "required_level", "results_available", "succeeded", "retry", "stop_requested",
            "detach"]
@@ -40,7 +41,7 @@ def attach():
     if _is_copy():
         return False
     with _lock:
-        if _reporter:
+        if _reporter or _stop_seen:
             return True
         job, manager = _own_job()
         if not job:
@@ -54,19 +55,20 @@ def attach():
 
 def progress(percent):
     """How far the analysis is, 0 to 100; what lies outside is taken for the nearer of the two. Does not wait, so it may
-    be called often: of several percentages only the latest is sent."""
-    _put(progress=max(0, min(100, int(percent))))
+    be called often: of several percentages only the latest is sent. What is no number counts as 0."""
+    _put(lambda: {"progress": _percentage(percent)})
 
 
 def required_level(type, level):
     """What the analysis takes, two numbers with a meaning of the site's own. Does not wait; only the latest pair is
-    sent."""
-    _put(level=struct.pack(">QQ", type % 2**64, level % 2**64))
+    sent. What is no number counts as 0."""
+    _put(lambda: {"level": struct.pack(">QQ", _whole(type) % 2**64, _whole(level) % 2**64)})
 
 
 def results_available():
     """The result files are there, whole: clients may fetch them from now on, while the program goes on. Returns when
-    the job manager knows, or when a stop is requested. So do the next two."""
+    the job manager knows, or when a stop is requested, or when the job manager has not answered for 60 seconds; then
+    the line on standard error says that the program goes on alone. So do the next two."""
     _deliver(results=True)
 
 
@@ -82,18 +84,22 @@ def retry():
 
 def stop_requested():
     """True if the job manager has asked the program to end. Cheap enough for every iteration. Once it is true it stays
-    true, and the program has 10 seconds to end before it is made to."""
+    true, also when the program detaches, and the program has 10 seconds to end before it is made to."""
+    global _stop_seen
     reporter = _current()
-    return bool(reporter) and reporter.stop_requested()
+    if reporter and reporter.stop_requested():
+        _stop_seen = True
+    return _stop_seen and not _is_copy()
 
 
 def detach():
-    """No more reports will come. Returns when the job manager knows all of them, or when a stop is requested. At the
-    end of the interpreter it is called by itself."""
+    """No more reports will come. Returns as results_available does, with all of them delivered. At the end of the
+    interpreter it is called by itself."""
     global _reporter
     reporter = _current()
     if reporter:
         reporter.finish()
+        stop_requested()
         with _lock:
             if _reporter is reporter:
                 reporter.stop.close()
@@ -103,9 +109,12 @@ def detach():
 # -- the program's side
 
 _STOP_INTERVAL = 0.05  # seconds
+_PATIENCE = 60  # seconds
 _lock = threading.Lock()
 _reporter = None  # of the attached program, guarded by _lock
 _process = None  # that has attached last
+# From then on the job manager waits for the end and hears nothing more; its event goes with the attachment.
+_stop_seen = False
 
 
 def _is_copy():
@@ -117,10 +126,25 @@ def _current():
     return None if _is_copy() else _reporter
 
 
-def _put(**message):
+def _put(make_message):
     reporter = _current()
     if reporter:
-        reporter.put(message)
+        reporter.put(make_message())
+
+
+# An analysis of hours must not end by what it reports, be it None, a NaN or of a class that cannot be compared.
+def _percentage(value):
+    try:
+        return int(max(0, min(100, value))) if value == value else 0
+    except Exception:
+        return 0
+
+
+def _whole(value):
+    try:
+        return int(value)
+    except Exception:
+        return 0
 
 
 def _deliver(**message):
@@ -132,16 +156,20 @@ def _deliver(**message):
 
 class _Reporter:
     """The job manager may be waiting for the job to end on its stop event, and answers no call meanwhile. So the calls
-    have a thread of their own, and whoever waits for them looks at the event."""
+    have a thread of their own, and whoever waits for them looks at the event. Nor does one wait for a job manager that
+    has stopped answering; should it answer after all, it gets what was put."""
 
     def __init__(self, job, manager):
         self.changed = threading.Condition()  # guards all below
         self.waiting = {}
-        self.sending = True  # until the first message is fetched: attaching counts
-        self.finished = self.closed = False
+        self.sending, self.sending_since = True, time.monotonic()  # until the first is fetched: attaching counts
+        self.finished = self.closed = self.has_complained = False
         product = _PRODUCTS.get(os.environ.get("TSJM_CLIENT"), _PRODUCTS["tlm"])
         self.stop = _StopEvent(f"/{product.release}_{job}", job == os.getpid())
-        threading.Thread(target=self._serve, args=(job, product, manager), daemon=True).start()
+        try:
+            threading.Thread(target=self._serve, args=(job, product, manager), daemon=True).start()
+        except (RuntimeError, MemoryError):
+            self.closed = True
 
     def put(self, message):
         with self.changed:
@@ -158,7 +186,15 @@ class _Reporter:
     def wait_until(self, condition):
         with self.changed:
             while not (self.closed or condition() or self.stop_requested()):
+                if self.sending and time.monotonic() - self.sending_since > _PATIENCE:
+                    self._complain_once()
+                    break
                 self.changed.wait(_STOP_INTERVAL)
+
+    def _complain_once(self):
+        if not self.has_complained:
+            self.has_complained = True
+            print(f"{_program()}: no job manager to report to, going on without", file=sys.stderr)
 
     def stop_requested(self):
         return self.stop.is_set()
@@ -178,7 +214,7 @@ class _Reporter:
                         if name in message:
                             call(operation)
         except Exception:
-            print(f"{_program()}: no job manager to report to, going on without", file=sys.stderr)
+            self._complain_once()
         finally:
             with self.changed:
                 self.closed = True
@@ -191,7 +227,7 @@ class _Reporter:
             self.changed.notify_all()
             self.changed.wait_for(lambda: self.finished or self.waiting)
             message, self.waiting = self.waiting, {}
-            self.sending = bool(message)
+            self.sending, self.sending_since = bool(message), time.monotonic()
             return message
 
 
@@ -256,9 +292,13 @@ class _Product:
             return os.environ[self.variable]
         home = os.environ.get("XDG_CONFIG_HOME") or os.path.expanduser("~/.config")
         key = rf"SOFTWARE\Corvanta\{self.name}\2010\Environment"
-        return (_setting(os.environ.get("TS_USER_REGISTRY") or home + "/corvanta/registry.ini", key, self.variable)
-                or _setting(os.environ.get("TS_MACHINE_REGISTRY") or "/etc/corvanta/registry.ini", key, self.variable)
-                or _setting(_executable(manager) + ".ini", "ENVIRONMENT", self.variable))
+        for registry in (os.environ.get("TS_USER_REGISTRY") or home + "/corvanta/registry.ini",
+                         os.environ.get("TS_MACHINE_REGISTRY") or "/etc/corvanta/registry.ini"):
+            value = _setting(registry, key, self.variable)
+            if value is not None and not value.startswith("dword:"):  # a number counts for nothing
+                return _expanded(value.removeprefix("expand:"))
+        value = _setting(_executable(manager) + ".ini", "ENVIRONMENT", self.variable) or ""
+        return value[1:-1] if len(value) > 1 and value[0] == value[-1] and value[0] in "'\"" else value
 
 
 _PRODUCTS = {
@@ -275,13 +315,26 @@ def _setting(path, section, name):
         with open(path, encoding="utf-8-sig", errors="replace") as file:
             for line in map(str.strip, file):
                 key, equals, value = line.partition("=")
-                if line.startswith("["):
+                if line.startswith((";", "#")):
+                    continue
+                if line.startswith("[") and line.endswith("]"):
                     inside = line[1:-1].strip().lower() == section.lower()
                 elif inside and equals and key.strip().lower() == name.lower():
-                    return value.strip().removeprefix("expand:").strip("'\"")
+                    return value.strip()
     except OSError:
         pass
     return None
+
+
+def _expanded(text):
+    """With %NAME% replaced by the variable. The second sign of an unknown name may be the first one of a known name."""
+    result = ""
+    while text:
+        name, sign, rest = text[1:].partition("%") if text.startswith("%") else ("", "", "")
+        known = sign and name in os.environ
+        result += os.environ[name] if known else text[0]
+        text = rest if known else text[1:]
+    return result
 
 
 def _executable(process):
@@ -333,27 +386,28 @@ _JOB_MANAGERS = ("tlmjm", "ksbjm", "vrkjm")
 
 def _own_job():
     """The process that the job manager has started for the job to which this process belongs, which is this one or one
-    further up, and the job manager itself. 0 for what is not known, or not there."""
+    further up, and the job manager itself. 0 for both if it is no job's."""
     process = os.getpid()
-    entry = _look_up(process)
-    while entry:
-        parent = entry[0]
-        entry = _look_up(parent)
-        if entry and _is_job_manager(entry):
+    while process:
+        parent = _parent(process)
+        if _is_job_manager(parent):
             return process, parent
         process = parent
     # A job's process leads a group, so what it has left behind still knows it. If it has ended, so has the job.
-    told = "TS_ENTERPRISE_ENV" in os.environ or "TS_ENTERPRISE_ENV_PARENT_ID" in os.environ
-    if told and hasattr(os, "getpgrp"):
-        leader = os.getpgrp()
-        entry = _look_up(leader)
-        if entry and not _is_job_manager(entry):
-            return leader, 0
-    return 0, 0
+    leader = os.getpgrp() if hasattr(os, "getpgrp") else 0
+    manager = _parent(leader)
+    return (leader, manager) if _is_job_manager(manager) else (0, 0)
 
 
-def _is_job_manager(entry):
-    return any(name in entry[1] for name in _JOB_MANAGERS)
+def _parent(process):
+    """0 if there is none."""
+    entry = _look_up(process)
+    return entry[0] if entry else 0
+
+
+def _is_job_manager(process):
+    entry = _look_up(process)
+    return bool(entry) and entry[1] in _JOB_MANAGERS
 
 
 def _look_up(process):

@@ -85,7 +85,7 @@ void MLockFile::Unlock() {
 }
 
 void MLockFile::WriteHolder(const std::string& infoPath) {
-  std::optional<File> info = File::Open(infoPath, File::Mode::Truncate);
+  std::optional<File> info = File::Open(infoPath, File::Mode::Truncate, File::Links::Refuse);
   if (!info) return;
   infoPath_ = infoPath;
   const std::string time = std::to_string(static_cast<std::int32_t>(platform::SecondsSince1970()));

@@ -1,6 +1,7 @@
 // A lock on a path, kept by two companion files: path.lck, whose first byte is locked, and path.lci, which tells people
 // who holds it (seconds since 1970, host and user, a line each). It binds only those who ask for it. It ends with its
-// holder, so that companions left behind by a crash bind nobody.
+// holder, so that companions left behind by a crash bind nobody. A companion that is a link is left alone, as one that
+// cannot be opened.
 #pragma once
 
 #include <cstdint>

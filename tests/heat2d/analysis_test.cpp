@@ -11,11 +11,11 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 struct Analysis : ::testing::Test {
-  Finished Run(const std::string& deck, const std::string& text) const {
+  ProgramEnd Run(const std::string& deck, const std::string& text) const {
     Disk.Write(deck, text);
     return Run(deck);
   }
-  Finished Run(const std::string& deck) const {
+  ProgramEnd Run(const std::string& deck) const {
     return RunProgram({"/usr/bin/env", "-C", Disk.Root(), BIN_DIRECTORY "/heat2d", "--offline", deck});
   }
   const Sandbox Disk;
@@ -100,7 +100,7 @@ TEST_F(Analysis, SaysWhatWentWrong) {
       {"slow.inp", head + "top convection 1 20\niterations 3\n", 2, "did not converge in 3 iterations"},
   };
   for (const auto& [file, text, code, said] : cases) {
-    const Finished end = Run(file, text);
+    const ProgramEnd end = Run(file, text);
     EXPECT_EQ(end.ExitCode, code) << file;
     EXPECT_THAT(end.Output, HasSubstr(said));
   }

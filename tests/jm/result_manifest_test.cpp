@@ -29,6 +29,8 @@ TEST(ReceivedResults, AreHeldAgainstTheManifest) {
   EXPECT_THAT(check("crc:1:63:1:9:0;crc:1: crx:1:.x:63:1:9:0; crc:2:.x:63:1:9:0; \f\v :;:"), IsEmpty());
   EXPECT_THAT(check("crc::1:.x;63:1:9:0:more"), ElementsAre(disk / "c"));
   EXPECT_THAT(check("crc:1:.x:61:-1:9:0;"), ElementsAre(disk / "a")) << "sizes are unsigned";
+  EXPECT_THAT(check("crc:1:.x:61:4294967296:9:0;"), ElementsAre(disk / "a")) << "nor do they start over";
+  EXPECT_THAT(check("crc:1:.x:2e2e2f63:1:9:0; crc:1:.x:6300:1:9:0;"), IsEmpty()) << "names with a path lie elsewhere";
 
   disk.Write("beam.crc.tmp", "crc:1:.x:63:1:9:0;");
   EXPECT_THAT(check(""), ElementsAre(disk / "c")) << "a manifest that was not put in place is the newer one";

@@ -1,16 +1,12 @@
 // ngspice as a job: what comes back, and what its exit code says.
 #include <cmath>
 #include <cstring>
-#include <gmock/gmock.h>
 #include <signal.h>
 
-#include "jm/qorjmclient.h"
 #include "tlmctl/tlmctl_fixture.h"
 
 namespace tlm::test {
 namespace {
-
-using testing::HasSubstr;
 
 struct Spice : Tlmctl {
   void SetUp() override {
@@ -35,7 +31,7 @@ struct Spice : Tlmctl {
 TEST_F(Spice, BringsBackWaveformsOfTheRightTimeConstant) {
   CopyDeck("rc-step.cir");
   CopyDeck("rc-sweep.cir");
-  const Finished step = Ctl({"run", "spice", "rc-step.cir"});
+  const ProgramEnd step = Ctl({"run", "spice", "rc-step.cir"});
   ASSERT_EQ(step.ExitCode, 0) << step.Output;
   EXPECT_THAT(disk.Read("rc-step.log"), HasSubstr("No. of Data Rows"));
   const std::vector<double> points = Values("rc-step.raw");  // time, v(in), v(out), i(v1)
@@ -61,23 +57,24 @@ TEST_F(Spice, FailsWhereNgspiceDoesAndWhereItOughtTo) {
                {".op\n.ac dec 10 1meg 1\n", "Operating Point: 1 points"},
                {".tran 1u 1m\n.meas tran late when v(in)=5\n", "No .measure possible"},
                {".control\nop\nprint v(out)\nquit\n.endc\n", "vector out is not available"},
+               {".control\nop\nshell cp deck.cir deck.raw\nquit\n.endc\n", "a plot without numbers"},
                {".control\nop\nquit 3\n.endc\n", "", 3}};
   for (const auto& [cards, text, code] : cases) {
     disk.Write("deck.cir", source + cards + ".end\n");
-    const Finished run = Ctl({"run", "spice", "deck.cir"});
+    const ProgramEnd run = Ctl({"run", "spice", "deck.cir"});
     EXPECT_EQ(run.ExitCode, code) << cards;
     EXPECT_THAT(run.Output, HasSubstr(text));
   }
   EXPECT_EQ(disk.Read("reports").find("succeeded"), std::string::npos);
+  disk.Write("deck.cir", source + ".control\nset filetype=ascii\nop\nwrite deck.raw\nquit\n.endc\n.end\n");
+  EXPECT_THAT(Ctl({"run", "spice", "deck.cir"}).Output, HasSubstr("Operating Point: 1 points"));
 }
 
 TEST_F(Spice, ReportsHowFarItIsAndStopsWithItsJob) {
   disk.Write("long.cir", "long\nV1 in 0 SIN(0 1 1k)\nR1 in 0 1k\n.tran 1u 20\n.end\n");
-  std::future<Finished> run = CtlMeanwhile({"run", "spice", "long.cir"});
+  std::future<ProgramEnd> run = CtlMeanwhile({"run", "spice", "long.cir"});
   ASSERT_TRUE(Eventually([&] { return disk.Read("reports").find(" progress ") != std::string::npos; }));
-  QorJMClient client;
-  client.Connect("127.0.0.1", server.Port());
-  client.Hello("tlm2010", "desk", 0);
+  JobClient client(server.Port());
   client.TakeOwnership(4);
   EXPECT_TRUE(client.RemoveJob(4));
   EXPECT_EQ(run.get().ExitCode, 120);

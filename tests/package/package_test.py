@@ -104,7 +104,7 @@ class Server:
                 for program, deck in zip(programs, decks)]
         for job, deck in zip(jobs, decks):
             run(*self.client, "watch", job)
-            run(*self.client, "results", job)
+            run(*self.client, "results", "--dir", directory, job)
             assert os.path.getsize(deck.replace(".inp", ".dat")) > 0
         assert os.stat(f"{STATE}/{self.product[:3]}2010.sta").st_uid == pwd.getpwnam("tlmjm").pw_uid
 

@@ -59,6 +59,21 @@ TEST_F(ClientTest, ALostReplyIsTheInteger0AndLostResultsAreASocketError) {
   EXPECT_THROW(Decoded<std::uint32_t>(results), OrpcSocketError);
 }
 
+TEST_F(ClientTest, ACallIsGivenUpAtTheTimeThatWasSet) {
+  const RawConnection silent = ConnectedPeer();
+  Client.GiveUpAt(std::chrono::steady_clock::now() + std::chrono::milliseconds(20));
+  try {
+    AskedWord(7);
+    FAIL() << "nobody has answered";
+  } catch (const OrpcSocketError& error) {
+    EXPECT_EQ(error.Number(), platform::kTimedOut);
+  }
+  Client.GiveUpAt({});
+  RawConnection peer = ConnectedPeer();
+  peer.Send(Record(Reply(U32(42))));
+  EXPECT_EQ(AskedWord(7), 42U);
+}
+
 TEST_F(ClientTest, APingFindsOutWhenThePeerHasGone) {
   EXPECT_EQ(Client.Ping(), ORpcClient::State::Closed);
   {
@@ -76,8 +91,7 @@ TEST_F(ClientTest, AConnectClosesTheFormerConnectionAlsoWhenItFails) {
   RawConnection first = ConnectedPeer();
   RawConnection second = ConnectedPeer();
   EXPECT_TRUE(first.IsClosedByPeer());
-  const std::uint16_t nobody = RawListener().Port();
-  EXPECT_THROW(Client.Connect("127.0.0.1", nobody), OrpcSocketError);
+  EXPECT_THROW(Client.Connect("127.0.0.1", test::FreePort()), OrpcSocketError);
   EXPECT_TRUE(second.IsClosedByPeer());
   EXPECT_THROW(Client.BeginCall(0), OrpcSocketError);
   EXPECT_THROW(Client.Connect(std::string(300, 'x'), 0), OrpcSocketError);

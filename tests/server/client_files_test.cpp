@@ -1,5 +1,4 @@
 // Which files of a client the server has, and how those that it lacks come in.
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -114,6 +113,18 @@ TEST_F(ClientFiles, ThatCannotBeStoredAreAnsweredWithNoAndTouchNothing) {
   EXPECT_TRUE(Client.UpdateClientFiles({Work / "absent"}, {{Item("a", source)}}));
   EXPECT_FALSE(Client.UpdateClientFiles({Work / "directory", Directory + "/a"}, {}));
   EXPECT_FALSE(std::filesystem::exists(Directory + "/a")) << "one that cannot be deleted does not keep the others";
+}
+
+TEST_F(ClientFiles, AreNeverWrittenThroughALink) {
+  const std::string elsewhere = Work.Write("elsewhere", "untouched");
+  std::filesystem::create_directories(Directory);
+  for (const char* end : {"", ".tmp", ".tmp.lck", ".tmp.lci"}) {
+    std::filesystem::create_symlink(elsewhere, Directory + "/file" + end);
+  }
+  EXPECT_TRUE(Client.PutFiles({{Item("file", Work.Write("source", "content"))}}));
+  EXPECT_EQ(Work.Read("elsewhere"), "untouched");
+  EXPECT_EQ(Content("file"), "content");
+  EXPECT_FALSE(std::filesystem::is_symlink(Directory + "/file"));
 }
 
 // A file system of a few kilobytes would need rights; a limit on the size of files is as full.

@@ -1,6 +1,5 @@
 // The server's directories for those of its clients, and the table of them that survives a restart.
 #include <csignal>
-#include <gmock/gmock.h>
 #include <random>
 #include <thread>
 
@@ -11,9 +10,6 @@ namespace tlm::test {
 namespace {
 
 using std::chrono::hours;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 struct Directories : ::testing::Test {
   Sandbox Root;
@@ -118,7 +114,7 @@ TEST_F(Directories, GoByAgeWithTheirRecordsUnlessAJobIsInThem) {
   job.RunClass = kRunQueued;
   EXPECT_NE(client.SubmitJob(job), 0U);
   Map(client, "other");  // would take an empty directory that is no job's
-  EXPECT_THAT(Table(), testing::HasSubstr(mine));
+  EXPECT_THAT(Table(), HasSubstr(mine));
   EXPECT_TRUE(std::filesystem::is_directory(mine));
 }
 

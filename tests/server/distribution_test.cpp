@@ -1,7 +1,5 @@
 // Several job managers on one machine that share their jobs.
 #include <csignal>
-#include <deque>
-#include <gmock/gmock.h>
 #include <random>
 
 #include "rpc/orpcerror.h"
@@ -12,8 +10,6 @@ namespace tlm::test {
 namespace {
 
 using std::chrono::seconds;
-using ::testing::AllOf;
-using ::testing::HasSubstr;
 
 // Hosts 127.0.0.2, 127.0.0.3 and so on, each with a port of its own that all of them know.
 class Pool {
@@ -37,7 +33,6 @@ class Pool {
       environment["TSQOR_JMPORT_" + Host(other)] = std::to_string(ports_[other]);
     }
     servers_[i] = std::make_unique<ServerProcess>(environment);
-    servers_[i]->AddProgram("do", "eval \"$*\"\n");
   }
   ServerProcess& operator[](std::size_t i) { return *servers_[i]; }
   void Signal(std::size_t i, int number) { kill(servers_[i]->Pid(), number); }
@@ -182,6 +177,7 @@ TEST_F(Distribution, PlacesTheJobsOfALostPeerAgain) {
 
   const std::uint64_t follower = Submit("follower", "echo $$ >" + (Here / "pid") + "; sleep 600", job);
   Client->Await(follower, {Running});
+  EXPECT_TRUE(Eventually([&] { return Here.Read("pid").ends_with('\n'); }));
   EXPECT_TRUE(Client->RemoveJob(job));
   Client->Await(follower, {Aborted});
   EXPECT_TRUE(JobTest::IsGone(std::stoi(Here.Read("pid")))) << "its peer was told";

@@ -123,7 +123,7 @@ TEST_F(Launch, ThatFailsIsToldInTheOutputAndFailsTheJobAlone) {
   EXPECT_EQ(Client.Output(missing), FailureText(bin + "missing a b "));
   EXPECT_EQ(Client.Output(huge).size(), FailureText(bin + "do " + std::string(1 << 20, 'x') + " ").size());
   EXPECT_EQ(Client.Await(open, {LaunchFailed}).ExitCode, 0U);
-  EXPECT_THAT(Client.Output(open), ::testing::StartsWith("before\n"));
+  EXPECT_THAT(Client.Output(open), StartsWith("before\n"));
   EXPECT_TRUE(Eventually([&] { return Client.GetJobCount() == 0; })) << "all slots are given back";
 }
 

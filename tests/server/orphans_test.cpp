@@ -1,14 +1,10 @@
 // Clients that have gone without a word, and how they are found.
-#include <gmock/gmock.h>
-
 #include "rpc/orpcerror.h"
 #include "support/job_client.h"
 #include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 constexpr std::uint32_t kProxyProgram = 0x514A4D52;
 

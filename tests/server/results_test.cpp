@@ -1,15 +1,10 @@
 // Results on their way back to the client that owns the job.
-#include <gmock/gmock.h>
-
 #include "jm/result_manifest.h"
 #include "support/job_client.h"
 #include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // Without the manifest, which stays away if it is rewritten with the same size within a second.
 std::vector<std::string> Names(const FileTransferList& files) {

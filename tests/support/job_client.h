@@ -14,10 +14,13 @@
 
 namespace tlm::test {
 
+using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using tlm::Finished;  // the state of a job, not the end of a program
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 // Connected and greeted.
 class JobClient : public QorJMClient {
@@ -90,9 +93,7 @@ struct JobTest : ::testing::Test {
   JobClient Client;
 
   explicit JobTest(const Environment& environment = {}, const std::string& command = "debug")
-      : Server(environment, command), Client(Server.Port()) {
-    Server.AddProgram("do", "eval \"$*\"\n");
-  }
+      : Server(environment, command), Client(Server.Port()) {}
 
   // A command that runs shell text. Quotes do not survive the way to the program.
   static std::string Do(const std::string& text) { return "do '" + text + "'"; }

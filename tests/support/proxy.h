@@ -6,7 +6,8 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
+
+#include "support/raw_connection.h"
 
 namespace tlm::test {
 
@@ -17,8 +18,8 @@ class Proxy {
   Proxy& operator=(const Proxy&) = delete;
   ~Proxy();
 
-  std::uint16_t Port() const { return port_; }
-  // Ends all connections that stand now.
+  std::uint16_t Port() const { return listener_.Port(); }
+  // Ends all connections that are counted.
   void Cut();
   // Ends the first connection on which the client has sent so many bytes; only that one.
   void CutOnceAfter(std::uint64_t bytes) { cutAfter_ = bytes; }
@@ -29,11 +30,12 @@ class Proxy {
 
  private:
   void Accept();
-  void Pass(int client, int server);
+  void Pass(RawConnection client, RawConnection server, int cuts);
+  // What can be passed on; what may be the beginning of the text is held back.
+  std::string Forged(std::string bytes, std::string& held);
 
   const std::uint16_t serverPort_;
-  std::uint16_t port_ = 0;
-  int listener_ = -1;
+  RawListener listener_{FreePort()};
   std::atomic<bool> ends_ = false;
   std::atomic<int> cuts_ = 0;
   std::atomic<std::uint64_t> cutAfter_ = 0;

@@ -1,12 +1,9 @@
 #include "support/pty_session.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <pty.h>
-#include <signal.h>
 #include <stdexcept>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utmp.h>
 
@@ -14,41 +11,17 @@
 
 namespace tlm::test {
 
-namespace {
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-}  // namespace
-
-PtySession::PtySession(std::vector<std::string> words, Environment environment, int columns, int lines) {
-  environment.insert({{"PATH", std::getenv("PATH")}, {"TERM", "xterm"}});
-  std::vector<std::string> entries;
-  for (const auto& [name, value] : environment) entries.push_back(name + "=" + value);
-  const std::vector<char*> wordPointers = Pointers(words);
-  const std::vector<char*> entryPointers = Pointers(entries);
+PtySession::PtySession(const Words& words, Environment environment, int columns, int lines) {
+  environment.insert({"TERM", "xterm"});
   if (openpty(&master_, &terminal_, nullptr, nullptr, nullptr) != 0) throw std::runtime_error("no terminal to be had");
   fcntl(master_, F_SETFL, O_NONBLOCK);
   tcgetattr(terminal_, &former_);
   Resize(columns, lines);
-  pid_ = fork();
-  if (pid_ == 0) {
-    login_tty(terminal_);
-    close_range(3, ~0U, 0);
-    execve(wordPointers[0], wordPointers.data(), entryPointers.data());
-    _exit(126);
-  }
+  program_.emplace(words, environment, [this] { login_tty(terminal_); });
 }
 
 PtySession::~PtySession() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
+  program_.reset();
   close(master_);
   close(terminal_);
 }
@@ -77,12 +50,10 @@ void PtySession::Resize(int columns, int lines) const {
 }
 
 int PtySession::AwaitEnd() {
-  int status = 0;
-  const bool ended = Eventually([&] { return Written(), waitpid(pid_, &status, WNOHANG) == pid_; });
+  const bool ended = Eventually([&] { return Written(), program_->ExitCode().has_value(); });
   if (!ended) throw std::runtime_error("the program at the terminal does not end: " + written_);
-  pid_ = -1;
   Written();
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return *program_->ExitCode();
 }
 
 bool PtySession::HasFormerModes() const {

@@ -2,18 +2,18 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <termios.h>
-#include <vector>
 
-#include "support/server_process.h"
+#include "support/program.h"
 
 namespace tlm::test {
 
 class PtySession {
  public:
-  // Nothing of the test's own environment reaches the program but PATH; TERM is xterm.
-  PtySession(std::vector<std::string> words, Environment environment, int columns = 80, int lines = 24);
+  // TERM is xterm unless the environment says otherwise.
+  PtySession(const Words& words, Environment environment, int columns = 80, int lines = 24);
   PtySession(const PtySession&) = delete;
   PtySession& operator=(const PtySession&) = delete;
   ~PtySession();  // kills it
@@ -23,8 +23,8 @@ class PtySession {
   testing::AssertionResult Shows(const std::string& text);
   void Type(const std::string& keys) const;
   void Resize(int columns, int lines) const;
-  int Pid() const { return pid_; }
-  // Waits for the end, and gives the exit code, 128 + signal for a signal.
+  int Pid() const { return program_->Pid(); }
+  // Waits for the end, and gives the exit code.
   int AwaitEnd();
   // True if the terminal edits and shows what is typed, as it did before the program.
   bool HasFormerModes() const;
@@ -32,7 +32,7 @@ class PtySession {
  private:
   int master_ = -1;
   int terminal_ = -1;  // kept open, so that its modes can be looked at
-  int pid_ = -1;
+  std::optional<Program> program_;
   termios former_ = {};
   std::string written_;
 };

@@ -66,11 +66,45 @@ sockaddr_in Loopback(std::uint16_t port) {
 void LimitWaits(int socket) {
   const timeval limit{kPatience.count(), 0};
   setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+int NewSocket(int type) { return socket(AF_INET, type | SOCK_CLOEXEC, 0); }
+
+// At all addresses of this machine.
+bool Bind(int socket, std::uint16_t port) {
+  sockaddr_in address = Loopback(port);
+  address.sin_addr.s_addr = INADDR_ANY;
+  return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 }  // namespace
 
-RawConnection::RawConnection(std::uint16_t port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+std::string LocalAddress(std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
+
+std::uint16_t FreePort() {
+  constexpr int kFirst = 20400, kCount = 12300;  // below those of outgoing connections
+  static int next = getpid() * 37;
+  for (int tries = 0; tries < kCount; ++tries) {
+    const auto port = static_cast<std::uint16_t>(kFirst + next++ % kCount);
+    const int claim = NewSocket(SOCK_DGRAM), trial = NewSocket(SOCK_STREAM);
+    const bool isFree = Bind(claim, port) && Bind(trial, port);
+    close(trial);
+    if (isFree) return port;  // and the claim stays
+    close(claim);
+  }
+  Fail("no free port");
+}
+
+bool Listens(std::uint16_t port) try {
+  RawConnection connection(port);
+  return true;
+} catch (const std::runtime_error&) {
+  return false;
+}
+
+RawConnection::RawConnection(std::uint16_t port) : RawConnection() {
+  socket_ = NewSocket(SOCK_STREAM);
   LimitWaits(socket_);
   const sockaddr_in address = Loopback(port);
   if (connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) Fail("connect");
@@ -129,22 +163,21 @@ void RawConnection::CloseAbruptly() {
   socket_ = -1;
 }
 
-RawListener::RawListener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in address = Loopback(0);
-  address.sin_addr.s_addr = INADDR_ANY;  // a listener for all addresses of this machine
+RawListener::RawListener(std::uint16_t port) {
+  socket_.socket_ = NewSocket(SOCK_STREAM);
+  LimitWaits(socket_.socket_);
+  const int reuse = 1;  // by a listener that comes after it
+  setsockopt(socket_.socket_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  sockaddr_in address{};
   socklen_t length = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(socket_, generic, length) != 0 || listen(socket_, 10) != 0) Fail("listen");
-  if (getsockname(socket_, generic, &length) != 0) Fail("getsockname");
+  if (!Bind(socket_.socket_, port) || listen(socket_.socket_, 10) != 0) Fail("listen");
+  if (getsockname(socket_.socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) Fail("getsockname");
   port_ = ntohs(address.sin_port);
-  LimitWaits(socket_);
 }
-
-RawListener::~RawListener() { close(socket_); }
 
 RawConnection RawListener::Accept() {
   RawConnection connection;
-  connection.socket_ = accept(socket_, nullptr, nullptr);
+  connection.socket_ = accept4(socket_.socket_, nullptr, nullptr, SOCK_CLOEXEC);
   if (connection.socket_ < 0) Fail("accept");
   LimitWaits(connection.socket_);
   return connection;

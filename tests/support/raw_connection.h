@@ -22,6 +22,13 @@ std::string Call(std::uint32_t procedure, const std::string& arguments = "", std
 // The 24 bytes of a reply's header, then the results.
 std::string Reply(const std::string& results = "", std::uint32_t acceptedStat = 0, std::uint32_t xid = 0x102);
 
+// HOST:PORT of this machine.
+std::string LocalAddress(std::uint16_t port);
+// A port at which nobody listens. No other test is given it while this one runs, nor is it an outgoing connection's.
+std::uint16_t FreePort();
+// True if somebody accepts connections there.
+bool Listens(std::uint16_t port);
+
 // All waits end with a failure of the test, by an exception, after a generous limit.
 class RawConnection {
  public:
@@ -43,6 +50,7 @@ class RawConnection {
   // True once the server has closed or reset the connection.
   bool IsClosedByPeer();
   void CloseAbruptly();
+  int Descriptor() const { return socket_; }
 
  private:
   friend class RawListener;
@@ -53,16 +61,15 @@ class RawConnection {
 // The other side: a peer that is scripted by the test.
 class RawListener {
  public:
-  RawListener();
-  RawListener(const RawListener&) = delete;
-  RawListener& operator=(const RawListener&) = delete;
-  ~RawListener();
+  RawListener() : RawListener(0) {}
+  explicit RawListener(std::uint16_t port);  // 0 stands for any
 
   std::uint16_t Port() const { return port_; }
+  bool HasCallerWithin(std::chrono::milliseconds time) { return socket_.IsReadableWithin(time); }
   RawConnection Accept();
 
  private:
-  int socket_;
+  RawConnection socket_;
   std::uint16_t port_;
 };
 

@@ -1,29 +1,16 @@
-// The real executable, started for a test with a root, a home and a port of its own.
+// The real executable, started for a test with a root, a home and a port of its own, and "do" as a program for jobs: it
+// runs its words as shell text.
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "support/program.h"
+#include "support/raw_connection.h"
 #include "support/sandbox.h"
 
 namespace tlm::test {
-
-using Environment = std::map<std::string, std::string>;
-
-// A port that was free a moment ago.
-std::uint16_t FreePort();
-// True if somebody accepts connections there.
-bool Listens(std::uint16_t port);
-
-struct Finished {
-  int ExitCode = -1;
-  std::string Output;  // of both streams
-};
-
-// Runs a program to its end. Nothing of the test's own environment reaches it but PATH.
-Finished RunProgram(const std::vector<std::string>& arguments, const Environment& environment = {});
 
 class ServerProcess {
  public:
@@ -36,7 +23,8 @@ class ServerProcess {
   ~ServerProcess();  // kills it, and fails the test if it had ended in a way that was not asked for
 
   std::uint16_t Port() const { return port_; }
-  int Pid() const { return pid_; }
+  std::string Address() const { return LocalAddress(port_); }
+  int Pid() const { return program_.value().Pid(); }
   // Home of the product: its jobs' programs lie in "bin" below it.
   const Sandbox& Home() const { return home_; }
   // The temporary root.
@@ -52,17 +40,17 @@ class ServerProcess {
   int Stop();
   // Waits for the end that something else has brought about.
   int AwaitEnd();
-  bool IsRunning();
-  void Kill();
+  bool IsRunning() { return program_ && !program_->ExitCode(); }
+  void Kill() { program_.reset(); }
   // Largest amount of memory that it has held so far, in bytes.
   std::size_t PeakMemory() const;
 
  private:
   Sandbox home_;
   Sandbox root_;
-  std::uint16_t port_;
+  std::uint16_t port_ = 0;
   Environment environment_;
-  int pid_ = -1;
+  std::optional<Program> program_;  // empty once its end was asked for
 };
 
 }  // namespace tlm::test

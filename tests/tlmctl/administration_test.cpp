@@ -1,24 +1,15 @@
 // What an administrator does with the real client.
 #include <future>
-#include <gmock/gmock.h>
 
 #include "platform/thread.h"
-#include "support/job_client.h"
+#include "tlmctl/tlmctl_fixture.h"
 
 namespace tlm::test {
 namespace {
 
-using testing::StartsWith;
-
 struct Administration : JobTest {
-  using Words = std::vector<std::string>;
-
-  struct Finished Ctl(Words words, const Environment& more = {}) const {
-    words.insert(words.begin(), {"/usr/bin/env", "-C", Work.Root(), BIN_DIRECTORY "/tlmctl"});
-    Environment environment{{"TLM_SERVER", "127.0.0.1:" + std::to_string(Server.Port())},
-                            {"XDG_STATE_HOME", Work.Path("state")}};
-    environment.insert(more.begin(), more.end());
-    return RunProgram(words, environment);
+  ProgramEnd Ctl(Words words, Environment more = {}) const {
+    return RunTlmctl(Server, Work, std::move(words), std::move(more));
   }
 
   // Lines of the client one after the other, with their exit codes and all that they print.
@@ -32,6 +23,12 @@ struct Administration : JobTest {
       const auto end = Ctl(step.Line);
       EXPECT_EQ(end.Output, step.Output) << testing::PrintToString(step.Line);
       EXPECT_EQ(end.ExitCode, step.ExitCode) << testing::PrintToString(step.Line);
+    }
+  }
+  void ExpectUsage(const std::string& command, std::vector<Words> lines) const {
+    for (Words& line : lines) {
+      line.insert(line.begin(), command);
+      EXPECT_EQ(Ctl(line).ExitCode, 64) << testing::PrintToString(line);
     }
   }
 };
@@ -50,23 +47,19 @@ TEST_F(Administration, StartsStopsAndLimitsTheQueue) {
        "Queue    stands still\nWaiting  0 jobs\nRunning  0 jobs, 0 of them from the queue\n"
        "Limit    3 at once\n"},
   });
-  for (const Words& wrong : {Words{"limit", "0"},
-                             {"start", "--in", "soon"},
-                             {"start", "--at", "25:00"},
-                             {"start", "--in", "1h", "--at", "3:00"},
-                             {"start", "--in", "1h", "--cancel"},
-                             {}}) {
-    Words line{"queue"};
-    line.insert(line.end(), wrong.begin(), wrong.end());
-    EXPECT_EQ(Ctl(line).ExitCode, 64) << testing::PrintToString(wrong);
-  }
+  ExpectUsage("queue", {{"limit", "0"},
+                        {"start", "--in", "soon"},
+                        {"start", "--at", "25:00"},
+                        {"start", "--in", "1h", "--at", "3:00"},
+                        {"start", "--in", "1h", "--cancel"},
+                        {}});
 }
 
 TEST_F(Administration, SetsATimeForTheQueueWhichAStopKeepsAndADrainTakesBack) {
   const auto starts = [this] { return static_cast<std::int64_t>(Client.GetQueueStartTime()); };
   const std::int64_t now = platform::SecondsSince1970();
   EXPECT_THAT(Ctl({"queue", "start", "--in", "2h"}).Output, StartsWith("Queue    stands still, starts at "));
-  EXPECT_THAT(starts(), testing::AllOf(testing::Ge(now + 7200), testing::Le(now + 7260)));
+  EXPECT_THAT(starts(), AllOf(testing::Ge(now + 7200), testing::Le(now + 7260)));
   EXPECT_EQ(Ctl({"queue", "start", "--at", "22:30"}).ExitCode, 0);
   EXPECT_EQ(starts() % 60, 0);
   EXPECT_THAT(Ctl({"queue", "stop"}).Output, HasSubstr("queue start --cancel"));
@@ -110,11 +103,7 @@ TEST_F(Administration, SetsPriorities) {
        77},
   });
   EXPECT_EQ(Client.Get(4).Priority, 1U);
-  for (const Words& wrong : {Words{"4"}, {"4", "low"}, {}, {"--default", "low"}, {"4", "--default"}}) {
-    Words line{"priority"};
-    line.insert(line.end(), wrong.begin(), wrong.end());
-    EXPECT_EQ(Ctl(line).ExitCode, 64) << testing::PrintToString(wrong);
-  }
+  ExpectUsage("priority", {{"4"}, {"4", "low"}, {}, {"--default", "low"}, {"4", "--default"}});
 }
 
 TEST_F(Administration, LetsTheServerForgetWhatHasFailed) {
@@ -132,7 +121,7 @@ TEST_F(Administration, LetsTheServerForgetWhatHasFailed) {
        R"({"schema":1,"jobs":[{"handle":12,"name":"job3","gone":true},{"handle":16,"name":"job4","gone":true}]})"
        "\n"},
   });
-  EXPECT_THAT(Client.Jobs(), testing::IsEmpty());
+  EXPECT_THAT(Client.Jobs(), IsEmpty());
 }
 
 TEST_F(Administration, EndsEveryJob) {
@@ -196,11 +185,14 @@ TEST_F(Administration, LooksAfterFilesOnTheServer) {
        "FILE       HERE     SERVER  WOULD TRAVEL\na:b.inp    4 bytes  -       yes\nsub/empty  0 bytes  -       yes\n"
        "none       -        -       no\ntlmctl: 4 bytes would travel\n"},
       {{"files", "put", "a:b.inp", "huge"},
-       "tlmctl: huge has 4294967296 bytes, and no more than 4294967295 can travel\n"
-       "  bring it to a directory that the server reaches itself\n",
+       "tlmctl: huge has 4.3 GB, and a file that travels 4294967295 bytes at most\n"
+       "  cut it up, or let the job run --in-place where the server reaches the directory\n",
        64},
       {{"files", "put", "none"}, "tlmctl: there is no file none\n", 64},
-      {{"files", "put", "sub"}, "tlmctl: sub is a directory\n  only files travel, one by one\n", 64},
+      {{"files", "put", "sub"},
+       "tlmctl: left out, as only files travel: the directory sub\ntlmctl: there is no file among these\n"
+       "  only files travel, one by one\n",
+       64},
       {{"files", "put", "a:b.inp", "sub/empty"}, "a:b.inp, 4 bytes\nsub/empty, 0 bytes\n"},
       {{"--json", "files", "check", "a:b.inp", "sub/empty"},
        R"({"schema":1,"files":[{"file":"a:b.inp","size":4,"server_size":4,"travels":false},)"
@@ -235,9 +227,9 @@ TEST_F(Administration, ExaminesTheServer) {
   SubmitQueued(Do("true"));
   Submission job = NewJob(Do("true"));
   job.ClientNote = "tlmctl:0123456789ab";
-  Client.SubmitJob(job);
-  const std::string server = "127.0.0.1:" + std::to_string(Server.Port());
   const auto submitted = platform::SecondsSince1970() - 7200;
+  Client.SubmitJob(job);
+  const std::string server = Server.Address();
   Work.Write("state/tlmctl/ledger.jsonl", R"({"id":"0123456789ab","handle":8,"server":")" + server +
                                               R"(","directory":"/","name":"a","command":"a","words":[],"from":"/",)"
                                               R"("submitted":)" +
@@ -266,7 +258,7 @@ TEST_F(Administration, ExaminesTheServer) {
   std::ofstream(Server.Root().Root()).close();
   EXPECT_THAT(Ctl({"-q", "doctor"}, peers).Output,
               HasSubstr("FAIL  root        " + Server.Root().Root() + " takes no"));
-  EXPECT_EQ(Ctl({"doctor", "--server", "127.0.0.1:" + std::to_string(closed)}).ExitCode, 69);
+  EXPECT_EQ(Ctl({"doctor", "--server", LocalAddress(closed)}).ExitCode, 69);
 }
 
 // -- the end
@@ -276,8 +268,7 @@ TEST_F(Administration, EndsTheServer) {
   SubmitQueued(Do("true"));
   Client.AwaitEnd(Submit("missing"));
   AwaitNumber("running");
-  const std::string server = "127.0.0.1:" + std::to_string(Server.Port());
-  EXPECT_EQ(Ctl({"--json", "shutdown"}).Output, "{\"schema\":1,\"server\":\"" + server +
+  EXPECT_EQ(Ctl({"--json", "shutdown"}).Output, "{\"schema\":1,\"server\":\"" + Server.Address() +
                                                     R"(","lost_running":1,"lost_waiting":1,"forgotten":1})"
                                                     "\n");
   EXPECT_EQ(Server.AwaitEnd(), 0);

@@ -1,5 +1,7 @@
 // The client before something that is no honest server.
+#include <future>
 #include <gmock/gmock.h>
+#include <memory>
 
 #include "support/raw_connection.h"
 #include "tlmctl/tlmctl_fixture.h"
@@ -23,18 +25,38 @@ TEST(TlmctlHostile, EndsWithAWordWhateverItIsAnswered) {
   };
   for (const auto& [answer, code] : cases) {
     RawListener listener;
-    const auto client = std::async(std::launch::async, [&listener] {
-      return RunProgram({BIN_DIRECTORY "/tlmctl", "list", "--server", "127.0.0.1:" + std::to_string(listener.Port())});
+    auto client = std::async(std::launch::async, [&listener] {
+      return RunProgram({BIN_DIRECTORY "/tlmctl", "list", "--server", LocalAddress(listener.Port())});
     });
     {
       RawConnection connection = listener.Accept();
+      connection.ReceiveRecord();  // whether anybody answers
+      connection.Send(Record(Reply({})));
       connection.ReceiveRecord();
       connection.Send(answer);
     }
-    const Finished& end = const_cast<std::future<Finished>&>(client).get();
+    const ProgramEnd end = client.get();
     EXPECT_EQ(end.ExitCode, code) << end.Output;
     EXPECT_THAT(end.Output, testing::HasSubstr("tlmctl: "));
   }
+}
+
+TEST(TlmctlHostile, IsExaminedToTheEnd) {
+  auto listener = std::make_unique<RawListener>();
+  const std::string server = "127.0.0.1:" + std::to_string(listener->Port());
+  auto doctor = std::async(std::launch::async, [&server] {
+    return RunProgram({BIN_DIRECTORY "/tlmctl", "--json", "doctor", "--server", server});
+  });
+  {
+    RawConnection connection = listener->Accept();
+    connection.ReceiveRecord();
+    connection.Send(Record(Reply({})));
+    connection.ReceiveRecord();
+    listener.reset();
+  }
+  const ProgramEnd end = doctor.get();
+  EXPECT_EQ(end.ExitCode, 77);
+  EXPECT_THAT(end.Output, testing::StartsWith(R"({"schema":1,"result":"fault","checks":[{"check":"server")"));
 }
 
 }  // namespace

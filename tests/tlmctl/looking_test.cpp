@@ -1,24 +1,13 @@
 // Looking at jobs: list, show, why, watch, output, wait, cancel, history and last.
-#include <csignal>
-#include <gmock/gmock.h>
-
-#include "support/proxy.h"
 #include "tlmctl/tlmctl_fixture.h"
-// behind the fixture, as it gives another meaning to a name
-#include "support/job_client.h"
 
 namespace tlm::test {
 namespace {
-
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
 
 enum { kUsage = 64, kLost = 75, kRefused = 77, kAborted = 120, kLaunchFailed = 121, kTimedOut = 124 };
 
 struct Looking : Tlmctl {
   JobClient client{server.Port(), "desk"};
-  Looking() { server.AddProgram("do", "eval \"$*\"\n"); }
 
   auto Desk(Words words) const {
     words.insert(words.begin(), {"--client-host", "desk"});
@@ -41,6 +30,14 @@ struct Looking : Tlmctl {
     job.WorkDir = disk.Root();
     job.Command = command;
     return job;
+  }
+  // Comes back once the client has found its job and asks for it again and again.
+  std::future<ProgramEnd> Following(const Proxy& proxy, Words words) const {
+    constexpr std::uint64_t kSomePolls = 1000;  // bytes
+    const std::uint64_t before = proxy.BytesFromClient();
+    auto end = CtlMeanwhile(Through(proxy, std::move(words)));
+    EXPECT_TRUE(Eventually([&] { return proxy.BytesFromClient() > before + kSomePolls; }));
+    return end;
   }
   // A document without what is different each time.
   std::string Golden(const Words& words) const {
@@ -66,7 +63,7 @@ TEST_F(Looking, TellsProgramsAllThatIsKnown) {
       R"("handle":4,"id":*,"name":"job1","status":"finished","progress":0,"exit_code":3,"results":"available",)"
       R"("submitted":*,"started":*,"elapsed_seconds":*,"command":"do '\"exit 3\"'","directory":")" +
       disk.Root() +
-      R"(/","input_file":"","result_stem":"job1","input_stem":"job1","runs":"at-once","after":null,"priority":1,)"
+      R"(/","input_file":"","result_stem":"job1","input_stem":"job1","runs":"at-once","after":null,"priority":"idle",)"
       R"("complete_on_failure":true,"note":"for Ann","client_host":"desk","owner_port":null,"task_key":"",)"
       R"("parent_process":0,"task_type":0,"task_level":0,"changes":*)";
   EXPECT_EQ(Golden({"list", "--json"}), "{\"schema\":1,\"jobs\":[{" + job + "}]}\n");
@@ -123,21 +120,30 @@ TEST_F(Looking, SaysWhatAJobWaitsForOrHowItEnded) {
   Submit({"do", "echo oops; exit 3"});
   ASSERT_EQ(Ctl({"wait", "last"}).ExitCode, 3);
   EXPECT_THAT(Desk({"why", "last", "--json"}).Output, HasSubstr(R"("output":["oops"])"));
+  // Its output is another job's by now.
+  const std::string failed = Desk({"last", "-q"}).Output.substr(0, 2);
+  const std::string stem = "job" + std::to_string(std::stoi(failed) / 4);
+  ASSERT_EQ(Desk({"submit", "-q", "--stem", stem, "--", "do", "echo other; exit 3"}).ExitCode, 0);
+  ASSERT_EQ(Ctl({"wait", "last"}).ExitCode, 3);
+  EXPECT_THAT(Desk({"why", failed, "--json"}).Output, HasSubstr(R"("output":[])"));
+  constexpr std::uint64_t kNoProcess = 0x7FFFFFF0;  // that the server would have started
+  const std::string attached = std::to_string(client.AttachProcess(kNoProcess, "solver", disk.Root()));
+  EXPECT_TRUE(Eventually([&] { return Desk({"why", "-q", attached}).Output == "unknown\nowned\n"; }));
+  EXPECT_THAT(Desk({"show", attached, "--json"}).Output,
+              AllOf(HasSubstr(R"("exit_code":null)"), HasSubstr(R"("elapsed_seconds":null)")));
 }
 
 TEST_F(Looking, AsksTheOtherServersOfThePool) {
   const ServerProcess busy, idle;
   JobClient there(busy.Port());
-  busy.AddProgram("do", "eval \"$*\"\n");
   there.SubmitJob(Plain("do 'sleep 1000'"));
   client.SetServerPool({"127.0.0.2", "127.0.0.3", "127.0.0.4"});
   SubmitWaiter();
   const std::string job = SubmitWaiter({"--distribute", "--after", "4"});
-  const auto why =
-      RunProgram({BIN_DIRECTORY "/tlmctl", "why", job, "--server", "127.0.0.1:" + std::to_string(server.Port())},
-                 {{"TSQOR_JMPORT_127.0.0.2", std::to_string(busy.Port())},
-                  {"TSQOR_JMPORT_127.0.0.3", std::to_string(idle.Port())},
-                  {"TSQOR_JMPORT_127.0.0.4", std::to_string(FreePort())}});
+  const auto why = RunTlmctl(server, disk, {"why", job},
+                             {{"TSQOR_JMPORT_127.0.0.2", std::to_string(busy.Port())},
+                              {"TSQOR_JMPORT_127.0.0.3", std::to_string(idle.Port())},
+                              {"TSQOR_JMPORT_127.0.0.4", std::to_string(FreePort())}});
   EXPECT_THAT(why.Output, AllOf(HasSubstr("127.0.0.2 is busy: jobs 1, limit 1"), HasSubstr("127.0.0.3 has room"),
                                 HasSubstr("127.0.0.4 does not answer")));
   there.AbortAllJobs();
@@ -166,7 +172,10 @@ TEST_F(Looking, WaitsWithoutAWordAndEndsAsTheJob) {
        kRefused,
        "tlmctl: the server has no job 400\n  it may have finished, or the server was restarted since\n"},
       {{waiter, "--timeout", "1"}, kTimedOut, "tlmctl: the jobs have not all ended within 1\n  they go on\n"},
-      {{waiter, "--timeout", "soon"}, kUsage, Ctl({"wait", "4", "--timeout", "soon"}).Output},
+      {{waiter, "--timeout", "soon"},
+       kUsage,
+       "tlmctl: \"soon\" is no duration\n  it is a number of seconds, or one with m, h or d behind it: 90, 15m, 2h, "
+       "7d\n"},
   };
   for (const auto& [jobs, code, output] : cases) {
     Words line{"wait"};
@@ -175,21 +184,21 @@ TEST_F(Looking, WaitsWithoutAWordAndEndsAsTheJob) {
     EXPECT_EQ(end.ExitCode, code) << testing::PrintToString(jobs) << end.Output;
     EXPECT_EQ(end.Output, output);
   }
-  auto wait = CtlMeanwhile({"wait", waiter});
-  EXPECT_EQ(wait.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
+  const Proxy proxy(server.Port());
+  auto wait = Following(proxy, {"wait", waiter});
   client.RemoveJob(4);
   EXPECT_EQ(wait.get().ExitCode, kAborted);
 }
 
 TEST_F(Looking, WatchesByTheLineAndThroughALossButNotThroughARestart) {
-  Proxy proxy(server.Port());
-  const std::string there = "127.0.0.1:" + std::to_string(proxy.Port());
-  SubmitWaiter();
-  auto watch = CtlMeanwhile({"watch", "4", "--server", there});
-  auto events = CtlMeanwhile({"watch", "--json"});
-  ASSERT_TRUE(Eventually([&] { return proxy.Connections() == 1 && client.Get(4).Status == Running; }));
-  proxy.Cut();
-  ASSERT_TRUE(Eventually([&] { return proxy.Connections() == 2; }));
+  Proxy broken(server.Port());
+  std::optional<Proxy> proxy(std::in_place, server.Port());
+  SubmitWaiter(Through(*proxy, {}));
+  client.Await(4, {Running});
+  auto watch = Following(broken, {"watch", "4"});
+  auto events = Following(*proxy, {"watch", "--json"});
+  broken.Cut();
+  ASSERT_TRUE(Eventually([&] { return broken.Connections() == 2; }));
   LetWaitersGo();
   const auto seen = watch.get();
   EXPECT_EQ(seen.ExitCode, kAborted);
@@ -198,17 +207,89 @@ TEST_F(Looking, WatchesByTheLineAndThroughALossButNotThroughARestart) {
                     HasSubstr("job 4 job1: Aborted, exit code 0, ")));
   EXPECT_THAT(events.get().Output, AllOf(HasSubstr(R"({"schema":1,"event":"state","job":{"handle":4,)"),
                                          HasSubstr(R"({"schema":1,"event":"end","job":{"handle":4,)")));
-  SubmitWaiter();
-  auto wait = CtlMeanwhile({"wait", "8"});
-  EXPECT_EQ(wait.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
-  const Environment settings = server.Settings();
+  SubmitWaiter(Through(*proxy, {}));
+  auto wait = Following(*proxy, {"wait", "8"});
+  Environment settings = server.Settings();
+  settings["TSQOR_JMPORT"] = std::to_string(proxy->Port());
+  const Words history = Through(*proxy, {"history"});
+  proxy.reset();
   server.Stop();
-  EXPECT_THAT(Ctl({"history"}).Output, HasSubstr("does not answer"));
+  EXPECT_THAT(Ctl(history).Output, HasSubstr("does not answer"));
   const ServerProcess another(settings);
   const auto lost = wait.get();
   EXPECT_EQ(lost.ExitCode, kLost);
   EXPECT_THAT(lost.Output, AllOf(HasSubstr("the server has forgotten job 8 job2"), HasSubstr("tlmctl resubmit @")));
-  EXPECT_THAT(Ctl({"history"}).Output, testing::ContainsRegex("job1 .* aborted, exit code 0\n.* job2 .* gone\n"));
+  EXPECT_THAT(Ctl(history).Output, testing::ContainsRegex("job1 .* aborted, exit code 0\n.* job2 .* gone\n"));
+}
+
+TEST_F(Looking, LeavesAJobAloneThatHasGotTheHandleOfAnOlderOne) {
+  SubmitWaiter();
+  const Environment settings = server.Settings();
+  ASSERT_EQ(server.Stop(), 0);
+  const ServerProcess another(settings);
+  JobClient stranger(another.Port(), "desk");
+  ASSERT_EQ(stranger.SubmitJob(Plain("waiter")), 4U);
+  stranger.Await(4, {Running});
+  for (const std::string command : {"show", "why", "output", "results", "wait", "watch", "cancel", "release"}) {
+    const auto refused = Desk({command, "4"});
+    EXPECT_EQ(refused.ExitCode, kRefused) << command;
+    EXPECT_THAT(refused.Output, HasSubstr("that was another job: job 4 is now \"\" of desk, and not \"job1\""));
+  }
+  EXPECT_THAT(Desk({"priority", "4", "high"}).Output, HasSubstr("that was another job"));
+  EXPECT_THAT(Desk({"submit", "--after", "4", "waiter"}).Output, HasSubstr("that was another job"));
+  // However the server is spelled.
+  EXPECT_THAT(Desk({"cancel", "4", "--server", "LocalHost:" + std::to_string(server.Port())}).Output,
+              HasSubstr("named by =4"));
+  EXPECT_EQ(stranger.Get(4).Status, std::uint32_t{Running});
+  EXPECT_EQ(Desk({"show", "-q", "=4"}).Output, "running\n");
+  EXPECT_EQ(Desk({"cancel", "-q", "=4"}).Output, "4 aborted\n");
+}
+
+TEST_F(Looking, TellsTheEndsOfJobsThatHaveLeft) {
+  Submit({"do", "exit 3"}, {"--complete-on-failure"});
+  const std::string id = Desk({"history", "-q", "-n", "1"}).Output.substr(0, 9);
+  SubmitWaiter();
+  ASSERT_EQ(Desk({"wait", "4"}).ExitCode, 3);
+  ASSERT_EQ(Desk({"results", "4"}).ExitCode, 0);
+  EXPECT_THAT(Desk({"show", "4"}).Output, HasSubstr("it was seen to end as finished with exit code 3 on "));
+  EXPECT_EQ(Desk({"wait", id}).ExitCode, 3);
+  EXPECT_THAT(Golden({"wait", "--json", "4"}),
+              HasSubstr(R"({"schema":1,"timed_out":false,"jobs":[{"over":true,"gone":true,"removed":false,"code":3,)"));
+  auto wait = CtlMeanwhile({"wait", "8"});
+  EXPECT_EQ(wait.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
+  ASSERT_EQ(Desk({"release", "8"}).ExitCode, 0);
+  LetWaitersGo();
+  EXPECT_NE(wait.get().ExitCode, 0);
+  EXPECT_THAT(Golden({"history", "--json", "-n", "2"}),
+              HasSubstr(R"("sent":[],"outcome":"finished","exit_code":3,"ended":*},{"id":*,"handle":8,)"));
+  EXPECT_EQ(Ctl({"history", "-n", "-5"}).ExitCode, kUsage);
+  namespace fs = std::filesystem;
+  EXPECT_EQ(fs::status(disk.Path("state/tlmctl/ledger.jsonl")).permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(Looking, SubmitsAnewToTheServerThatHadTheJob) {
+  const ServerProcess other;
+  other.AddProgram("do", "eval \"$*\"\n");
+  const std::string there = "127.0.0.1:" + std::to_string(other.Port());
+  ASSERT_EQ(Ctl({"submit", "-q", "--server", there, "--", "do", "exit 3"}).Output, "4\n");
+  const std::string id = Ctl({"history", "-q", "-n", "1"}).Output.substr(0, 9);
+  EXPECT_THAT(Ctl({"resubmit", id}).Output, HasSubstr("tlmctl --server " + there + " submit -q -- do 'exit 3'\n8\n"));
+  EXPECT_EQ(Ctl({"resubmit"}).ExitCode, kRefused);  // the last one here
+  EXPECT_EQ(Ctl({"list", "-q"}).Output, Ctl({"list", "-q", "--mine"}).Output);
+}
+
+TEST_F(Looking, WaitsNoLongerThanWantedWhileTheServerIsBusy) {
+  SubmitWaiter();
+  auto wait = CtlMeanwhile({"wait", "4", "--timeout", "2", "--json"});
+  EXPECT_EQ(wait.wait_for(std::chrono::milliseconds(700)), std::future_status::timeout);
+  kill(server.Pid(), SIGSTOP);
+  const auto timely = wait.wait_for(std::chrono::seconds(8));
+  kill(server.Pid(), SIGCONT);
+  EXPECT_EQ(timely, std::future_status::ready);
+  const auto end = wait.get();
+  EXPECT_EQ(end.ExitCode, kTimedOut);
+  EXPECT_THAT(end.Output, HasSubstr(R"({"schema":1,"timed_out":true,"jobs":[{"over":false,)"));
 }
 
 // -- output

@@ -1,6 +1,5 @@
 // What the client tells of itself: to shells, and to readers of the manual.
 #include <algorithm>
-#include <gmock/gmock.h>
 #include <sstream>
 
 #include "support/job_client.h"
@@ -20,13 +19,12 @@ struct Completion : JobTest {
                                  "source <(\"$0\" completion bash); COMP_WORDS=(tlmctl \"$@\"); COMP_CWORD=$#; "
                                  "_tlmctl \"$0\"; printf '%s\\n' \"${COMPREPLY[@]}\"",
                                  kClient});
-    std::istringstream output(RunProgram(words, {{"TLM_SERVER", Address()}}).Output);
+    std::istringstream output(RunProgram(words, {{"TLM_SERVER", Server.Address()}}).Output);
     std::vector<std::string> offers;
     for (std::string line; std::getline(output, line);) offers.push_back(line);
     std::sort(offers.begin(), offers.end());
     return offers;
   }
-  std::string Address() const { return "127.0.0.1:" + std::to_string(Server.Port()); }
 };
 
 TEST_F(Completion, OffersWhatMayStandThere) {
@@ -36,7 +34,7 @@ TEST_F(Completion, OffersWhatMayStandThere) {
   Work.MakeDirectory("runs");
   const std::string port = std::to_string(Server.Port());
   const std::vector<std::string> nothing{""};
-  const std::vector<std::string> jobs{"4", "8"};
+  const std::vector<std::string> jobs{"4", "8", "last"};
   const struct {
     std::vector<std::string> Words;
     std::vector<std::string> Offers;
@@ -51,7 +49,7 @@ TEST_F(Completion, OffersWhatMayStandThere) {
       {{"release", "4", "8"}, {"8"}},
       {{"submit", "--after", ""}, jobs},
       {{"--server", "127.0.0.1", ":", port, "release", ""}, jobs},
-      {{"--server", "=", "127.0.0.1", ":", "1", "release", ""}, nothing},
+      {{"--server", "=", "127.0.0.1", ":", "1", "release", ""}, {"last"}},
       {{"priority", "4", "h"}, {"high"}},
       {{"priority", "--default", "=", "n"}, {"normal"}},
       {{"priority", "--default", "="}, {"high", "idle", "normal", "realtime"}},
@@ -67,10 +65,29 @@ TEST_F(Completion, OffersWhatMayStandThere) {
 TEST_F(Completion, DoesNotWaitForAServerThatDoesNotAnswer) {
   const RawListener silent;
   const auto ask = [&] {
-    return RunProgram({kClient, "complete", "--", "release", ""},
-                      {{"TLM_SERVER", "127.0.0.1:" + std::to_string(silent.Port())}});
+    return RunProgram({kClient, "complete", "--", "release", ""}, {{"TLM_SERVER", LocalAddress(silent.Port())}});
   };
-  EXPECT_LT(TimeOf([&] { EXPECT_EQ(ask().Output, ""); }), std::chrono::seconds(10));
+  EXPECT_LT(TimeOf([&] { EXPECT_THAT(ask().Output, testing::StartsWith("last\t")); }), std::chrono::seconds(10));
+}
+
+// -- output
+
+TEST(Output, IsAFailureWhereItCannotBeWrittenAndNoneWhereNobodyReadsOn) {
+  const auto shell = [](const std::string& line) {
+    return RunProgram({"/bin/bash", "-o", "pipefail", "-c", line, kClient});
+  };
+  const auto full = shell("\"$0\" manual >/dev/full");
+  EXPECT_EQ(full.ExitCode, 77);
+  EXPECT_EQ(full.Output, "tlmctl: standard output cannot be written: No space left on device\n");
+  EXPECT_EQ(shell("(\"$0\" manual; echo $? >&2) | true").Output, "0\n");
+}
+
+TEST(Output, OfFailuresIsADocumentAlsoBeforeTheLineIsUnderstood) {
+  const auto end = RunProgram({kClient, "--wait-server", "soon", "--json", "ping"});
+  EXPECT_EQ(end.ExitCode, 64);
+  EXPECT_THAT(end.Output, testing::StartsWith(R"({"schema":1,"error":{"code":"usage")"));
+  EXPECT_EQ(RunProgram({kClient, "report", "stop-requested", "--json"}).Output,
+            "{\"schema\":1,\"stop_requested\":false}\n");
 }
 
 // -- manual
@@ -84,16 +101,14 @@ TEST(Manual, TellsOfEachCommandOptionAndOperation) {
         "\n*69*\n\tthe server cannot be reached (*unreachable*)\n", "\n*TLM\\_SERVER*\n"}) {
     EXPECT_THAT(manual, HasSubstr(text));
   }
-  EXPECT_THAT(manual, testing::Not(HasSubstr("## complete\n")));
-  // Those that programs take alone, and the reserved ones.
-  const std::vector<int> notForPeople{15, 16, 31, 32, 33, 34, 45};
-  for (int number = 1; number <= 49; ++number) {
-    const bool isThere = manual.find("\n|] " + std::to_string(number) + "\n") != std::string::npos;
-    const bool expected = std::find(notForPeople.begin(), notForPeople.end(), number) == notForPeople.end();
-    EXPECT_EQ(isThere, expected) << "operation " << number;
-  }
-  const auto page =
-      RunProgram({"/bin/sh", "-c", "! which scdoc >/dev/null || \"$0\" manual | scdoc >/dev/null", kClient});
+  EXPECT_THAT(manual, Not(HasSubstr("## complete\n")));
+  for (int number = 1; number <= 49; ++number)
+    EXPECT_THAT(manual, HasSubstr("\n|] " + std::to_string(number) + "\n:[ "));
+}
+
+TEST(Manual, IsWellFormed) {
+  if (RunProgram({"/usr/bin/env", "scdoc", "-v"}).ExitCode != 0) GTEST_SKIP() << "scdoc is not installed";
+  const auto page = RunProgram({"/bin/bash", "-o", "pipefail", "-c", "\"$0\" manual | scdoc >/dev/null", kClient});
   EXPECT_EQ(page.ExitCode, 0) << page.Output;
 }
 

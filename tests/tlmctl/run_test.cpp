@@ -1,28 +1,16 @@
 // tlmctl run: a command on the server as if it ran here.
-#include <gmock/gmock.h>
-
-#include "support/proxy.h"
 #include "tlmctl/tlmctl_fixture.h"
 
 namespace tlm::test {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
-
 constexpr int kKilled = 137;
 
 struct Run : Tlmctl {
-  Run() { server.AddProgram("do", "eval \"$*\"\n"); }
   static Words Do(const std::string& text, Words options = {}) {
     options.insert(options.begin(), "run");
     options.insert(options.end(), {"--", "do", text});
     return options;
-  }
-  Words Through(const Proxy& proxy, Words words) const {
-    words.insert(words.begin(), {"--server", "127.0.0.1:" + std::to_string(proxy.Port())});
-    return words;
   }
 };
 
@@ -37,7 +25,7 @@ TEST_F(Run, GivesTheExitCodeOfTheProgramOrSaysWhatBecameOfTheJob) {
       {Do("kill -9 $$"), kKilled, "exit code 137"},
       {Do("exit 255"), 121, "LaunchFailed"},
       {{"run", "--", "missing"}, 121, "could not be started"},
-      {Do("exit 0", {"--reports"}), 120, "did not report success"},
+      {Do("exit 0", {"--reports"}), 120, "had not reported success"},
       {Do("exit 7", {"--reports"}), 7, "Aborted, exit code 7"},
       {Do("echo 4 1 >qorjmmsg.$$", {"--reports"}), 0, "Finished"},
       {{"run"}, 64, "tlmctl: what is to run is missing"},
@@ -47,10 +35,10 @@ TEST_F(Run, GivesTheExitCodeOfTheProgramOrSaysWhatBecameOfTheJob) {
       {{"run", "do", "a\"b"}, 64, "cannot pass on a double quote"},
       {{"run", "--after", "400", "do"}, 77, "the server has no job 400"},
       {{"run", "--release", "none", "do"}, 77, "the server could not do it"},
-      {{"run", "--server", "127.0.0.1:" + std::to_string(FreePort()), "do"}, 69, "cannot reach the server"},
+      {{"run", "--server", LocalAddress(FreePort()), "do"}, 69, "cannot reach the server"},
   };
   for (const auto& [line, code, text] : cases) {
-    const Finished run = Ctl(line);
+    const ProgramEnd run = Ctl(line);
     EXPECT_EQ(run.ExitCode, code) << run.Output;
     EXPECT_THAT(run.Output, HasSubstr(text));
   }
@@ -74,10 +62,10 @@ TEST_F(Run, SendsWhatTheServerLacksAndBringsBackWhatIsNew) {
   disk.Write("empty.dat");
   const Words line = Do("cat 'case 7.inp' mesh.dat; test -e empty.dat && cp mesh.dat 'case 7.res' && cp mesh.dat b.dat",
                         {"-i", "case 7.inp", "-i", "mesh.dat", "-i", "empty.dat", "--also", "b"});
-  const Finished plan = Ctl({"run", "--dry-run", "-i", "mesh.dat", "do", "x"});
+  const ProgramEnd plan = Ctl({"run", "--dry-run", "-i", "mesh.dat", "do", "x"});
   EXPECT_THAT(plan.Output,
               AllOf(HasSubstr("mesh.dat  4 bytes  yes   the server lacks it"), Not(HasSubstr("submitted"))));
-  const Finished first = Ctl(line);
+  const ProgramEnd first = Ctl(line);
   EXPECT_EQ(first.ExitCode, 0) << first.Output;
   EXPECT_THAT(first.Output, AllOf(HasSubstr("sending case 7.inp, 7 bytes"), HasSubstr("sending mesh.dat, 4 bytes"),
                                   HasSubstr("sending empty.dat"), HasSubstr("contentmesh")));
@@ -97,12 +85,14 @@ TEST_F(Run, ShowsOutputAndFetchesResultsWhileTheJobRuns) {
   AddWaiter();
   disk.Write("early.in");
   server.AddProgram("early",
-                    "echo partial >early.res; echo 2 1 >qorjmmsg.$$; exec " + server.Home().Path("bin/waiter"));
-  std::future<Finished> run = CtlMeanwhile({"run", "--json", "early", "early.in"});
+                    "printf 'a\\303'; echo partial >early.res; echo 2 1 >qorjmmsg.$$\n"
+                    "while [ -e " +
+                        disk.Path("wait") + " ]; do sleep 0.05; done; printf '\\251\\n'");
+  std::future<ProgramEnd> run = CtlMeanwhile({"run", "--json", "early", "early.in"});
   ASSERT_TRUE(
       Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("\"handle\":4") != std::string::npos; }));
   LetWaitersGo();
-  const Finished done = run.get();
+  const ProgramEnd done = run.get();
   EXPECT_EQ(done.ExitCode, 0) << done.Output;
   std::istringstream lines(done.Output);
   std::string events;
@@ -113,6 +103,7 @@ TEST_F(Run, ShowsOutputAndFetchesResultsWhileTheJobRuns) {
   }
   EXPECT_THAT(events, testing::MatchesRegex("s[so]*o[so]*r+e")) << done.Output;
   EXPECT_THAT(disk.Read("early.res"), "partial\n");
+  EXPECT_THAT(done.Output, Not(HasSubstr("\xEF\xBF\xBD"))) << "half a character";
 }
 
 // -- what goes wrong on the way
@@ -120,12 +111,12 @@ TEST_F(Run, ShowsOutputAndFetchesResultsWhileTheJobRuns) {
 TEST_F(Run, GoesOnWhenTheConnectionIsLost) {
   AddWaiter();
   Proxy proxy(server.Port());
-  std::future<Finished> run = CtlMeanwhile(Through(proxy, {"run", "waiter"}));
+  std::future<ProgramEnd> run = CtlMeanwhile(Through(proxy, {"run", "waiter"}));
   ASSERT_TRUE(Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("waiter") != std::string::npos; }));
   proxy.Cut();
   ASSERT_TRUE(Eventually([&] { return proxy.Connections() > 1; }));
   LetWaitersGo();
-  const Finished done = run.get();
+  const ProgramEnd done = run.get();
   EXPECT_EQ(done.ExitCode, 0);
   EXPECT_THAT(done.Output, AllOf(HasSubstr("connection to the server was lost"), HasSubstr("one\n"), HasSubstr("two\n"),
                                  HasSubstr("Finished")));
@@ -138,21 +129,40 @@ TEST_F(Run, GoesOnWithAnUploadFromWhatHasArrived) {
   disk.Write("big.dat", content);
   Proxy proxy(server.Port());
   proxy.CutOnceAfter(kSize / 4 * 3);
-  const Finished run = Ctl(Through(proxy, Do("cp big.dat copy.res", {"-i", "big.dat", "--stem", "copy"})));
+  const ProgramEnd run = Ctl(Through(proxy, Do("cp big.dat copy.res", {"-i", "big.dat", "--stem", "copy"})));
   EXPECT_EQ(run.ExitCode, 0) << run.Output;
   EXPECT_TRUE(disk.Read("copy.res") == content);
   EXPECT_LT(proxy.BytesFromClient(), kSize * 3 / 2) << "not all of it once more";
 }
 
+TEST_F(Run, GoesOnWithNoUploadButItsOwn) {
+  disk.Write("big.dat");
+  disk.Write("late.dat");
+  ASSERT_EQ(Ctl(Do("true", {"--client-host", "desk", "-i", "big.dat", "-i", "late.dat"})).ExitCode, 0);
+  JobClient client(server.Port());
+  std::string directory;
+  client.MapClientDirectory(disk.Root() + "/", directory);
+  ASSERT_TRUE(std::filesystem::exists(directory + "/late.dat"));
+  std::ofstream(directory + "/late.dat.tmp") << "left by another";
+  disk.Write("big.dat", std::string(8 << 20, 'x'));
+  disk.Write("late.dat", "and now for something longer");
+  Proxy proxy(server.Port());
+  proxy.CutOnceAfter(1 << 20);
+  const auto run =
+      Ctl(Through(proxy, Do("cat late.dat", {"--client-host", "desk", "-i", "big.dat", "-i", "late.dat"})));
+  EXPECT_THAT(run.Output,
+              AllOf(HasSubstr("connection to the server was lost"), HasSubstr("and now for something longer")));
+}
+
 TEST_F(Run, TellsThatTheServerHasForgottenTheJob) {
   AddWaiter();
   const Environment settings = server.Settings();
-  std::future<Finished> run = CtlMeanwhile({"run", "waiter"});
+  std::future<ProgramEnd> run = CtlMeanwhile({"run", "waiter"});
   ASSERT_TRUE(Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("waiter") != std::string::npos; }));
   EXPECT_EQ(server.Stop(), 0);
   {
     const ServerProcess another(settings);
-    const Finished done = run.get();
+    const ProgramEnd done = run.get();
     EXPECT_EQ(done.ExitCode, 75);
     EXPECT_THAT(done.Output,
                 AllOf(HasSubstr("the server has no job 4 waiter any more"), HasSubstr("tlmctl resubmit @")));
@@ -168,11 +178,71 @@ TEST_F(Run, WritesNothingThatAServerWouldLikeToHaveElsewhere) {
     ASSERT_EQ(outside.size(), inside.size());
     Proxy proxy(server.Port());
     proxy.Forge(inside, outside);
-    const Finished run = Ctl(Through(proxy, Do("echo x >a.res", {"--dir", disk.Path("work"), "--stem", "a"})));
+    const ProgramEnd run = Ctl(Through(proxy, Do("echo x >a.res", {"--dir", disk.Path("work"), "--stem", "a"})));
     EXPECT_EQ(run.ExitCode, 77) << run.Output;
     EXPECT_THAT(run.Output, HasSubstr("the server sent a file for " + outside));
     EXPECT_FALSE(std::filesystem::exists(outside)) << outside;
   }
+}
+
+// -- what is here, and what is another's
+
+TEST_F(Run, ReplacesNothingThatIsNewerThanTheJobsFiles) {
+  disk.Write("m.inp", "first");
+  disk.Write("m.msh", "mesh");
+  AddWaiter();
+  auto run = CtlMeanwhile({"run", "-i", "m.inp", "-i", "m.msh", "--stem", "m", "waiter"});
+  ASSERT_TRUE(EventuallyShows("4", "Running"));
+  disk.Write("m.msh", "edited");
+  LetWaitersGo();
+  EXPECT_EQ(run.get().ExitCode, 0);
+  EXPECT_EQ(disk.Read("m.msh"), "edited");
+  disk.MakeDirectory("m.res");
+  const auto blocked = Ctl(Do("echo x >m.res; exit 5", {"--stem", "m"}));
+  EXPECT_EQ(blocked.ExitCode, 77);
+  EXPECT_THAT(blocked.Output, AllOf(HasSubstr("exit code 5"), HasSubstr("m.res and perhaps others did not arrive")));
+}
+
+TEST_F(Run, SharesItsFilesWithNoOtherJob) {
+  AddWaiter();
+  ASSERT_EQ(Ctl({"submit", "--stem", "a", "waiter"}).ExitCode, 0);
+  const auto refused = Ctl(Do("true", {"--stem", "a"}));
+  EXPECT_EQ(refused.ExitCode, 77);
+  EXPECT_THAT(refused.Output, HasSubstr("job 4 a has not ended and writes to the same files"));
+  std::vector<std::future<ProgramEnd>> runs;
+  for (int i = 0; i < 4; ++i) runs.push_back(CtlMeanwhile(Do("echo number " + std::to_string(i))));
+  for (int i = 0; i < 4; ++i) EXPECT_THAT(runs[i].get().Output, HasSubstr("number " + std::to_string(i)));
+
+  disk.MakeDirectory("theirs");
+  JobClient stranger(server.Port());
+  Submission job;
+  job.WorkDir = disk.Path("theirs/");
+  std::string onServer;
+  stranger.MapClientDirectory(job.WorkDir, onServer);
+  job.Command = "do echo >b.res";
+  job.ResultStem = job.InputStem = "b";
+  job.CompleteOnFailure = true;
+  const std::string theirs = std::to_string(stranger.SubmitJob(job));
+  stranger.Await(std::stoull(theirs), {Finished});
+  stranger.Disconnect();
+  const Words fetch{"--client-host", "desk", "results", theirs};
+  const auto elsewhere = Ctl(fetch);
+  EXPECT_EQ(elsewhere.ExitCode, 77);
+  EXPECT_THAT(elsewhere.Output, HasSubstr("which is not the directory from which it was submitted"));
+  EXPECT_FALSE(disk.Has("theirs/b.res"));
+}
+
+TEST_F(Run, ShowsWhatIsWrittenOnAnotherServer) {
+  const ServerProcess first({{"TSQOR_JMPORT_127.0.0.2", std::to_string(server.Port())}});
+  first.AddProgram("long", "sleep 600");
+  const auto ctl = [&](const Words& words) { return RunTlmctl(first, disk, words); };
+  ASSERT_EQ(ctl({"load-limit", "1"}).ExitCode, 0);
+  ASSERT_EQ(ctl({"pool", "set", "127.0.0.2"}).ExitCode, 0);
+  ASSERT_EQ(ctl({"submit", "--stem", "long", "long"}).ExitCode, 0);
+  disk.Write("far.inp", "");
+  const auto run = ctl({"run", "--distribute", "-i", "far.inp", "--", "do", "echo from afar; exit 3"});
+  EXPECT_EQ(run.ExitCode, 122) << run.Output;
+  EXPECT_THAT(run.Output, HasSubstr("from afar\n"));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // What a person at a terminal sees of tlmctl, and how the terminal is left behind.
 #include <csignal>
-#include <gmock/gmock.h>
 
 #include "support/pty_session.h"
 #include "tlmctl/tlmctl_fixture.h"
@@ -8,18 +7,13 @@
 namespace tlm::test {
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
-
 constexpr int kInterrupted = 130, kRefused = 77, kAborted = 120;
 constexpr char kFrame[] = "\033[?25l\033[?7l\r";
 
 struct Terminal : Tlmctl {
   std::unique_ptr<PtySession> At(Words words, int columns = 80, int lines = 24, Environment environment = {}) const {
     words.insert(words.begin(), BIN_DIRECTORY "/tlmctl");
-    environment.insert(
-        {{"TLM_SERVER", "127.0.0.1:" + std::to_string(server.Port())}, {"XDG_STATE_HOME", disk.Path("state")}});
-    return std::make_unique<PtySession>(words, environment, columns, lines);
+    return std::make_unique<PtySession>(words, ClientSettings(server, disk, std::move(environment)), columns, lines);
   }
   void SubmitWaiters(int count, const std::string& stem = "job") const {
     AddWaiter();
@@ -53,14 +47,15 @@ std::vector<std::string> Lines(const std::string& written) {
 
 TEST_F(Terminal, ShowsHowJobsGoInPlaceAndIsLeftAsItWas) {
   SubmitWaiters(2);
+  const auto interruptWhileNobodyAnswers = [this](PtySession& session) {
+    kill(server.Pid(), SIGSTOP);
+    session.Type("\x03");
+    EXPECT_TRUE(Eventually([&] { return session.HasFormerModes(); }));
+    kill(server.Pid(), SIGCONT);
+  };
   const std::function<void(PtySession&)> ends[] = {
       [](PtySession& session) { session.Type("q"); }, [](PtySession& session) { session.Type("\x03"); },
-      [](PtySession& session) { kill(session.Pid(), SIGTERM); },
-      [this](PtySession& session) {  // while the server does not answer
-        kill(server.Pid(), SIGSTOP);
-        EXPECT_TRUE(Eventually([&] { return session.Type("\x03"), session.HasFormerModes(); }));
-        kill(server.Pid(), SIGCONT);
-      }};
+      [](PtySession& session) { kill(session.Pid(), SIGTERM); }, interruptWhileNobodyAnswers};
   for (const auto& end : ends) {
     const auto watch = At({"watch"});
     ASSERT_TRUE(watch->Shows("job1"));
@@ -90,6 +85,15 @@ TEST_F(Terminal, HasRoomForEveryLine) {
   EXPECT_EQ(Count(watch->Written().substr(0, watch->Written().find("\033[J")), "\n"), kLines - 1U);
   for (const auto* session : {&list, &watch}) {
     for (const std::string& line : Lines((*session)->Written())) EXPECT_LE(line.size(), kColumns) << line;
+  }
+  const std::string cjk = "\xE6\x9D\xBF\xE6\x9D\xBF\xE6\x9D\xBF\xE6\x9D\xBF\xE6\x9D\xBF";  // two columns each
+  ASSERT_EQ(Ctl({"submit", "-q", "--name", cjk, "--", "waiter"}).ExitCode, 0);
+  for (const int columns : {20, 40}) {
+    const auto narrow = At({"list"}, columns);
+    EXPECT_EQ(narrow->AwaitEnd(), 0);
+    const auto lines = Lines(narrow->Written());
+    EXPECT_EQ(lines.front().find("PROGRESS") != std::string::npos, columns == 40) << lines.front();
+    for (const std::string& line : lines) EXPECT_LE(line.size() - Count(line, "\xE6"), columns) << line;
   }
   watch->Resize(kColumns + 40, kLines + 10);
   EXPECT_TRUE(watch->Shows("\033[H\033[J"));
@@ -125,6 +129,33 @@ TEST_F(Terminal, IsAskedBeforeAJobIsCancelled) {
     cancel->Type(answer);
     EXPECT_EQ(cancel->AwaitEnd(), code) << cancel->Written();
     EXPECT_THAT(Ctl({"show", "4"}).Output, HasSubstr("State                 " + state));
+  }
+}
+
+TEST_F(Terminal, IsAskedWhatBecomesOfAJobWhoseRunIsBrokenOff) {
+  AddWaiter();
+  const struct {
+    std::string Keys;
+    int Code;
+    std::string Text;
+  } cases[] = {{"l\n", kInterrupted, " goes on"}, {"r\n", kAborted, " is being removed"}, {"c\n", 0, ": Finished"}};
+  int handle = 4;
+  for (const auto& [keys, code, text] : cases) {
+    const auto run = At({"run", "--dir", disk.Root(), "waiter"});
+    const std::string job = "job " + std::to_string(handle) + " waiter";
+    ASSERT_TRUE(run->Shows("one\r\n"));
+    ASSERT_TRUE(run->Shows(job + "  [..............................]   0 %  Running"));
+    run->Type("\x03");
+    ASSERT_TRUE(run->Shows(job + " has not ended. [l]eave it running, [r]emove it, or [c]ontinue here?"));
+    run->Type(keys);
+    if (code == 0) {
+      EXPECT_THAT(Ctl({"list"}).Output, HasSubstr("\n4       waiter  Running"));
+      LetWaitersGo();
+    }
+    EXPECT_EQ(run->AwaitEnd(), code) << run->Written();
+    EXPECT_TRUE(run->HasFormerModes());
+    EXPECT_TRUE(run->Shows(job + text));
+    handle += 4;
   }
 }
 

@@ -1,30 +1,33 @@
 // A server, a directory for jobs to run in, and the real client.
 #pragma once
 
-#include <filesystem>
 #include <future>
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
-#include "support/eventually.h"
-#include "support/sandbox.h"
-#include "support/server_process.h"
+#include "support/job_client.h"
+#include "support/proxy.h"
 
 namespace tlm::test {
 
-class Tlmctl : public testing::Test {
- protected:
-  using Words = std::vector<std::string>;
+// What tells the client of its server, and where it keeps its own files.
+inline Environment ClientSettings(const ServerProcess& server, const Sandbox& disk, Environment more = {}) {
+  more.insert({{"TLM_SERVER", server.Address()}, {"XDG_STATE_HOME", disk.Path("state")}});
+  return more;
+}
 
-  // In the directory of the jobs.
-  Finished Ctl(Words words) const {
-    words.insert(words.begin(), {"/usr/bin/env", "-C", disk.Root(), BIN_DIRECTORY "/tlmctl"});
-    return RunProgram(
-        words, {{"TLM_SERVER", "127.0.0.1:" + std::to_string(server.Port())}, {"XDG_STATE_HOME", disk.Path("state")}});
-  }
-  std::future<Finished> CtlMeanwhile(const Words& words) const {
+// In the directory of the jobs.
+inline ProgramEnd RunTlmctl(const ServerProcess& server, const Sandbox& disk, Words words, Environment more = {}) {
+  words.insert(words.begin(), {"/usr/bin/env", "-C", disk.Root(), BIN_DIRECTORY "/tlmctl"});
+  return RunProgram(words, ClientSettings(server, disk, std::move(more)));
+}
+
+struct Tlmctl : testing::Test {
+  ProgramEnd Ctl(Words words) const { return RunTlmctl(server, disk, std::move(words)); }
+  std::future<ProgramEnd> CtlMeanwhile(const Words& words) const {
     return std::async(std::launch::async, [this, words] { return Ctl(words); });
+  }
+  static Words Through(const Proxy& proxy, Words words) {
+    words.insert(words.begin(), {"--server", LocalAddress(proxy.Port())});
+    return words;
   }
   testing::AssertionResult EventuallyShows(const std::string& handle, const std::string& text) const {
     return Eventually([&] { return Ctl({"show", handle}).Output.find(text) != std::string::npos; });

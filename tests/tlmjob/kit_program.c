@@ -17,7 +17,10 @@ int main(void) {
   tlmjob_progress(40);
   tlmjob_results_available();
   while (access("go", F_OK) != 0) {
-    if (tlmjob_stop_requested()) return puts("stopped"), 3;
+    if (tlmjob_stop_requested()) {
+      tlmjob_detach();
+      return tlmjob_attach() && tlmjob_stop_requested() ? puts("stopped"), 3 : 4;
+    }
     usleep(10000);
   }
   tlmjob_succeeded();

@@ -1,5 +1,9 @@
 // Programs made with the job kit, in each of its languages: as jobs behind a script, and by hand.
+#include "platform/environment.h"
+#include "platform/host.h"
+#include "report/reporter.h"
 #include "support/job_client.h"
+#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
@@ -37,6 +41,7 @@ struct Kit : JobTest {
     words.insert(words.begin(), {"/usr/bin/env", "-C", Work.Root()});
     Environment environment = kTools;
     environment["TSQOR_JMPORT"] = std::to_string(Server.Port());
+    environment["TS_ENTERPRISE_ENV"] = "of a shell that a job has left behind";
     return RunProgram(words, environment);
   }
 };
@@ -44,7 +49,7 @@ struct Kit : JobTest {
 struct KitLanguage : Kit, ::testing::WithParamInterface<const char*> {};
 
 TEST_P(KitLanguage, ReportsFromBehindAScriptAndEndsOnRequest) {
-  const std::uint64_t job = Submit(Do(GetParam() + std::string("; exit $?")));
+  const std::uint64_t job = Submit(Do(std::string("ORPC_TRACE=2 ") + GetParam() + "; exit $?"));
   const std::uint64_t stopped = Submit(Do(std::string("cd /; ") + GetParam() + "; exit $?"));
   const Task task = Client.Await(job, {Running});
   for (const std::uint64_t one : {job, stopped}) {
@@ -58,6 +63,7 @@ TEST_P(KitLanguage, ReportsFromBehindAScriptAndEndsOnRequest) {
   Work.Write("go");
   EXPECT_EQ(Client.AwaitEnd(job).Status, std::uint32_t{Finished}) << Client.Output(job);
   EXPECT_EQ(Client.Get(job).Progress, 100) << "the end of the program has waited for it";
+  EXPECT_EQ(Client.Output(job), "");
   EXPECT_EQ(Client.Jobs().size(), 2U);
 }
 
@@ -75,7 +81,8 @@ TEST_P(KitLanguage, ReportsWhenItsScriptHasLetItGo) {
 
 TEST_P(KitLanguage, IsQuietByHandAndGoesOnWithoutAJobManager) {
   Work.Write("go");
-  const auto byHand = RunByHand({GetParam()});
+  std::filesystem::create_symlink("/bin/sh", Work / "nottlmjm");
+  const auto byHand = RunByHand({Work / "nottlmjm", "-c", GetParam() + std::string("; exit $?")});
   EXPECT_EQ(byHand.ExitCode, 0);
   EXPECT_EQ(byHand.Output, "");
   EXPECT_EQ(Client.Jobs(), HandleList());
@@ -84,6 +91,24 @@ TEST_P(KitLanguage, IsQuietByHandAndGoesOnWithoutAJobManager) {
   EXPECT_EQ(Client.AwaitEnd(job).Status, std::uint32_t{Aborted});
   EXPECT_THAT(Client.Output(job),
               testing::MatchesRegex("kit_[a-z_.]+: no job manager to report to, going on without\ngood\n"));
+}
+
+TEST(KitReports, AwaitASilentJobManagerNoLongerThanTheirPatience) {
+  const RawListener silent;
+  const std::string port = std::to_string(silent.Port());
+  platform::SetVariable("TSQOR_JMPORT", port);
+  report::Reporter reporter(platform::ProcessId(), report::Opening::Attach, std::nullopt,
+                            std::chrono::milliseconds(300));
+  EXPECT_FALSE(reporter.Deliver({.Succeeded = true}));
+  EXPECT_FALSE(reporter.Finish());
+  Environment tools = kTools;
+  tools["TSQOR_JMPORT"] = port;
+  const auto python = RunProgram({"/usr/bin/env", "python3", "-c",
+                                  "import os, tlmjob; tlmjob._PATIENCE = 0.3\n"
+                                  "tlmjob._own_job = lambda: (os.getpid(), 0)\n"
+                                  "tlmjob.attach(); tlmjob.succeeded(); tlmjob.detach(); print('good')"},
+                                 tools);
+  EXPECT_EQ(python.Output, "-c: no job manager to report to, going on without\ngood\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, KitLanguage, ::testing::Values(KIT_PROGRAMS));
@@ -111,7 +136,7 @@ TEST_F(Kit, TheScriptCountsPrimesAndStopsOnRequest) {
   const std::uint64_t job = SubmitExample("primes", "1000000\n");
   EXPECT_TRUE(EventuallyHasProgress(job, 10));
   ExpectStop(job);
-  const auto byHand = RunByHand({SOURCE_DIRECTORY "/examples/shell/primes.sh", Work.Write("few.inp", "100\n")});
+  const auto byHand = RunByHand({SOURCE_DIRECTORY "/examples/shell/primes.sh", Work.Write("few.txt", "0100")});
   EXPECT_EQ(byHand.ExitCode, 0);
   EXPECT_EQ(byHand.Output, "");
   EXPECT_THAT(Work.Read("few.dat"), HasSubstr("\n100 25\n"));
@@ -125,7 +150,9 @@ TEST_F(Kit, ASuccessStaysUntilTheNextAttachment) {
     int Progress;
   } cases[] = {
       {"succeeded", Finished, 1, 0},
-      {"succeeded; tlmctl report progress 7", Finished, 1, 7},
+      {"progress 07.9 && tlmctl report succeeded", Finished, 1, 7},
+      {"progress 7; tlmctl report progress -1 && tlmctl report succeeded", Finished, 1, 0},
+      {"succeeded; tlmctl report progress 101", Finished, 1, 100},
       {"attach; tlmctl report results", Aborted, 1, 0},
       {"succeeded; tlmctl report attach; tlmctl report retry", Aborted, 0, 0},
   };

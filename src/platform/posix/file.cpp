@@ -39,9 +39,10 @@ bool IsDirectory(int descriptor) {
 
 }  // namespace
 
-std::optional<File> File::Open(const std::string& path, Mode mode) {
+std::optional<File> File::Open(const std::string& path, Mode mode, Links links) {
   // Not to block is for a pipe that lies where a file is looked for: without it the open would wait for the other end.
-  const int flags = FlagsOf(mode) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const int noFollow = links == Links::Refuse ? O_NOFOLLOW : 0;
+  const int flags = FlagsOf(mode) | noFollow | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
   const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, kNewFile); });
   if (descriptor < 0) return std::nullopt;
   File file(descriptor);
@@ -120,6 +121,12 @@ bool ReplaceWholeFile(const std::string& path, const std::string& until, std::st
   const bool replaced = file && file->Write(content) && file->Close() && RenameFile(until, path);
   if (!replaced) RemoveFile(until);
   return replaced;
+}
+
+void ReserveStandardStreams() {
+  int descriptor = STDIN_FILENO;
+  while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDWR);
+  if (descriptor > STDERR_FILENO) close(descriptor);
 }
 
 }  // namespace tlm::platform

@@ -17,7 +17,7 @@ constexpr mode_t kNewFile = 0666;  // less the umask
 }  // namespace
 
 std::optional<FileLock> FileLock::Open(const std::string& path) {
-  const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
   const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, kNewFile); });
   if (descriptor < 0) return std::nullopt;
   return FileLock(descriptor, path);

@@ -97,14 +97,18 @@ bool SetLinger(Socket socket, bool on, int seconds) {
 
 void SendWithoutDelay(Socket socket) { SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1); }
 
-bool Connect(Socket socket, SocketAddress peer) {
+bool Connect(Socket socket, SocketAddress peer, std::optional<std::chrono::milliseconds> limit) {
+  if (limit && !MakeNonBlocking(socket)) return false;
   const sockaddr_in address = ToSystem(peer);
   if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return true;
-  if (errno != EINTR) return false;
-  // An interrupted connect goes on by itself: its outcome is known once the socket can be written.
+  if (errno != EINTR && errno != EINPROGRESS) return false;
+  // It goes on by itself: its outcome is known once the socket can be written.
   pollfd entry{socket, POLLOUT, 0};
-  while (poll(&entry, 1, -1) < 0 && errno == EINTR) {
-  }
+  int ready = 0;
+  do ready = poll(&entry, 1, limit ? static_cast<int>(std::max(limit->count(), limit->zero().count())) : -1);
+  while (ready < 0 && errno == EINTR);
+  if (ready == 0) errno = ETIMEDOUT;
+  if (ready <= 0) return false;
   int error = 0;
   socklen_t length = sizeof error;
   if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;

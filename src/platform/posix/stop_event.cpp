@@ -104,6 +104,12 @@ StopEvent::~StopEvent() {
   if (ownsName_) RemoveStopEvent(name_);
 }
 
+bool StopEvent::IsSet() {
+  int value = 0;
+  set_ = set_ || (sem_getvalue(static_cast<sem_t*>(semaphore_), &value) == 0 && value > 0);
+  return set_;
+}
+
 bool StopEvent::WaitFor(std::chrono::milliseconds limit) {
   const timespec end = TimeAfter(limit);
   auto* const semaphore = static_cast<sem_t*>(semaphore_);
