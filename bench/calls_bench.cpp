@@ -28,7 +28,7 @@ void ReceiveAll(platform::Socket socket, std::size_t length) {
 class EchoServer {
  public:
   EchoServer() : listener_(platform::OpenTcpSocket()) {
-    platform::BindToPort(listener_, 0);
+    platform::BindToPort(listener_, {});
     platform::Listen(listener_, 128);
     runner_ = std::thread([this] { Serve(); });
   }

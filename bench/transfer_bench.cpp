@@ -62,7 +62,7 @@ class Disk {
 
 std::uint16_t FreePort() {
   const platform::Socket socket = platform::OpenTcpSocket();
-  platform::BindToPort(socket, 0);
+  platform::BindToPort(socket, {});
   const std::uint16_t port = platform::LocalAddress(socket)->Port;
   platform::CloseSocket(socket);
   return port;
@@ -177,7 +177,7 @@ void SendFile(platform::Socket socket, const fs::path& path) {
 
 void MeasureCopy(const Disk& disk, std::size_t megabytes) {
   const platform::Socket listener = platform::OpenTcpSocket();
-  platform::BindToPort(listener, 0);
+  platform::BindToPort(listener, {});
   platform::Listen(listener, 1);
   const double seconds = SecondsOf([&] {
     std::thread receiver([&] {

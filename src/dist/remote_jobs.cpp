@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "exec/run_job.h"
 #include "exec/worker.h"
 #include "jm/result_manifest.h"
+#include "platform/directory_pin.h"
 #include "platform/file.h"
 #include "platform/file_system.h"
 #include "store/trace.h"
@@ -160,9 +162,31 @@ bool FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& cl
   return written && text.size() == kMaxStringLength;
 }
 
+// A peer that is confined as clients are writes to the job's directory alone.
+class ResultsReceiver : public FileTransferWatcher {
+ public:
+  explicit ResultsReceiver(const std::string& directory) : pin_(platform::DirectoryPin::Open(directory, directory)) {}
+  std::optional<std::string> PathFor(const FileTransferItem& item) override {
+    const std::string name = MFile(item.Destination).Name();
+    if (!pin_ || name.find('/') != std::string::npos || name == "..") return std::nullopt;
+    return pin_->Path() + '/' + name;
+  }
+
+ private:
+  const std::optional<platform::DirectoryPin> pin_;
+};
+
+std::unique_ptr<ResultsReceiver> ReceiverFor(JobManagerState& state, const Peer& peer, JobRef ref) {
+  const MAutoLock lock(state.StateLock);
+  const Job* job = FindAt(state, peer, ref);
+  return job && state.Restrictions.Confined ? std::make_unique<ResultsReceiver>(job->TempDir) : nullptr;
+}
+
 // True if nothing is missing.
 bool FetchResultsOnce(JobManagerState& state, const Peer& peer, QorJMClient& client, JobRef ref, std::uint64_t handle) {
+  const std::unique_ptr<ResultsReceiver> receiver = ReceiverFor(state, peer, ref);
   FileTransferList files;
+  files.Watcher = receiver.get();
   if (!client.RequestResults(handle, files)) return true;
   if (!CheckReceivedResults(files, false).empty()) {
     client.ResultsNotSent(handle);

@@ -6,6 +6,7 @@
 #include "libtsenv/runtime_identity.h"
 #include "platform/host.h"
 #include "platform/stop_event.h"
+#include "store/confinement.h"
 
 namespace tlm {
 
@@ -15,7 +16,12 @@ std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const std::ve
   platform::LaunchRequest request;
   request.CommandLine = JoinTokens(tokens);
   request.Environment = ChildEnvironment(job.Env, job.TaskKey, job.ProcessID);
-  request.Directory = job.TempDir;
+  std::optional<platform::DirectoryPin> pin;
+  if (state.Restrictions.Confined && job.TempDir == job.WorkDir) {
+    pin = PinBelow(AllowedRoots(state), job.TempDir);
+    if (!pin) return 0;
+  }
+  request.Directory = pin ? pin->Path() : job.TempDir;
   request.OutputFile = job.OutFile;
   request.FailureText = FailureText(request.CommandLine);
   request.OwnGroup = state.KillViaEvent;

@@ -84,9 +84,22 @@ void RecordEnd(JobManagerState& state, Job& job, std::uint32_t exitCode) REQUIRE
   job.Elapsed = static_cast<std::uint32_t>(platform::SecondsSince1970() - job.Started);
 }
 
-enum class Polled { Runs, HasEnded, Stop };
+using Clock = std::chrono::steady_clock;
 
-Polled PollProcess(JobManagerState& state, JobRef ref, std::int32_t pid) {
+// A job that has taken as long as it may says so in its output.
+bool TellOverdue(const JobManagerState& state, const Job& job, Clock::time_point begin) REQUIRES(state.StateLock) {
+  const std::chrono::seconds longest = state.Restrictions.LongestRun;
+  if (longest.count() == 0 || job.Killed != 0 || Clock::now() - begin < longest) return false;
+  if (std::optional<File> out = File::Open(job.OutFile, File::Mode::Append)) {
+    static_cast<void>(out->Write("\nEnded after " + std::to_string(longest.count()) +
+                                 " seconds, the longest time that a job may take\n"));
+  }
+  return true;
+}
+
+enum class Polled { Runs, HasEnded, Overdue, Stop };
+
+Polled PollProcess(JobManagerState& state, JobRef ref, std::int32_t pid, Clock::time_point begin) {
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(ref);
   std::uint32_t exitCode = 0;
@@ -97,13 +110,23 @@ Polled PollProcess(JobManagerState& state, JobRef ref, std::int32_t pid) {
     return Polled::HasEnded;
   }
   if (state.StopRequested) return Polled::Stop;
+  if (job && TellOverdue(state, *job, begin)) return Polled::Overdue;
   if (job && state.ListeningSessions != 0) ForwardOutput(state, *job);
   return Polled::Runs;
 }
 
-Outcome FollowProcess(JobManagerState& state, JobRef ref, std::int32_t pid) {
+void EndOverdue(JobManagerState& state, JobRef ref, std::int32_t pid) {
+  const std::int32_t killed = KillProcess(state, pid);
+  const MAutoLock lock(state.StateLock);
+  if (Job* job = state.Jobs.Find(ref)) job->Killed = killed;
+}
+
+Outcome FollowProcess(JobManagerState& state, JobRef ref, std::int32_t pid, Clock::time_point begin) {
   while (true) {
-    switch (PollProcess(state, ref, pid)) {
+    switch (PollProcess(state, ref, pid, begin)) {
+      case Polled::Overdue:
+        EndOverdue(state, ref, pid);
+        break;
       case Polled::HasEnded:
         return Outcome::Ended;
       case Polled::Stop:
@@ -130,6 +153,7 @@ void RefuseCommand(JobManagerState& state, JobRef ref, const std::string& rest) 
 
 Outcome RunCommands(JobManagerState& state, JobRef ref, std::string_view buffer) {
   Outcome outcome = Outcome::Ended;
+  const auto begin = Clock::now();
   while (!buffer.empty() && outcome == Outcome::Ended) {
     std::vector<std::string> tokens;
     if (!NextCommand(buffer, tokens)) {
@@ -139,7 +163,7 @@ Outcome RunCommands(JobManagerState& state, JobRef ref, std::string_view buffer)
     }
     if (tokens.empty()) continue;
     const std::int32_t pid = StartCommand(state, ref, std::move(tokens));
-    outcome = pid != 0 ? FollowProcess(state, ref, pid) : Outcome::Over;
+    outcome = pid != 0 ? FollowProcess(state, ref, pid, begin) : Outcome::Over;
   }
   return outcome;
 }

@@ -21,7 +21,7 @@ constexpr std::uint32_t kPiece = 4096;  // bytes of a chunk that is sent, and of
 // Not on the stack, where hundreds of calls may wait for their clients, one above the other.
 using Buffer = std::vector<char>;
 
-std::string TemporaryName(const FileTransferItem& item) { return item.Destination + ".tmp"; }
+std::string TemporaryName(const FileTransferItem& item) { return item.Path + ".tmp"; }
 
 // Only what is a file can be read to an end.
 std::optional<File> OpenSource(const FileTransferItem& item) {
@@ -82,7 +82,8 @@ void ReceiveItem(ORpcIO& io, FileTransferItem& item, FileTransferWatcher* watche
   Decode(io, item.Offset);
   MLockFile lock;
   std::optional<File> file;
-  if (MayStandAt(item.Destination) && (!watcher || watcher->Allows(item))) {
+  item.Path = watcher ? watcher->PathFor(item).value_or("") : item.Destination;
+  if (MayStandAt(item.Path)) {
     static_cast<void>(lock.Lock(TemporaryName(item), false));  // the file is written whatever the answer
     file = OpenTemporary(item);
   }
@@ -125,7 +126,7 @@ void PutInPlace(const FileTransferList& list, FileTransferItem& item) {
     item.Stored = false;
     return;
   }
-  item.Stored = platform::RenameFile(temporary, item.Destination);
+  item.Stored = platform::RenameFile(temporary, item.Path);
 }
 
 }  // namespace

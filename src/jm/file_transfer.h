@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,8 @@ struct FileTransferItem {
   std::string Destination;   // as the receiver names the file
   std::string Source;        // as the sender reads it
   std::uint32_t Offset = 0;  // bytes; where in the file the data starts
-  // Not on the wire: the receiver could store all that came under the destination's name.
+  // Not on the wire: where the receiver writes it, and whether it could store all that came there.
+  std::string Path = {};
   bool Stored = false;
 };
 
@@ -23,8 +25,9 @@ struct FileTransferItem {
 class FileTransferWatcher {
  public:
   virtual ~FileTransferWatcher() = default;
-  // Asked for each item before it is received. One that is not allowed is read to its end and not Stored.
-  virtual bool Allows(const FileTransferItem&) { return true; }
+  // Asked for each item before it is received: by which path its destination is reached. Without one, the item is read
+  // to its end and not Stored.
+  virtual std::optional<std::string> PathFor(const FileTransferItem& item) { return item.Destination; }
   // Asked for each item once all have come, before it takes the place of its destination. One that is not to do so is
   // thrown away and not Stored.
   virtual bool Replaces(const FileTransferList&, const FileTransferItem&) { return true; }

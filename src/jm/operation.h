@@ -39,8 +39,9 @@ struct WireParameter<Out<Value>> {
 struct ServedCall {
   IQorJM& Target;
   ORpcIO& Stream;
-  const ReplyHeader& Header;  // written once the operation has returned
-  const bool& Abandoned;      // the session was given up while the arguments were being read
+  const ReplyHeader& Header;      // written once the operation has returned
+  const bool& Abandoned;          // the session was given up while the arguments were being read
+  FileTransferWatcher& Receiver;  // of files among the arguments
 };
 
 // The one operation that both sides announce.
@@ -70,7 +71,9 @@ struct OperationOf {
   template <Result (IQorJM::*kMethod)(Parameters...)>
   static void Serve(const ServedCall& call) {
     std::tuple<typename WireParameter<Parameters>::Held...> held{};
+    std::apply([&](auto&... value) { (Watch(value, &call.Receiver), ...); }, held);
     std::apply([&](auto&... value) { (DecodeIfInRequest<Parameters>(call.Stream, value), ...); }, held);
+    std::apply([&](auto&... value) { (Watch(value, nullptr), ...); }, held);
     if (call.Abandoned) throw OrpcSocketError(platform::kConnectionAborted);
     if constexpr (kNumber == kRequiredLevel) {
       std::apply(
@@ -94,6 +97,10 @@ struct OperationOf {
   }
 
  private:
+  template <class Value>
+  static void Watch([[maybe_unused]] Value& value, [[maybe_unused]] FileTransferWatcher* watcher) {
+    if constexpr (std::is_same_v<Value, FileTransferList>) value.Watcher = watcher;
+  }
   template <class Parameter, class Value>
   static void EncodeIfInRequest(ORpcIO& io, const Value& value) {
     if constexpr (WireParameter<Parameter>::kInRequest) Encode(io, value);

@@ -1,6 +1,7 @@
 // The system's service manager: what passes between it and a service that it started, and how it comes to know of one.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,9 +20,17 @@ class ServiceManager {
   // Lost if the manager does not listen. Any thread.
   void Report(ServiceState state) const;
 
+  // Within this time the manager wants to hear ReportAlive again and again, or it ends the process. Empty if it does
+  // not.
+  std::optional<std::chrono::microseconds> Watchdog() const { return watchdog_; }
+  void ReportAlive() const;
+
  private:
-  explicit ServiceManager(std::string address) : address_(std::move(address)) {}
+  ServiceManager(std::string address, std::optional<std::chrono::microseconds> watchdog)
+      : address_(std::move(address)), watchdog_(watchdog) {}
+  void Send(const char* message) const;
   std::string address_;
+  std::optional<std::chrono::microseconds> watchdog_;
 };
 
 struct ServiceDefinition {

@@ -37,7 +37,7 @@ Socket OpenTcpSocket();
 void NoticeLoss(Socket socket);
 // True on success, each of these.
 bool AllowAddressReuse(Socket socket);
-bool BindToPort(Socket socket, std::uint16_t port);  // any local address
+bool BindToPort(Socket socket, SocketAddress local);  // address 0 stands for all local ones
 bool Listen(Socket socket, int backlog);
 bool MakeNonBlocking(Socket socket);
 bool SetLinger(Socket socket, bool on, int seconds);
@@ -61,6 +61,8 @@ std::optional<SocketAddress> RemoteAddress(Socket socket);
 // Dotted form. An address of all bits set is not taken as one.
 std::optional<std::uint32_t> ParseAddress(const std::string& text);
 std::string FormatAddress(std::uint32_t address);
+// Of an address in network order.
+std::uint32_t HostOrder(std::uint32_t address);
 // First IPv4 address of the name.
 std::optional<std::uint32_t> LookUpHost(const std::string& name);
 

@@ -32,6 +32,8 @@ class ORpcServer {
   virtual void Abandon() {}
 
   std::uint16_t RemotePort() const { return remotePort_; }
+  // True if the peer is on this machine.
+  bool IsLocalPeer() const { return isLocalPeer_; }
   std::uint16_t ListenerPort() const { return listenerPort_; }
 
  protected:
@@ -41,6 +43,7 @@ class ORpcServer {
  private:
   friend class ORpcThread;
   std::uint16_t remotePort_ = 0;
+  bool isLocalPeer_ = false;
   std::uint16_t listenerPort_ = 0;
 };
 

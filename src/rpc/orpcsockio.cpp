@@ -33,7 +33,7 @@ std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
       RaiseSocketError("ECONNRESET", platform::kConnectionReset);
     } else if (!platform::IsWouldBlock(error)) {
       RaiseSocketError("RpcSockIO::Read::recv", error);
-    } else if (thread_ && thread_->HoldsOthersUp(socket_, moved)) {
+    } else if (thread_ && thread_->IsTooLong(socket_, moved)) {
       RaiseSocketError("RpcSockIO::Read::recv", platform::kTimedOut);
     }
     WaitUntilReadable();

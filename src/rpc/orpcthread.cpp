@@ -22,6 +22,8 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 // else be filled up by half calls. One takes about 2 KB of the usual 8 MB, four times as much with address checks.
 constexpr std::size_t kDeepestNesting = 500;
 constexpr std::chrono::milliseconds kNestingPause{1};
+// Between looks for connections that are late with their first call.
+constexpr std::chrono::seconds kStrangersPause{1};
 // A call on top of others on the stack may wait so long for a byte to move.
 constexpr std::chrono::seconds kStallLimit{60};
 
@@ -52,6 +54,12 @@ std::chrono::seconds StallLimit() {
   return limit;
 }
 
+bool IsLocal(platform::Socket socket) {
+  const auto peer = platform::RemoteAddress(socket);
+  const auto own = platform::LocalAddress(socket);
+  return peer && (IsLoopback(peer->Address) || (own && own->Address == peer->Address));
+}
+
 bool Contains(const DescriptorSet& set, platform::Socket socket) {
   return std::find(set.begin(), set.end(), socket) != set.end();
 }
@@ -65,7 +73,7 @@ ORpcThread::~ORpcThread() {
 
 ORpcThread* ORpcThread::Current() { return currentThread; }
 
-platform::Socket ORpcThread::AddListener(std::uint16_t port) {
+platform::Socket ORpcThread::AddListener(std::uint16_t port, std::uint32_t address) {
   const platform::Socket socket = platform::OpenTcpSocket();
   const int openError = platform::LastSocketError();
   ORpcTrace(2).Print("socket(...)=%d\n", socket);
@@ -78,7 +86,7 @@ platform::Socket ORpcThread::AddListener(std::uint16_t port) {
     RaiseSocketError(tag, error);
   };
   platform::AllowAddressReuse(socket);
-  require(platform::BindToPort(socket, port), "ORpcThread::AddListener::bind");
+  require(platform::BindToPort(socket, {address, port}), "ORpcThread::AddListener::bind");
   require(platform::Listen(socket, kBacklog), "ORpcThread::AddListener::listen");
   require(platform::MakeNonBlocking(socket), "ORpcThread::AddListener::ioctlsocket");
   listeners_.push_back(socket);
@@ -100,7 +108,10 @@ int ORpcThread::PollOnce(platform::Socket highest, DescriptorSet& readSet, Descr
   AddToReadSet(highest, readSet);
   std::fflush(stdout);
   const int result = TracedSelect(highest + 1, &readSet, &writeSet, LongestSleep());
-  if (stop_ || result < 1) return result;
+  Beat();
+  if (stop_) return result;
+  DropStrangers();
+  if (result < 1) return result;
   ServeReady(readSet);
   AcceptReady(readSet);
   return result;
@@ -122,13 +133,68 @@ void ORpcThread::AddToReadSet(platform::Socket& highest, DescriptorSet& readSet)
 
 std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
   if (ListenersPaused()) return kAcceptPause;
-  if (!busy_.empty()) return StallLimit();
-  return std::nullopt;
+  std::optional<Clock::duration> sleep;
+  const auto atMost = [&sleep](Clock::duration time) { sleep = std::min(sleep.value_or(time), time); };
+  if (!busy_.empty()) atMost(StallLimit());
+  if (!busy_.empty() && admission_.Silence.count() != 0) atMost(admission_.Silence);
+  if (!strangers_.empty() && admission_.FirstCall.count() != 0) atMost(kStrangersPause);
+  if (beat_) atMost(beatInterval_);
+  if (!sleep) return std::nullopt;
+  return std::chrono::duration_cast<std::chrono::microseconds>(*sleep);
 }
 
-bool ORpcThread::HoldsOthersUp(platform::Socket socket, std::chrono::steady_clock::time_point since) const {
+bool ORpcThread::IsTooLong(platform::Socket socket, std::chrono::steady_clock::time_point since) const {
   const std::size_t own = busy_.contains(socket) ? 1 : 0;
-  return busy_.size() > own && std::chrono::steady_clock::now() - since >= StallLimit();
+  const auto silence = Clock::now() - since;
+  if (admission_.Silence.count() != 0 && silence >= admission_.Silence) return true;
+  return busy_.size() > own && silence >= StallLimit();
+}
+
+bool ORpcThread::Admits(platform::SocketAddress peer) {
+  const auto refuse = [&](const char* reason) {
+    const std::string name = platform::FormatAddress(peer.Address) + ':' + std::to_string(peer.Port);
+    ORpcTrace(1).Print("refused %s: %s\n", name.c_str(), reason);
+    if (admission_.Trace) admission_.Trace("Refused connection of " + name + ": " + reason + '\n');
+    return false;
+  };
+  const auto& ranges = admission_.Ranges;
+  const auto holds = [&](const AddressRange& range) { return range.Contains(peer.Address); };
+  if (!ranges.empty() && std::none_of(ranges.begin(), ranges.end(), holds)) return refuse("address not allowed");
+  if (admission_.MostConnections == 0 || connections_.size() < admission_.MostConnections) return true;
+  // Who has shown to be a client goes before who has not.
+  const auto stranger = std::find_if(connections_.begin(), connections_.end(), [this](platform::Socket socket) {
+    return strangers_.contains(socket) && !busy_.contains(socket);
+  });
+  if (stranger == connections_.end()) return refuse("too many connections");
+  DropStranger(*stranger, "another takes its place");
+  return true;
+}
+
+void ORpcThread::SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat) {
+  beat_ = std::move(beat);
+  beatInterval_ = interval / 2;
+}
+
+void ORpcThread::Beat() {
+  if (!beat_ || Clock::now() - lastBeat_ < beatInterval_) return;
+  lastBeat_ = Clock::now();
+  beat_();
+}
+
+void ORpcThread::DropStrangers() {
+  if (admission_.FirstCall.count() == 0) return;
+  const auto latest = Clock::now() - admission_.FirstCall;
+  std::vector<platform::Socket> overdue;
+  for (const auto& [socket, accepted] : strangers_) {
+    if (accepted <= latest && !busy_.contains(socket)) overdue.push_back(socket);
+  }
+  for (platform::Socket socket : overdue) DropStranger(socket, "no call in time");
+}
+
+void ORpcThread::DropStranger(platform::Socket socket, const char* reason) {
+  if (admission_.Trace) admission_.Trace("Dropped connection " + std::to_string(socket) + ": " + reason + '\n');
+  DropConnection(socket);
+  Forget(socket);
 }
 
 bool ORpcThread::ListenersPaused() const { return acceptAgain_ && std::chrono::steady_clock::now() < *acceptAgain_; }
@@ -183,9 +249,14 @@ bool ORpcThread::AcceptOne(platform::Socket listener) {
   acceptAgain_.reset();
   ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener, platform::FormatAddress(peer.Address).c_str(), peer.Port,
                      socket);
+  if (!Admits(peer)) {
+    platform::CloseSocket(socket);
+    return true;
+  }
   platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
   platform::SendWithoutDelay(socket);
   connections_.push_back(socket);
+  strangers_.emplace(socket, Clock::now());
   return true;
 }
 
@@ -193,6 +264,7 @@ void ORpcThread::ServeCall(platform::Socket socket) {
   const Membership busy(busy_, socket);
   ORpcRecordIO stream(std::make_unique<ORpcSockIO>(socket, this));
   const auto call = Decoded<CallHeader>(stream);
+  strangers_.erase(socket);
   const MAutoLock lock(lock_);
   Answer(socket, call, stream);
   stream.Flush();
@@ -234,6 +306,7 @@ std::shared_ptr<ORpcServer> ORpcThread::FindOrCreateServer(platform::Socket sock
   servers.emplace(key, server);
   server->listenerPort_ = GetListenerPort(socket);
   server->remotePort_ = GetRemotePort(socket);
+  server->isLocalPeer_ = IsLocal(socket);
   return server;
 }
 
@@ -265,7 +338,7 @@ void ORpcThread::SendQueued(platform::Socket socket, SendQueue& queue, std::size
     const int error = platform::LastSocketError();
     if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
     if (sent < 0) {
-      if (HoldsOthersUp(socket, moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
+      if (IsTooLong(socket, moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
       if (blocked > kBlockedRetries) RaiseSocketError("ORpcThread::Send::blocked", platform::kWouldBlock);
       platform::YieldTimeSlice();
       ++blocked;
@@ -303,6 +376,7 @@ void ORpcThread::DropConnection(platform::Socket socket) {
     for (const auto& [key, server] : node.mapped()) server->Abandon();
   }
   sendQueues_.erase(socket);
+  strangers_.erase(socket);
   TracedClose(socket);
 }
 

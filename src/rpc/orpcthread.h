@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "rpc/admission.h"
 #include "rpc/orpcserver.h"
 #include "rpc/orpctrace.h"
 #include "util/mmutex.h"
@@ -30,8 +31,14 @@ class ORpcThread {
   // The loop that runs on the calling thread; null if none does.
   static ORpcThread* Current();
 
-  // A new listener on any local address, at the port; 0 lets the system choose. Raises OrpcSocketError.
-  platform::Socket AddListener(std::uint16_t port);
+  // Before Run.
+  void SetAdmission(Admission admission) { admission_ = std::move(admission); }
+  // Before Run: from then on a pass happens at least once in the interval, and `beat` runs after one that has been
+  // made, no more often than twice in the interval.
+  void SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat);
+  // A new listener at the port of a local address in network order, 0 for all of them; port 0 lets the system choose.
+  // Raises OrpcSocketError.
+  platform::Socket AddListener(std::uint16_t port, std::uint32_t address = 0);
   // Serves until Stop, then closes all connections and listeners.
   void Run();
   // Takes effect when the pass in progress ends; nothing wakes a pass that sleeps. Waits of calls in progress end.
@@ -47,9 +54,9 @@ class ORpcThread {
   // Gives the number of ready sockets, below 1 if the wait ended without any.
   int PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet);
 
-  // True for a wait for the socket that has gone on since then without a byte, for too long, while calls of other
-  // connections wait below it on the stack: it has to end, so that they can go on.
-  bool HoldsOthersUp(platform::Socket socket, std::chrono::steady_clock::time_point since) const;
+  // True for a wait for the socket that has gone on since then without a byte for too long: for the admission, or while
+  // calls of other connections wait below it on the stack. It has to end, so that they can go on.
+  bool IsTooLong(platform::Socket socket, std::chrono::steady_clock::time_point since) const;
 
   // Gives up a connection's server object; the connection stays open, and its next call makes a new one. No effect on
   // an object that is not a connection's.
@@ -67,12 +74,17 @@ class ORpcThread {
     bool InUse = false;    // a Send further down the stack is working on it
   };
 
+  using Clock = std::chrono::steady_clock;
   void AddToReadSet(platform::Socket& highest, DescriptorSet& readSet);
+  void Beat();
   bool ListenersPaused() const;
   std::optional<std::chrono::microseconds> LongestSleep() const;
   void ServeReady(const DescriptorSet& readSet);
   void AcceptReady(const DescriptorSet& readSet);
   bool AcceptOne(platform::Socket listener);
+  bool Admits(platform::SocketAddress peer);
+  void DropStrangers();
+  void DropStranger(platform::Socket socket, const char* reason);
   void ServeCall(platform::Socket socket);
   void Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) REQUIRES(lock_);
   std::shared_ptr<ORpcServer> FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) REQUIRES(lock_);
@@ -83,11 +95,17 @@ class ORpcThread {
 
   std::atomic<bool> stop_ = false;
   std::vector<platform::Socket> listeners_;
+  Admission admission_;
   std::vector<platform::Socket> connections_;  // in the order of acceptance
+  // Those that have made no call yet, each with the time of its acceptance.
+  std::unordered_map<platform::Socket, Clock::time_point> strangers_;
   std::unordered_map<platform::Socket, SendQueue> sendQueues_;
   std::map<platform::Socket, ServersOfConnection> servers_ GUARDED_BY(lock_);
   std::unordered_set<platform::Socket> busy_;                         // a call of the connection is on the stack
   std::optional<std::chrono::steady_clock::time_point> acceptAgain_;  // set while accepting is out of resources
+  std::function<void()> beat_;
+  Clock::duration beatInterval_{};
+  Clock::time_point lastBeat_;
   MMutex lock_;
 };
 

@@ -4,6 +4,7 @@
 #include "dist/result_transfer.h"
 #include "exec/temp_directories.h"
 #include "server/qorjmserver.h"
+#include "store/confinement.h"
 #include "util/mfile.h"
 
 namespace tlm {
@@ -12,7 +13,7 @@ namespace {
 
 bool AllArrived(const FileTransferList& files) {
   for (const FileTransferItem& item : files.Items) {
-    if (!item.Stored || !MFile(item.Destination).Exists()) return false;
+    if (!item.Stored || !MFile(item.Path).Exists()) return false;
   }
   return true;
 }
@@ -24,7 +25,12 @@ bool QorJMServer::PutFiles(const FileTransferList& files) { return AllArrived(fi
 bool QorJMServer::UpdateClientFiles(const StringList& deletions, const FileTransferList& files) {
   bool deleted = true;
   for (const std::string& path : deletions) {
-    MFile file(path);
+    const std::optional<std::string> reached = receiver_.Reach(path);
+    if (!reached) {
+      deleted = false;
+      continue;
+    }
+    MFile file(*reached);
     if (file.Exists() && !file.Remove()) deleted = false;
   }
   return deleted && AllArrived(files);
@@ -37,7 +43,9 @@ void QorJMServer::GetTempRoot(Out<std::string> directory, Out<std::uint32_t> exp
 }
 
 bool QorJMServer::SetTempRoot(const std::string& directory, std::uint32_t expiry) {
+  if (!MayAdminister("SetTempRoot")) return false;
   const MAutoLock lock(state_.StateLock);
+  if (state_.Restrictions.Confined && !PinBelow(AllowedRoots(state_), directory)) return false;
   return tlm::SetTempRoot(state_, directory, expiry);
 }
 

@@ -5,15 +5,30 @@
 #include "exec/retirement.h"
 #include "exec/worker.h"
 #include "server/qorjmserver.h"
+#include "store/confinement.h"
 #include "store/ownership.h"
 #include "store/submission.h"
 #include "store/trace.h"
 
 namespace tlm {
 
+bool QorJMServer::MaySubmit(const Submission& submission) {
+  if (!HasRoom(state_)) {
+    Trace(state_, "Refused a job: no room on the disk\n");
+    return false;
+  }
+  if (!state_.Restrictions.Confined) return true;
+  const bool isInside = session_.DirectoryMap.contains(submission.WorkDir) ||
+                        PinBelow(AllowedRoots(state_), submission.WorkDir).has_value();
+  const bool staysThere = submission.ResultStem.find('/') == std::string::npos;
+  if (!isInside || !staysThere) Trace(state_, "Refused a job in %s, which lies outside\n", submission.WorkDir.c_str());
+  return isInside && staysThere;
+}
+
 std::uint64_t QorJMServer::SubmitJob(const Submission& submission) {
   const MAutoLock lock(state_.StateLock);
   if (session_.InstallPath.empty()) throw 0;
+  if (!MaySubmit(submission)) return 0;
   Job* job = AddSubmittedJob(state_, session_, submission);
   if (!job) return 0;
   NotifyJobChange(state_, *job, Queued);
@@ -69,6 +84,7 @@ void QorJMServer::ReleaseJob(std::uint64_t handle) {
 bool QorJMServer::RemoveJob(std::uint64_t handle) { return tlm::RemoveJob(state_, handle); }
 
 bool QorJMServer::AbortAllJobs() {
+  if (!MayAdminister("AbortAllJobs")) return false;
   tlm::AbortAllJobs(state_);
   return true;
 }

@@ -15,6 +15,17 @@
 
 namespace tlm {
 
+namespace {
+
+constexpr char kLoaderPrefix[] = "LD_";
+
+struct PinsOfCall {
+  Receiver& Held;
+  ~PinsOfCall() { Held.Release(); }
+};
+
+}  // namespace
+
 QorJMServer::QorJMServer(JobManagerState& state, ORpcThread& thread) : state_(state), thread_(thread) {
   const MAutoLock lock(state_.StateLock);
   if (state_.TempRoot.empty()) state_.TempRoot = DeriveTempRoot();
@@ -38,7 +49,8 @@ void QorJMServer::Abandon() {
 }
 
 void QorJMServer::Dispatch(std::int32_t procedure) {
-  DispatchOperation(procedure, {*this, *stream_, replyHeader_, abandoned_});
+  const PinsOfCall pins{receiver_};
+  DispatchOperation(procedure, {*this, *stream_, replyHeader_, abandoned_, receiver_});
 }
 
 bool QorJMServer::HasProc(std::int32_t procedure) const { return IsOperation(procedure); }
@@ -60,7 +72,14 @@ bool QorJMServer::Hello(const std::string& versionToken, const std::string& clie
   return !session_.InstallPath.empty();
 }
 
+bool QorJMServer::MayAdminister(const char* operation) {
+  if (!state_.Restrictions.LocalAdministration || IsLocalPeer()) return true;
+  Trace(state_, "Refused %s of a client that is not on this machine\n", operation);
+  return false;
+}
+
 void QorJMServer::Shutdown() {
+  if (!MayAdminister("Shutdown")) return;
   const MAutoLock lock(state_.StateLock);
   state_.StopRequested = true;
   thread_.Stop();
@@ -79,7 +98,12 @@ void QorJMServer::RefreshJobs() {
 }
 
 void QorJMServer::SetEnvironment(const EnvList& variables) {
+  if (!MayAdminister("SetEnvironment")) return;
   for (const auto& [name, value] : variables) {
+    if (state_.Restrictions.NoLoaderVariables && name.starts_with(kLoaderPrefix)) {
+      Trace(state_, "Refused to set %s\n", name.c_str());
+      continue;
+    }
     std::string text = name;
     text.append("=").append(value);
     const std::size_t end = text.find('=');  // perhaps already in the name

@@ -4,6 +4,7 @@
 #include "jm/iqorjm.h"
 #include "rpc/orpcserver.h"
 #include "rpc/orpcthread.h"
+#include "server/receiver.h"
 #include "store/job_manager_state.h"
 
 namespace tlm {
@@ -29,9 +30,14 @@ class QorJMServer : public IQorJM, public ORpcServer {
 #undef ONE_WAY
 
  private:
+  bool MaySubmit(const Submission& submission) REQUIRES(state_.StateLock);
+  // True if the client may do what concerns all. A refusal goes to the trace.
+  bool MayAdminister(const char* operation);
+
   JobManagerState& state_;
   ORpcThread& thread_;
   Session session_;
+  Receiver receiver_{state_, session_};
   bool abandoned_ = false;
 };
 

@@ -22,7 +22,9 @@ std::uint64_t QorJMServer::GetQueueStartTime() {
   return static_cast<std::uint64_t>(state_.QueueStartTime);
 }
 
-bool QorJMServer::SetQueueLimit(std::uint32_t count) { return tlm::SetQueueLimit(state_, count); }
+bool QorJMServer::SetQueueLimit(std::uint32_t count) {
+  return MayAdminister("SetQueueLimit") && tlm::SetQueueLimit(state_, count);
+}
 
 std::uint32_t QorJMServer::GetQueueLimit() {
   const MAutoLock lock(state_.StateLock);
@@ -30,7 +32,7 @@ std::uint32_t QorJMServer::GetQueueLimit() {
 }
 
 bool QorJMServer::SetLocalLimit(std::uint32_t limit) {
-  if (limit == 0) return false;
+  if (limit == 0 || !MayAdminister("SetLocalLimit")) return false;
   const MAutoLock lock(state_.StateLock);
   state_.LocalLimit = limit;
   return true;
@@ -47,6 +49,7 @@ void QorJMServer::GetServerPool(Out<StringList> pool) {
 }
 
 void QorJMServer::SetServerPool(const StringList& pool) {
+  if (!MayAdminister("SetServerPool")) return;
   const MAutoLock lock(state_.StateLock);
   tlm::SetServerPool(state_, pool);
 }

@@ -28,5 +28,5 @@ int main(int argc, char** argv) {
   } else {
     service.EnterDispatcher();
   }
-  return 0;
+  return service.ExitCode();
 }

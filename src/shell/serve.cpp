@@ -8,9 +8,13 @@
 #include "exec/temp_directories.h"
 #include "exec/worker.h"
 #include "jm/qorjmclient.h"
+#include "platform/host.h"
+#include "platform/socket.h"
 #include "rpc/orpcthread.h"
 #include "server/qorjmserver.h"
+#include "shell/access.h"
 #include "shell/settings.h"
+#include "store/trace.h"
 #include "util/immortal.h"
 
 namespace tlm {
@@ -19,6 +23,7 @@ namespace {
 
 // A polite stop takes up to 10 seconds; workers stop their processes side by side.
 constexpr std::chrono::seconds kWorkersPatience{15};
+constexpr char kThisMachine[] = "127.0.0.1";
 
 JobManagerState& TheState() {
   static JobManagerState& state = MakeImmortal<JobManagerState>();
@@ -45,6 +50,36 @@ void EndWorkers() {
   if (!AwaitWorkers(TheState(), kWorkersPatience)) TerminateChildren();
 }
 
+Access& TheAccess() {
+  static Access& access = MakeImmortal<Access>(ReadAccess());
+  return access;
+}
+
+void Tell(const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+bool Configure() {
+  Access& access = TheAccess();
+  Tell(access.Faults);
+  if (!access.Faults.empty()) return false;
+  access.Admission.Trace = [](const std::string& line) { Trace(TheState(), "%s", line.c_str()); };
+  TheState().Restrictions = access.Restrictions;
+  TheThread().SetAdmission(access.Admission);
+  return true;
+}
+
+void Run(std::uint16_t port) {
+  const std::uint32_t address = TheAccess().Listen;
+  TheThread().AddListener(port, address);
+  // Programs of jobs report here, and so does the command that stops the server.
+  const std::uint32_t thisMachine = *platform::ParseAddress(kThisMachine);
+  if (address != 0 && address != thisMachine) TheThread().AddListener(port, thisMachine);
+  listener = Listener::Open;
+  Tell(DescribeAccess(TheAccess(), port, platform::UserName()));
+  TheThread().Run();
+}
+
 }  // namespace
 
 void PrepareServer() {
@@ -52,16 +87,20 @@ void PrepareServer() {
   ApplySettings(TheState());
 }
 
-void Serve(std::uint16_t port) {
+void SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat) {
+  TheThread().SetHeartbeat(interval, std::move(beat));
+}
+
+bool Serve(std::uint16_t port) {
+  const bool isConfigured = Configure();
   try {
-    TheThread().AddListener(port);
-    listener = Listener::Open;
-    TheThread().Run();
+    if (isConfigured) Run(port);
   } catch (...) {  // Whatever keeps it from serving, the person at the console is told.
     std::puts("FATAL ERROR: check that no other Tessarine processes are running");
   }
   listener = Listener::Gone;
   EndWorkers();
+  return isConfigured;
 }
 
 void CleanUp() {
@@ -72,7 +111,7 @@ void CleanUp() {
 bool StopLocalServer(std::uint16_t port) {
   try {
     QorJMClient client;
-    client.Connect("127.0.0.1", port);
+    client.Connect(kThisMachine, port);
     client.Shutdown();
     return true;
   } catch (...) {  // Whatever keeps it from being reached.
@@ -84,7 +123,7 @@ bool StopServing(std::uint16_t port) {
   if (!IsListening()) return listener != Listener::None;
   try {
     QorJMClient client;
-    client.Connect("127.0.0.1", port);
+    client.Connect(kThisMachine, port);
     if (IsListening()) client.Shutdown();  // else it may be another that has accepted
     return true;
   } catch (...) {

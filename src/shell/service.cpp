@@ -32,6 +32,7 @@ void Service::EnterDispatcher() {
   if (!TakeControls()) return;
   Report(ServiceState::StartPending);
   Report(ServiceState::Running);
+  if (const auto watchdog = manager_->Watchdog()) SetHeartbeat(*watchdog, [this] { manager_->ReportAlive(); });
   ServeToTheEnd();
   Report(ServiceState::StopPending);
   Report(ServiceState::Stopped);
@@ -46,7 +47,7 @@ bool Service::TakeControls() {
 }
 
 void Service::ServeToTheEnd() {
-  Serve(port_);
+  isConfigured_ = Serve(port_);
   const std::lock_guard lock(mutex_);
   served_ = true;
   changed_.notify_all();

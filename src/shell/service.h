@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 
@@ -23,6 +24,9 @@ class Service {
   // Serves as a service if a service manager started this process; comes back at once if none did.
   void EnterDispatcher();
 
+  // Of the process, once it has served.
+  int ExitCode() const { return isConfigured_ ? EXIT_SUCCESS : EXIT_FAILURE; }
+
  private:
   bool TakeControls();
   void ServeToTheEnd();
@@ -35,6 +39,7 @@ class Service {
   // Set before there is another thread.
   const platform::ServiceManager* manager_ = nullptr;  // while this process is its service
   std::uint16_t port_ = 0;
+  bool isConfigured_ = true;
   std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.

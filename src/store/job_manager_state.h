@@ -1,6 +1,7 @@
 // The one process-wide object: what sessions, workers, the timer and the distributor share.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -15,11 +16,23 @@
 
 namespace tlm {
 
+// What clients may not do. Set before the server serves, and then never changed.
+struct Restrictions {
+  bool LocalAdministration = false;     // who is not on this machine does not change what holds for all
+  bool NoLoaderVariables = false;       // nobody sets variables that the loader of programs goes by
+  bool Confined = false;                // files and directories of clients lie below the roots
+  std::vector<std::string> ExtraRoots;  // besides the temporary one; no separator at their ends
+  std::chrono::seconds LongestRun{0};   // of a job with all its commands; 0 for any time
+  std::uint64_t LeastRoom = 0;          // bytes on the disk of the temporary root, else no more is taken
+};
+
 // Lives until the process ends: threads that nobody waits for use it to the last moment. When both locks are taken,
 // StateLock comes first; on the thread of the server loop the loop's own lock comes before both.
 struct JobManagerState {
   MMutex StateLock;
   MMutex PoolLock;
+
+  tlm::Restrictions Restrictions;
 
   JobTable Jobs GUARDED_BY(StateLock);
   std::vector<Session*> SessionList GUARDED_BY(StateLock);    // live sessions, in order of creation

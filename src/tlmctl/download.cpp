@@ -23,11 +23,11 @@ class Download : public TransferProgress {
   Download(const Settings& settings, const KnownJob& job, const std::string& directory)
       : TransferProgress(settings, "fetching", 0), job_(job), directory_(directory) {}
 
-  bool Allows(const FileTransferItem& item) override {
-    if (item.Offset != 0) return false;  // nobody has asked for a part
-    if (MayReceive(item.Destination, directory_)) return true;
+  std::optional<std::string> PathFor(const FileTransferItem& item) override {
+    if (item.Offset != 0) return std::nullopt;  // nobody has asked for a part
+    if (MayReceive(item.Destination, directory_)) return item.Destination;
     refused_ = item.Destination;
-    return false;
+    return std::nullopt;
   }
 
   bool Replaces(const FileTransferList& list, const FileTransferItem& item) override {

@@ -16,6 +16,19 @@ struct Ending : JobTest {
   }
 };
 
+struct Overdue : Ending {
+  Overdue() : Ending({{"TSQOR_LONGEST_RUN", "1"}}) {}
+};
+
+TEST_F(Overdue, JobsAreEndedWithAWordInTheirOutput) {
+  const std::uint64_t job = Submit(Do("echo begun; echo $$ >pid; exec sleep 600") + ";" + Do("touch never"));
+  Client.Await(job, {Aborted});
+  EXPECT_EQ(Client.Output(job), "begun\n\nEnded after 1 seconds, the longest time that a job may take\n");
+  EXPECT_TRUE(IsGone(AwaitNumber("pid")));
+  EXPECT_FALSE(Work.Has("never"));
+  Client.Await(Submit(Succeed(":")), {Finished});
+}
+
 TEST_F(Ending, OfARemovedJobDependsOnHowFarItCame) {
   const std::uint64_t running =
       Submit(Do("(echo $$; exec sleep 600) >group & echo $! >grandchild; echo $$ >child; wait"));

@@ -8,7 +8,7 @@ using ::testing::MatchesRegex;
 
 TEST(Program, StopsItsServerWithoutAWordAndSaysThatItsPortIsTaken) {
   ServerProcess server({}, "serve");
-  EXPECT_EQ(server.Output(), "") << "only the other command prints the names";
+  EXPECT_THAT(server.Output(), Not(HasSubstr("Runtime Vars"))) << "only the other command prints the names";
   Environment settings = server.Settings();
   settings["ORPC_TRACE"] = "1";
   const auto second = RunProgram({TLMJM, "debug"}, settings);

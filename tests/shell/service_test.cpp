@@ -50,15 +50,28 @@ struct ManagerFirst {
 };
 
 struct Service : ManagerFirst, JobTest {
-  Service() : JobTest({{"NOTIFY_SOCKET", TheManager.Address()}}, "") {
+  explicit Service(Environment more = {}) : JobTest(Settings(std::move(more)), "") {
     std::filesystem::create_symlink(BIN_DIRECTORY "/stop_event_program", Server.Home().Path("bin/polite"));
     EXPECT_EQ(TheManager.NextReport(), "STATUS=start pending");
     EXPECT_EQ(TheManager.NextReport(), "READY=1");
   }
+  Environment Settings(Environment more) const {
+    more["NOTIFY_SOCKET"] = TheManager.Address();
+    return more;
+  }
 };
 
+struct WatchedService : Service {
+  WatchedService() : Service(Environment{{"WATCHDOG_USEC", "200000"}}) {}
+};
+
+TEST_F(WatchedService, ShowsThatItsLoopGoesRoundWithoutACall) {
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(TheManager.NextReport(), "WATCHDOG=1");
+  EXPECT_EQ(Client.OutputOf("do 'echo $WATCHDOG_USEC.'", Work.Root()), ".\n");
+}
+
 TEST_F(Service, ReportsItsStatesUntilAClientStopsIt) {
-  EXPECT_EQ(Server.Output(), "");
+  EXPECT_THAT(Server.Output(), StartsWith("Listening on 0.0.0.0:"));
   EXPECT_EQ(Client.OutputOf("do 'echo $NOTIFY_SOCKET.'", Work.Root()), ".\n");
   kill(Server.Pid(), SIGHUP);
   EXPECT_EQ(TheManager.NextReport(), "READY=1") << "what it does not know makes it report again";

@@ -1,4 +1,5 @@
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -29,16 +30,28 @@ const char* Message(ServiceState state) {
   return "STATUS=stopped";
 }
 
+std::string TakeVariable(const char* name) {
+  std::string value = GetVariable(name).value_or("");
+  SetVariable(name, "");
+  return value;
+}
+
 }  // namespace
 
 std::optional<ServiceManager> ServiceManager::Claim() {
-  const std::string address = GetVariable(kAddressVariable).value_or("");
-  SetVariable(kAddressVariable, "");
+  const std::string address = TakeVariable(kAddressVariable);
+  const std::string process = TakeVariable("WATCHDOG_PID");
+  const long long time = std::strtoll(TakeVariable("WATCHDOG_USEC").c_str(), nullptr, 10);
   if (address.empty()) return std::nullopt;
-  return ServiceManager(address);
+  const bool isWatched = time > 0 && (process.empty() || process == std::to_string(getpid()));
+  return ServiceManager(address, isWatched ? std::optional(std::chrono::microseconds(time)) : std::nullopt);
 }
 
-void ServiceManager::Report(ServiceState state) const {
+void ServiceManager::Report(ServiceState state) const { Send(Message(state)); }
+
+void ServiceManager::ReportAlive() const { Send("WATCHDOG=1"); }
+
+void ServiceManager::Send(const char* message) const {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (address_.size() >= sizeof address.sun_path) return;
@@ -49,7 +62,6 @@ void ServiceManager::Report(ServiceState state) const {
   const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (socket < 0) return;
   setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
-  const char* message = Message(state);
   sendto(socket, message, std::strlen(message), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address), length);
   close(socket);
 }

@@ -63,7 +63,11 @@ constexpr char kService[] = R"(
 [Service]
 Type=notify
 Restart=on-failure
+RestartPreventExitStatus=1
 RestartSec=5
+
+# For a server that answers nobody any more. It may well be busy for a minute.
+WatchdogSec=180
 
 # The server stops its jobs itself. What is left after it goes with the control group, in which all of them stay.
 KillMode=mixed

@@ -79,8 +79,8 @@ void NoticeLoss(Socket socket) {
 
 bool AllowAddressReuse(Socket socket) { return SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1); }
 
-bool BindToPort(Socket socket, std::uint16_t port) {
-  const sockaddr_in address = ToSystem({htonl(INADDR_ANY), port});
+bool BindToPort(Socket socket, SocketAddress local) {
+  const sockaddr_in address = ToSystem(local);
   return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
@@ -155,6 +155,8 @@ std::optional<std::uint32_t> ParseAddress(const std::string& text) {
   if (address == INADDR_NONE) return std::nullopt;
   return address;
 }
+
+std::uint32_t HostOrder(std::uint32_t address) { return ntohl(address); }
 
 std::string FormatAddress(std::uint32_t address) {
   char text[INET_ADDRSTRLEN] = "";

@@ -1,0 +1,178 @@
+// Who gets in, and who may change what holds for all.
+#include "rpc/admission.h"
+#include "server/qorjmserver.h"
+#include "support/job_client.h"
+#include "support/raw_connection.h"
+
+namespace tlm::test {
+namespace {
+
+const auto kAddress = [](const char* text) { return *platform::ParseAddress(text); };
+
+void Greet(RawConnection& connection) { EXPECT_EQ(connection.Ask(Call(0)), Reply()); }
+
+TEST(AddressRange, HoldsAddressesWithItsFirstBits) {
+  const auto range = AddressRange::Parse("10.1.77.3/16");
+  ASSERT_TRUE(range);
+  EXPECT_TRUE(range->Contains(kAddress("10.1.255.255")));
+  EXPECT_FALSE(range->Contains(kAddress("10.2.0.0")));
+  EXPECT_TRUE(AddressRange::Parse("0.0.0.0/0")->Contains(kAddress("203.0.113.9")));
+  EXPECT_FALSE(AddressRange::Parse("192.0.2.1")->Contains(kAddress("192.0.2.0")));
+  for (const char* text : {"", "/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x", "10.0.0/8", "host"}) {
+    EXPECT_FALSE(AddressRange::Parse(text)) << text;
+  }
+}
+
+TEST(Access, IsToldAtTheStart) {
+  const ServerProcess local(Environment{{"TSQOR_LISTEN", "127.0.0.1"}});
+  const std::string line = "Listening on " + local.Address() + " as ";
+  JobClient{local.Port()};
+  EXPECT_THAT(local.Output(), AllOf(HasSubstr(line), HasSubstr(": whoever reaches it can run commands as that user"),
+                                    Not(HasSubstr("every address is let in"))));
+  const ServerProcess open;
+  JobClient{open.Port()};
+  EXPECT_THAT(open.Output(), HasSubstr("WARNING: every address is let in; TSQOR_LISTEN and TSQOR_ALLOW change that"));
+  const ServerProcess elsewhere(
+      Environment{{"TSQOR_LISTEN", "127.0.0.7"}, {"TSQOR_ALLOW", "192.0.2.0/24, 198.51.100.1"}});
+  RawConnection here(elsewhere.Port());
+  Greet(here);  // this machine is let in, for the programs of jobs
+}
+
+TEST(Access, WithSettingsThatNobodyUnderstandsIsNone) {
+  const Sandbox disk;
+  const std::pair<Environment, std::string> cases[] = {
+      {{{"TSQOR_ALLOW", "10.0.0.0/8, 10.0.0.0/33"}}, "TSQOR_ALLOW: 10.0.0.0/33 is no range of addresses"},
+      {{{"TSQOR_LISTEN", "everywhere"}}, "TSQOR_LISTEN: everywhere is no IPv4 address\n"},
+      {{{"TSQOR_LOCAL_ADMIN", "yes"}}, "TSQOR_LOCAL_ADMIN: yes is no number\n"},
+      {{{"TSQOR_ALLOW", std::string(255, ' ')}}, "TSQOR_ALLOW: a value of this length may have been cut off\n"},
+      {{{"TSQOR_MAX_CONNECTIONS", "many"}}, "TSQOR_MAX_CONNECTIONS: many is no number\n"}};
+  for (auto [environment, text] : cases) {
+    environment.insert({{"TSQOR_JMPORT", std::to_string(FreePort())}, {"TSQOR_TMP", disk.Root()}});
+    const ProgramEnd end = RunProgram({TLMJM, "debug"}, environment);
+    EXPECT_EQ(end.ExitCode, 1);
+    EXPECT_THAT(end.Output, HasSubstr(text));
+  }
+}
+
+TEST(Access, IsNotKeptByThoseWhoNeverCall) {
+  ServerProcess server(Environment{{"TSQOR_FIRST_CALL_LIMIT", "1"}, {"TSQOR_SILENCE_LIMIT", "1"}});
+  server.Root().Write("JMTrace.on");
+  RawConnection client(server.Port());
+  Greet(client);
+  RawConnection idle(server.Port());
+  RawConnection slow(server.Port());
+  slow.Send(Record(Call(0)).substr(0, 20));
+  RawConnection stuck(server.Port());
+  Greet(stuck);
+  stuck.Send(Record(Call(46)).substr(0, 30));
+  EXPECT_TRUE(idle.IsClosedByPeer());
+  EXPECT_TRUE(slow.IsClosedByPeer());
+  EXPECT_TRUE(stuck.IsClosedByPeer());
+  Greet(client);
+}
+
+TEST(Access, IsGivenToClientsBeforeStrangers) {
+  const ServerProcess server(Environment{{"TSQOR_MAX_CONNECTIONS", "3"}});
+  RawConnection client(server.Port());
+  Greet(client);
+  RawConnection stranger(server.Port());
+  RawConnection second(server.Port());
+  Greet(second);
+  RawConnection third(server.Port());
+  EXPECT_TRUE(stranger.IsClosedByPeer());
+  Greet(third);
+  RawConnection refused(server.Port());
+  EXPECT_TRUE(refused.IsClosedByPeer());
+  Greet(client);
+}
+
+TEST(Access, ToTheLoaderIsRefused) {
+  const ServerProcess server(Environment{{"TSQOR_NO_LOADER_VARIABLES", "1"}});
+  server.AddProgram("show", "echo $LD_AUDIT-$OTHER");
+  const Sandbox work;
+  JobClient client(server.Port());
+  client.SetEnvironment({{"LD_AUDIT", "x"}, {"LD_AUDIT=y", ""}, {"OTHER", "z"}});
+  EXPECT_EQ(client.OutputOf("show", work.Root()), "-z\n");
+}
+
+TEST(Access, ToFilesEndsAtTheRoots) {
+  const Sandbox outside, extra;
+  const ServerProcess server(Environment{{"TSQOR_CONFINE", "1"}, {"TSQOR_CONFINE_ROOTS", extra.Root() + "/"}});
+  JobClient client(server.Port());
+  const std::string source = outside.Write("source", "content");
+  outside.MakeDirectory("sub");
+  std::string mapped;
+  client.MapClientDirectory("/home/somebody/", mapped);
+  std::filesystem::create_symlink(outside.Root(), mapped + "/link");
+  std::filesystem::create_symlink("..", extra.Path("up"));
+  const auto put = [&](const std::string& destination) { return client.PutFiles({{{destination, source}}}); };
+  EXPECT_TRUE(put(mapped + "/a"));
+  EXPECT_TRUE(put(extra.Path("a")));
+  for (const std::string& destination :
+       {outside.Path("a"), mapped + "/link/a", mapped + "/../../a", mapped + "/link/sub/a", std::string("a"),
+        extra.Root() + "x/a", extra.Path(".."), extra.Path("up/a")}) {
+    EXPECT_FALSE(put(destination)) << destination;
+  }
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(outside.Root()), {}), 2) << "nothing has come";
+  EXPECT_FALSE(client.UpdateClientFiles({source}, {}));
+  EXPECT_TRUE(outside.Has("source"));
+  EXPECT_TRUE(client.UpdateClientFiles({mapped + "/a"}, {}));
+  EXPECT_FALSE(std::filesystem::exists(mapped + "/a"));
+
+  server.AddProgram("where", "pwd");
+  Submission job;
+  job.Command = job.ResultStem = job.InputStem = "where";
+  for (const std::string& directory : {outside.Root(), mapped + "/link", std::string("/")}) {
+    job.WorkDir = directory;
+    EXPECT_EQ(client.SubmitJob(job), 0U) << directory;
+  }
+  EXPECT_EQ(client.OutputOf("where", extra.Root()), extra.Root() + "\n");
+  EXPECT_EQ(client.OutputOf("where", "/home/somebody/"), mapped + "\n");
+  job.WorkDir = extra.Root();
+  job.ResultStem = "../where";
+  EXPECT_EQ(client.SubmitJob(job), 0U);
+  EXPECT_FALSE(client.SetTempRoot(outside.Root(), 1));
+}
+
+TEST(Access, EndsWhereTheDiskIsFull) {
+  const ServerProcess server(Environment{{"TSQOR_FREE_DISK", "4000000000"}});
+  JobClient client(server.Port());
+  std::string mapped;
+  client.MapClientDirectory("/home/somebody/", mapped);
+  const Sandbox disk;
+  EXPECT_FALSE(client.PutFiles({{{mapped + "/a", disk.Write("a", "text")}}}));
+  EXPECT_FALSE(std::filesystem::exists(mapped + "/a.tmp"));
+  Submission job;
+  job.WorkDir = "/home/somebody/";
+  job.Command = "true";
+  EXPECT_EQ(client.SubmitJob(job), 0U);
+}
+
+TEST(Access, ToWhatHoldsForAllIsForThisMachine) {
+  JobManagerState state;
+  state.Restrictions.LocalAdministration = true;
+  ORpcThread thread;
+  QorJMServer remote(state, thread);
+  const Sandbox disk;
+  EXPECT_FALSE(remote.SetQueueLimit(7));
+  EXPECT_FALSE(remote.SetLocalLimit(7));
+  EXPECT_FALSE(remote.SetTempRoot(disk.Root(), 1));
+  EXPECT_FALSE(remote.AbortAllJobs());
+  remote.SetServerPool({"peer"});
+  remote.SetEnvironment({{"TLM_ACCESS_TEST", "1"}});
+  remote.Shutdown();
+  EXPECT_NE(remote.GetQueueLimit(), 7U);
+  EXPECT_NE(remote.GetLocalLimit(), 7U);
+  EXPECT_FALSE(thread.IsStopped());
+  EXPECT_EQ(std::getenv("TLM_ACCESS_TEST"), nullptr);
+  StringList pool;
+  remote.GetServerPool({pool});
+  EXPECT_THAT(pool, IsEmpty());
+
+  ServerProcess server(Environment{{"TSQOR_LOCAL_ADMIN", "1"}});
+  EXPECT_TRUE(JobClient(server.Port()).SetQueueLimit(7));
+  EXPECT_EQ(server.Stop(), 0);
+}
+
+}  // namespace
+}  // namespace tlm::test
