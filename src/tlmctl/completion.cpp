@@ -26,8 +26,9 @@ _tlmctl() {
     done
     local word=${words[-1]} tail=${COMP_WORDS[COMP_CWORD]}
     [[ $tail == [=:] ]] && tail=''
-    local head=${word%"$tail"}
+    local head=${word%"$tail"} program=${1/#\~/$HOME}
     COMPREPLY=()
+    compopt -o nosort 2>/dev/null
     while IFS= read -r line; do
         case $line in
             :files)
@@ -43,7 +44,7 @@ _tlmctl() {
                 COMPREPLY+=("${line#"$head"}")
                 ;;
         esac
-    done < <("$1" complete -- "${words[@]}" 2>/dev/null)
+    done < <("$program" complete -- "${words[@]}" 2>/dev/null)
 }
 complete -F _tlmctl tlmctl
 )";
@@ -53,15 +54,16 @@ constexpr char kZsh[] = R"(#compdef tlmctl
 _tlmctl() {
     local line
     local -a found
-    for line in "${(@f)$(${words[1]} complete -- "${(@)words[2,CURRENT]}" 2>/dev/null)}"; do
+    for line in "${(@f)$(${~words[1]} complete -- "${(@)words[2,CURRENT]}" 2>/dev/null)}"; do
         case $line in
             '') ;;
             :files) compset -P '--*='; _files ;;
             :directories) compset -P '--*='; _files -/ ;;
-            *) found+=("${${line%%$'\t'*}//:/\\:}:${line#*$'\t'}") ;;
+            *$'\t'?*) found+=("${${line%%$'\t'*}//:/\\:}:${line#*$'\t'}") ;;
+            *) found+=("${${line%%$'\t'*}//:/\\:}") ;;
         esac
     done
-    (( $#found )) && _describe tlmctl found
+    (( $#found )) && _describe -V tlmctl found
 }
 if [[ $funcstack[1] == _tlmctl ]]; then
     _tlmctl "$@"
@@ -76,7 +78,9 @@ function __tlmctl_candidates
     set -l current (commandline -ct)
     set -l head (string match -r -- '^--[^=]*=' "$current")
     set -l tail (string replace -- "$head" '' "$current")
-    for line in (command $words[1] complete -- $words[2..-1] "$current" 2>/dev/null)
+    set -l program (string replace -r -- '^~' $HOME $words[1])
+    command -q $program; or return
+    for line in (command $program complete -- $words[2..-1] "$current" 2>/dev/null)
         switch $line
             case ':files'
                 string replace -r -- '^' "$head" (__fish_complete_path $tail)
