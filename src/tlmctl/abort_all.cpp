@@ -31,7 +31,7 @@ JobCounts AwaitEnds(QorJMClient& client) {
 void EndAll(QorJMClient& client, const Settings& settings, std::size_t running) {
   StatusLine line(settings);
   if (running > 0) line.Show("ending " + JobsText(running) + "; a program that is asked to end has 10 seconds for it");
-  client.AbortAllJobs();
+  if (!client.AbortAllJobs()) throw RefusedChange();
 }
 
 int AbortAll(const Settings& settings) {

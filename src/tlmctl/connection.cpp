@@ -10,7 +10,6 @@
 #include "rpc/callheader.h"
 #include "rpc/orpcerror.h"
 #include "rpc/orpctrace.h"
-#include "tlmctl/exit_code.h"
 #include "tlmctl/interrupt.h"
 
 namespace tlm::ctl {
@@ -118,6 +117,11 @@ void ConnectForJobs(QorJMClient& client, const Settings& settings) {
   if (SayHello(client, settings)) return;
   throw Failure{kRefused, "the server has no programs of release " + settings.Release + " and takes no job",
                 "'tlmctl doctor' tells more; another release is named with --release"};
+}
+
+Failure RefusedChange() {
+  return {kRefused, "the server has not done it",
+          "its settings may leave that to who is on its own machine (LOCAL_ADMIN); its trace tells more"};
 }
 
 double MeasureNullCall(QorJMClient& client) {

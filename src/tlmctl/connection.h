@@ -6,6 +6,7 @@
 #include <string>
 
 #include "jm/qorjmclient.h"
+#include "tlmctl/exit_code.h"
 #include "tlmctl/settings.h"
 
 namespace tlm::ctl {
@@ -30,6 +31,9 @@ bool SayHello(QorJMClient& client, const Settings& settings);
 
 // Both. Throws Failure also if the server takes no job of this client.
 void ConnectForJobs(QorJMClient& client, const Settings& settings);
+
+// For a change that the server has not made, though it could understand it.
+Failure RefusedChange();
 
 // How long the server takes for a call that does nothing, in milliseconds.
 double MeasureNullCall(QorJMClient& client);

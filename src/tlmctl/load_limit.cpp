@@ -15,6 +15,7 @@ int LoadLimit(const Settings& settings, std::uint32_t limit) {
   Connect(client, settings);
   if (limit != 0) client.SetLocalLimit(limit);
   const std::uint32_t now = client.GetLocalLimit();
+  if (limit != 0 && now != limit) throw RefusedChange();
   const std::uint32_t load = client.GetJobCount();
   if (settings.Json) {
     PrintJson({{"load_limit", now}, {"load", load}});

@@ -123,6 +123,7 @@ int Limit(const Settings& settings, std::uint32_t limit) {
   Connect(client, settings);
   if (limit != 0) client.SetQueueLimit(limit);
   const std::uint32_t now = client.GetQueueLimit();
+  if (limit != 0 && now != limit) throw RefusedChange();
   if (settings.Json) {
     PrintJson({{"limit", now}});
   } else {
