@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
   tlm::platform::RaiseDescriptorLimit();
 
   const std::string programName = argc > 0 ? argv[0] : "";
-  auto& service = tlm::MakeImmortal<tlm::Service>();
+  static auto& service = tlm::MakeImmortal<tlm::Service>();
   tlm::DetectClient(programName);
   tlm::PrepareServer();
   // A command does not go on as a service, though its environment may look as if a service manager had started it.
