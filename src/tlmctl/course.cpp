@@ -34,7 +34,8 @@ Course::Course(Link& link, const Settings& settings, const LedgerEntry& entry, c
 }
 
 int Course::Follow() {
-  SetLastWords([this] { Leave(); });
+  // On another thread, and perhaps when this object is gone.
+  SetLastWords([&settings = settings_, words = WordsOfLeaving()] { Note(settings, words); });
   for (bool isOver = false; !isOver;) {
     try {
       isOver = Look();
@@ -153,9 +154,13 @@ OnInterrupt Course::AskWhatBecomes() const {
   return OnInterrupt::Leave;
 }
 
+std::string Course::WordsOfLeaving() const {
+  return Subject(job_.Handle, job_.State) + " goes on; 'tlmctl wait @" + job_.Entry->Id +
+         "' waits for it, 'tlmctl results @" + job_.Entry->Id + "' fetches its results";
+}
+
 int Course::Leave() const {
-  Note(settings_, Subject(job_.Handle, job_.State) + " goes on; 'tlmctl wait @" + job_.Entry->Id +
-                      "' waits for it, 'tlmctl results @" + job_.Entry->Id + "' fetches its results");
+  Note(settings_, WordsOfLeaving());
   return kInterrupted;
 }
 

@@ -40,6 +40,7 @@ class Course {
   void TellResults(const std::vector<ReceivedFile>& files);
   OnInterrupt AskWhatBecomes() const;
   bool LeavesOnInterrupt();
+  std::string WordsOfLeaving() const;
   int Leave() const;
   int End();
   int TellVanished(bool removed);
