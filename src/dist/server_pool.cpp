@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <optional>
 #include <sstream>
+#include <utility>
 
 #include "exec/temp_directories.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/file.h"
+#include "platform/file_system.h"
 #include "platform/host.h"
 #include "store/trace.h"
 
@@ -70,10 +72,30 @@ bool HasJobs(const JobManagerState& state, const std::shared_ptr<Peer>& peer) RE
   });
 }
 
+// In a root that others may write to, they could name hosts for the jobs to go to.
+std::optional<std::string> ReadPoolFile(const std::string& path) {
+  platform::FileStatus status;
+  if (platform::GetFileStatus(path, status) != 0 || !status.IsOwn) return std::nullopt;
+  return platform::ReadWholeFile(path);
+}
+
+// In place, in one piece. Blank lines count for nothing, so that at each moment there are the former names or the new
+// ones, and a disk that is full leaves the former.
+void WritePoolFile(const std::string& path, std::string text) {
+  const std::string former = platform::ReadWholeFile(path).value_or("");
+  std::optional<File> file = File::Open(path, File::Mode::Update);
+  if (!file) return;
+  const std::size_t size = text.size();
+  text.resize(std::max(size, former.size()), '\n');
+  const bool isWritten = file->Write(text);
+  if (!isWritten) static_cast<void>(file->Seek(0) && file->Write(former));
+  file->Resize(isWritten ? size : former.size());
+}
+
 }  // namespace
 
 void ReadServerPool(JobManagerState& state) {
-  const std::optional<std::string> content = platform::ReadWholeFile(PoolPath(state));
+  const std::optional<std::string> content = ReadPoolFile(PoolPath(state));
   if (!content) return;
   state.ServerPool.clear();
   std::istringstream words(*content);
@@ -85,9 +107,7 @@ void SetServerPool(JobManagerState& state, const StringList& hosts) {
   std::string text;
   for (const std::string& host : hosts) text += host + '\n';
   EnsureTempRoot(state);
-  if (std::optional<File> file = File::Open(PoolPath(state), File::Mode::Truncate)) {
-    static_cast<void>(file->Write(text));
-  }
+  WritePoolFile(PoolPath(state), std::move(text));
 }
 
 std::shared_ptr<Peer> SelectBestServer(JobManagerState& state, const StringList& hosts) {

@@ -1,5 +1,6 @@
 #include "exec/run_job.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -81,7 +82,8 @@ void RecordEnd(JobManagerState& state, Job& job, std::uint32_t exitCode) REQUIRE
   } else {
     std::puts("Done");
   }
-  job.Elapsed = static_cast<std::uint32_t>(platform::SecondsSince1970() - job.Started);
+  // The clock may have been set back meanwhile.
+  job.Elapsed = static_cast<std::uint32_t>(std::max<std::int64_t>(platform::SecondsSince1970() - job.Started, 0));
 }
 
 using Clock = std::chrono::steady_clock;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "platform/file.h"
 #include "platform/file_system.h"
@@ -111,22 +112,22 @@ void MarkSpoiltItems(FileTransferList& list) {
   for (FileTransferItem& item : list.Items) item.Stored = isWhole[item.Destination];
 }
 
-void PutInPlace(const FileTransferList& list, FileTransferItem& item) {
+// `placed` are the paths that earlier items have filled.
+void PutInPlace(const FileTransferList& list, FileTransferItem& item, std::set<std::string>& placed) {
   const std::string temporary = TemporaryName(item);
   MLockFile lock;
   if (!item.Stored || !lock.Lock(temporary, false)) {
     item.Stored = false;
     return;
   }
-  platform::FileStatus status;
-  // An earlier item of the same name may have taken the file along.
-  if (platform::GetFileStatus(temporary, status) != 0) return;
+  if (placed.contains(item.Path)) return;  // the file of both is there already
   if (list.Watcher && !list.Watcher->Replaces(list, item)) {
     platform::RemoveFile(temporary);
     item.Stored = false;
     return;
   }
   item.Stored = platform::RenameFile(temporary, item.Path);
+  if (item.Stored) placed.insert(item.Path);
 }
 
 }  // namespace
@@ -148,7 +149,8 @@ void Decode(ORpcIO& io, FileTransferList& list) {
     ReceiveItem(io, list.Items.emplace_back(), list.Watcher);
   }
   MarkSpoiltItems(list);
-  for (FileTransferItem& item : list.Items) PutInPlace(list, item);
+  std::set<std::string> placed;
+  for (FileTransferItem& item : list.Items) PutInPlace(list, item, placed);
 }
 
 }  // namespace tlm

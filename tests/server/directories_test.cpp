@@ -158,7 +158,11 @@ TEST_F(Directories, SurviveARewriteThatWasBrokenOffOrCannotBeMade) {
 }
 
 TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
+  using ::testing::AnyOf;
   std::map<std::string, std::string> answered;
+  const Sandbox here;
+  const FileTransferList files{{{Root / "target", here.Write("source", std::string(9000, 'x'))}}};
+  Root.Write("tlm2010_dp.sta", "other\n");
   std::minstd_rand random;
   for (int round = 0; round < 15; ++round) {
     ServerProcess server(Settings());
@@ -175,12 +179,16 @@ TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
         client.MapClientDirectory(key, directory);
         std::ofstream(directory + "/kept") << key;  // an empty directory would go in the next sweep
         answered[key] = directory;
+        client.SetServerPool(i % 2 == 0 ? StringList{"peer1", "peer2"} : StringList{"other"});
+        EXPECT_TRUE(client.PutFiles(files)) << "locks that were left behind do no harm";
       }
     } catch (const OrpcSocketError&) {
     } catch (int) {
     }
     killer.join();
     server.Kill();
+    EXPECT_THAT(Root.Read("tlm2010_dp.sta"), AnyOf("peer1\npeer2\n", StartsWith("other\n")));
+    EXPECT_EQ(Root.Read("target"), Root.Has("target") ? std::string(9000, 'x') : "");
   }
   EXPECT_FALSE(answered.empty());
   ServerProcess server(Settings());

@@ -38,7 +38,7 @@ int OpenOutput(const std::string& path) {
   const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
   const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, 0666); });
   struct stat status;
-  if (descriptor < 0 || (fstat(descriptor, &status) == 0 && !S_ISFIFO(status.st_mode))) return descriptor;
+  if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return descriptor;
   close(descriptor);
   return -1;
 }

@@ -1,0 +1,188 @@
+// What really happens to a server: a full disk, no descriptors, clients that come and go at the worst moment.
+#include <unistd.h>
+
+#include "rpc/orpcerror.h"
+#include "support/job_client.h"
+
+namespace tlm::test {
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::ptrdiff_t OpenDescriptors(const ServerProcess& server) {
+  const std::filesystem::directory_iterator entries("/proc/" + std::to_string(server.Pid()) + "/fd");
+  return std::distance(begin(entries), end(entries));
+}
+
+// The server, started by a shell that arranges something first.
+struct ArrangedServer : ::testing::Test {
+  Sandbox Work;
+  ServerProcess Server;
+
+  explicit ArrangedServer(const std::string& shellText) : Server({}, "debug", Script(shellText)) {}
+
+  std::string Script(const std::string& shellText) const {
+    Work.WriteScript("bin/tlmjm", shellText);
+    return Work / "bin/tlmjm";
+  }
+  Submission NewJob(const std::string& command) const {
+    Submission job;
+    job.Command = "do '" + command + "; echo 4 1 >qorjmmsg.$$'";
+    job.WorkDir = Work.Root() + "/";
+    job.ResultStem = job.AnalysisID = "beam";
+    job.InputStem = "deck";
+    return job;
+  }
+};
+
+// -- a full disk
+constexpr std::size_t kDisk = 4 << 20;
+
+struct FullDisk : ArrangedServer {
+  std::string Filler = Inside(Server.Root() / "filler");
+
+  FullDisk()
+      : ArrangedServer(
+            "if unshare --map-root-user --mount true; then exec unshare --map-root-user --mount sh -c '"
+            "mount -t tmpfs -o size=4m tmpfs \"$TSQOR_TMP\" && exec " TLMJM
+            " \"$@\"' sh \"$@\"; fi\n"
+            "exec " TLMJM " \"$@\"\n") {}
+  void SetUp() override {
+    if (std::filesystem::space(Inside(Server.Root().Root())).capacity != kDisk) GTEST_SKIP() << "no mounts of its own";
+  }
+
+  // As the server sees it.
+  std::string Inside(const std::string& path) const { return "/proc/" + std::to_string(Server.Pid()) + "/root" + path; }
+  void Leave(std::size_t room) const {
+    const std::size_t free = std::filesystem::space(Inside(Server.Root().Root())).available;
+    std::ofstream(Filler, std::ios::binary) << std::string(free - std::min(free, room), 'x');
+  }
+};
+
+TEST_F(FullDisk, IsToldAtWhateverStepItFillsUpAndCostsNothingThatStood) {
+  const std::string former(60'000, 'f');
+  const std::string fresh(70'000, 'n');
+  const std::string old = Work.Write("former", former);
+  const std::string next = Work.Write("fresh", fresh);
+  JobClient client(Server.Port());
+  std::string there;
+  ASSERT_TRUE(client.MapClientDirectory(Work.Root() + "/", there));
+  const std::string deck = Inside(there + "/deck");
+  const std::string records = Inside(Server.Root() / "tlm2010.sta");
+  int refused = 0;
+  int ended = 0;
+  for (std::size_t room = 0; room < 300'000; room = std::max<std::size_t>(4096, room * 2)) {
+    ASSERT_TRUE(client.PutFiles({{{there + "/deck", old}}})) << room;
+    Leave(room);
+    std::string another;
+    EXPECT_TRUE(client.MapClientDirectory("c:\\" + std::to_string(room) + "\\", another));
+    const bool stored = client.PutFiles({{{there + "/deck", next}, {there + "/small", old}}});
+    refused += stored ? 0 : 1;
+    const std::string content = ReadFile(deck);
+    EXPECT_TRUE(content == fresh || (content == former && !stored)) << room;
+    const std::uint64_t job = client.SubmitJob(NewJob("head -c 50000 /dev/zero >beam.dat && cp beam.dat beam.two"));
+    const Task end = client.AwaitEnd(job);
+    FileTransferList files;
+    const bool sent = client.RequestResults(job, files);
+    EXPECT_EQ(sent, end.Status == Finished) << room;
+    ended += sent ? 1 : 0;
+    if (sent) {
+      EXPECT_EQ(Work.Read("beam.dat").size() + Work.Read("beam.two").size(), 100'000U) << room;
+    }
+    client.RemoveJob(job);
+    client.ReleaseJob(job);
+    const std::string table = ReadFile(records);
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n') % 3, 0) << table;
+    EXPECT_TRUE(table.empty() || table.ends_with('\n'));
+    std::filesystem::remove(Filler);
+    for (const char* name : {"/beam.dat", "/beam.two", "/small"}) std::filesystem::remove(Inside(there + name));
+  }
+  EXPECT_GT(refused, 3);
+  EXPECT_GT(ended, 0);
+  EXPECT_TRUE(client.PutFiles({{{there + "/deck", next}}}));
+  EXPECT_EQ(client.AwaitEnd(client.SubmitJob(NewJob("true"))).Status, std::uint32_t{Finished});
+}
+
+// -- hardly a descriptor
+struct FewDescriptors : ArrangedServer {
+  FewDescriptors() : ArrangedServer("ulimit -n 32; exec " TLMJM " \"$@\"\n") {}
+};
+
+TEST_F(FewDescriptors, AreEnoughForWhoIsServedAndAFailureForWhatIsNot) {
+  JobClient client(Server.Port());
+  std::string there;
+  ASSERT_TRUE(client.MapClientDirectory(Work.Root() + "/", there));
+  const FileTransferList files{{{there + "/deck", Work.Write("deck", "content")}}};
+  std::vector<RawConnection> crowd;
+  for (int i = 0; i < 28; ++i) crowd.emplace_back(Server.Port());
+  ASSERT_TRUE(Eventually([&] { return OpenDescriptors(Server) == 32; }));
+  EXPECT_FALSE(client.PutFiles(files));
+  EXPECT_EQ(client.AwaitEnd(client.SubmitJob(NewJob("true"))).Status, std::uint32_t{LaunchFailed});
+  crowd.clear();
+  EXPECT_TRUE(Eventually([&] { return client.PutFiles(files); }));
+  const std::uint64_t job = client.SubmitJob(NewJob("echo data >beam.dat"));
+  EXPECT_EQ(client.AwaitEnd(job).Status, std::uint32_t{Finished});
+  FileTransferList results;
+  EXPECT_TRUE(client.RequestResults(job, results));
+  EXPECT_EQ(Work.Read("beam.dat"), "data\n");
+}
+
+// -- clients that go
+TEST_F(JobTest, ResultsAreOfferedAgainAtWhateverByteTheirReceiverGoes) {
+  const std::string former = Work.Write("here/beam.dat", "former");
+  std::string there;
+  Client.MapClientDirectory(Work / "here/", there);
+  Submission submission = NewJob(Succeed("echo data >beam.dat; echo more >beam.two"));
+  submission.WorkDir = Work / "here/";
+  submission.ResultStem = "beam";
+  const std::uint64_t job = Client.SubmitJob(submission);
+  Client.Await(job, {Finished});
+  Client.Disconnect();
+  const std::ptrdiff_t descriptors = OpenDescriptors(Server);
+  const auto ask = [&] {
+    RawConnection client(Server.Port());
+    EXPECT_EQ(client.Ask(Call(1, Text("tlm2010") + Text("desk") + U32(0))), Reply(U32(1)));
+    EXPECT_TRUE(Eventually([&] { return client.Ask(Call(30, U64(job))) == Reply(U32(1)); })) << "it is still another's";
+    client.Send(Record(Call(24, U64(job) + U32(0))));
+    return client;
+  };
+  const std::string whole = ask().ReceiveRecord();
+  ASSERT_THAT(whole, AllOf(HasSubstr("data\n"), HasSubstr("more\n")));
+  for (std::size_t cut = 0; cut <= 4 + whole.size(); ++cut) {
+    RawConnection client = ask();
+    client.Receive(cut);
+    client.CloseAbruptly();
+  }
+  EXPECT_EQ(ask().ReceiveRecord(), whole);
+  EXPECT_EQ(Work.Read("here/beam.dat"), "former");
+  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(Server) <= descriptors; })) << OpenDescriptors(Server);
+}
+
+TEST_F(JobTest, AMinuteOfFiveHundredConnectionsASecondHoldsNobodyUp) {
+  constexpr int kConnections = 30'000;
+  const std::uint64_t job = Submit(Do(Wait("pid")));
+  AwaitNumber("pid");
+  const std::ptrdiff_t descriptors = OpenDescriptors(Server);
+  const std::size_t memory = Server.PeakMemory();
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kConnections; ++i) {
+    std::this_thread::sleep_until(start + std::chrono::milliseconds(2) * i);
+    RawConnection caller(Server.Port());
+    if (i % 4 == 1) caller.Send(Record(Call(0)));
+    if (i % 4 == 2) caller.Send(Record(Call(0)).substr(0, i / 4 % 44));
+    if (i % 4 != 3) caller.CloseAbruptly();
+    if (i % 500 == 0) {
+      EXPECT_LT(TimeOf([&] { EXPECT_EQ(Client.Get(job).Status, std::uint32_t{Running}); }), std::chrono::seconds(5));
+    }
+  }
+  Work.Write("stop");
+  Client.AwaitEnd(job);
+  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(Server) <= descriptors; })) << OpenDescriptors(Server);
+  EXPECT_LT(Server.PeakMemory(), memory + (32 << 20));
+}
+
+}  // namespace
+}  // namespace tlm::test
