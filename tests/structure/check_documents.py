@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The documents name no sub-command and no long option that tlmctl does not know. Arguments: tlmctl, the source tree."""
+"""The documents name no sub-command and no long option that tlmctl does not know, and no test that is not there.
+Arguments: tlmctl, the source tree."""
 import functools
 import pathlib
 import re
@@ -34,4 +35,10 @@ for file in [root / "README.md", *root.glob("docs/**/*.[m8]*"), *root.glob("exam
             for fault in faults_of(said):
                 print(f"{file}:{number}: {fault}: tlmctl {said}")
                 bad = True
+tests = {".".join(name) for file in root.glob("tests/*/*.cpp")
+         for name in re.findall(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", file.read_text(), re.M)}
+for name in re.findall(r"`([A-Z]\w+\.[A-Z]\w+)`", (root / "docs/reliability.md").read_text()):
+    if name not in tests:
+        print(f"docs/reliability.md: there is no test {name}")
+        bad = True
 sys.exit(bad)
