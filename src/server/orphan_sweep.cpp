@@ -1,10 +1,12 @@
 #include "server/orphan_sweep.h"
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "rpc/orpcerror.h"
 #include "store/trace.h"
 
 namespace tlm {
@@ -21,9 +23,19 @@ bool IsLive(JobManagerState& state, const Session* session) {
   return std::find(state.SessionList.begin(), state.SessionList.end(), session) != state.SessionList.end();
 }
 
-void ConnectBack(Session& session) {
+void ConnectBack(JobManagerState& state, Session& session) {
+  const std::chrono::seconds limit = state.Restrictions.LongestCallback;
   auto callback = std::make_shared<QorJMProxyClient>();
-  callback->Connect(session.ClientHost, session.CallbackPort);
+  try {
+    if (limit.count() != 0) callback->GiveUpAt(std::chrono::steady_clock::now() + limit);
+    callback->Connect(session.ClientHost, session.CallbackPort);
+  } catch (const OrpcSocketError&) {
+    if (limit.count() == 0) throw;
+    Trace(state, "No callback to addr[%s] port[%d]\n", session.ClientHost.c_str(), session.CallbackPort);
+    session.CallbackPort = 0;
+    return;
+  }
+  callback->GiveUpAt(std::nullopt);
   session.Callback = std::move(callback);
 }
 
@@ -48,7 +60,7 @@ void SweepOrphans(JobManagerState& state, ORpcThread& thread) {
     if (session->Callback) {
       PingBack(state, thread, *session);
     } else if (session->CallbackPort != 0) {
-      ConnectBack(*session);
+      ConnectBack(state, *session);
     }
   }
 }

@@ -96,6 +96,7 @@ Access ReadAccess() {
   access.Restrictions.NoLoaderVariables = reader.Flag("NO_LOADER_VARIABLES");
   access.Restrictions.Confined = reader.Flag("CONFINE");
   access.Restrictions.ExtraRoots = reader.Directories("CONFINE_ROOTS");
+  access.Restrictions.LongestCallback = std::chrono::seconds(reader.Count("CALLBACK_LIMIT"));
   access.Restrictions.LongestRun = std::chrono::seconds(reader.Count("LONGEST_RUN"));
   access.Restrictions.LeastRoom = std::uint64_t{reader.Count("FREE_DISK")} << kMebibyte;
   return access;

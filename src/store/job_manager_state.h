@@ -18,12 +18,13 @@ namespace tlm {
 
 // What clients may not do. Set before the server serves, and then never changed.
 struct Restrictions {
-  bool LocalAdministration = false;     // who is not on this machine does not change what holds for all
-  bool NoLoaderVariables = false;       // nobody sets variables that the loader of programs goes by
-  bool Confined = false;                // files and directories of clients lie below the roots
-  std::vector<std::string> ExtraRoots;  // besides the temporary one; no separator at their ends
-  std::chrono::seconds LongestRun{0};   // of a job with all its commands; 0 for any time
-  std::uint64_t LeastRoom = 0;          // bytes on the disk of the temporary root, else no more is taken
+  bool LocalAdministration = false;         // who is not on this machine does not change what holds for all
+  bool NoLoaderVariables = false;           // nobody sets variables that the loader of programs goes by
+  bool Confined = false;                    // files and directories of clients lie below the roots
+  std::vector<std::string> ExtraRoots;      // besides the temporary one; no separator at their ends
+  std::chrono::seconds LongestRun{0};       // of a job with all its commands; 0 for any time
+  std::chrono::seconds LongestCallback{0};  // of connecting to a client; 0 for any time
+  std::uint64_t LeastRoom = 0;              // bytes on the disk of the temporary root, else no more is taken
 };
 
 // Lives until the process ends: threads that nobody waits for use it to the last moment. When both locks are taken,

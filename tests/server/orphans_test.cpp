@@ -88,5 +88,19 @@ TEST_F(Orphans, WhoseCallbackCannotBeReachedCostTheNewcomerHisConnection) {
   }));
 }
 
+struct BoundedCallback : JobTest {
+  BoundedCallback() : JobTest(Environment{{"TSQOR_TRACE", "1"}, {"TSQOR_CALLBACK_LIMIT", "1"}}) {}
+};
+
+TEST_F(BoundedCallback, IsTriedOnceAndCostsNobodyElseHisConnection) {
+  JobClient desktop(Server.Port());
+  for (const char* host : {"127.0.0.1", "192.0.2.1"}) {  // one refuses, the other may not answer
+    desktop.Hello("tlm2010", host, 1);
+    for (int i = 0; i < 2; ++i) EXPECT_LT(TimeOf([&] { JobClient newcomer(Server.Port()); }), std::chrono::seconds(20));
+    EXPECT_THAT(Server.Output(), HasSubstr("No callback to addr[" + std::string(host) + "] port[1]\n"));
+  }
+  EXPECT_EQ(desktop.GetJobCount(), 0U);
+}
+
 }  // namespace
 }  // namespace tlm::test
