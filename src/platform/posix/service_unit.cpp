@@ -50,7 +50,7 @@ std::string HexEscaped(const std::string& text) {
 
 // Variables are put in for '$' in the words of a program, but not in its path.
 std::string Command(const ServiceUnit& unit) {
-  const std::string program = Word(Escaped(unit.Program));
+  std::string program = Word(Escaped(unit.Program));
   if (unit.FirstWord == unit.Program) return program;
   return '@' + program + ' ' + Word(HexEscaped(Escaped(unit.FirstWord, "%$")));
 }
