@@ -215,17 +215,17 @@ void Mirror(JobManagerState& state, const Peer& peer, JobRef ref, const Task& ta
   const MAutoLock lock(state.StateLock);
   Job* job = FindAt(state, peer, ref);
   if (!job) return;
+  job->Progress = task.Progress;
+  job->TaskType = task.TaskType;
+  job->TaskLevel = task.TaskLevel;
+  job->ReservedTime = task.ReservedTime;
+  job->Elapsed = task.Elapsed;
   if (task.Status != 0 && task.Status != job->Status) {
     Trace(state, "Status of %s now %u\n", job->ResultStem.c_str(), task.Status);
     job->Status = task.Status == Removed ? std::uint32_t{Finished} : task.Status;
     state.Jobs.Changed(*job);
     NotifyJobChange(state, *job, job->Status);
   }
-  job->Progress = task.Progress;
-  job->TaskType = task.TaskType;
-  job->TaskLevel = task.TaskLevel;
-  job->ReservedTime = task.ReservedTime;
-  job->Elapsed = task.Elapsed;
   if (task.Status == 0 || !IsFinal(job->Status)) return NotifyJobChange(state, *job, job->Status);
   LeavePeer(state, *job);
   NotifyJobChange(state, *job, job->Status);

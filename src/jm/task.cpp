@@ -1,5 +1,6 @@
 #include "jm/task.h"
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 
@@ -36,6 +37,12 @@ std::string TimeText(std::int64_t time) {
                 kMonths[unsigned{date.month()} - 1], unsigned{date.day()}, static_cast<int>(clock.hours().count()),
                 static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()), int{date.year()});
   return text;
+}
+
+std::string StatusWord(std::uint32_t status) {
+  static constexpr std::array<const char*, 8> kWords{"unknown",  "queued",   "launch-failed", "running",
+                                                     "starting", "finished", "aborted",       "removed"};
+  return status < kWords.size() ? kWords[status] : std::to_string(status);
 }
 
 std::string DescribeTask(const Task& task) {

@@ -22,6 +22,9 @@ enum JobStatus : std::uint32_t {
 inline constexpr std::uint32_t kProgressNotice = 9;
 inline constexpr std::uint32_t kLevelNotice = 10;
 
+// As programs read it: "launch-failed". "unknown" of 0, which no job of a server has.
+std::string StatusWord(std::uint32_t status);
+
 // Values of Task::RunClass. Any other counts as queued.
 inline constexpr std::uint32_t kRunAtOnce = 0;
 inline constexpr std::uint32_t kRunQueued = 1;

@@ -52,6 +52,9 @@ class File {
 // The whole content; empty if the file cannot be read to its end.
 std::optional<std::string> ReadWholeFile(const std::string& path);
 
+// True if the last line of the file is torn: it has no line end.
+bool EndsWithinLine(const std::string& path);
+
 // Puts a file with this content in the place of the one that stands there, at once: at any moment one of them is whole.
 // Until then the new one has the other path. False if it cannot be done; then the old one stays.
 bool ReplaceWholeFile(const std::string& path, const std::string& until, std::string_view content);

@@ -6,6 +6,7 @@
 
 #include "libtsenv/product_environment.h"
 #include "libtsenv/runtime_identity.h"
+#include "platform/file_system.h"
 #include "platform/socket.h"
 
 namespace tlm {
@@ -14,6 +15,7 @@ namespace {
 
 constexpr int kMebibyte = 20;  // bits
 constexpr std::size_t kLongestValue = 255;
+constexpr std::uint32_t kUsualJobLogSize = 10;  // mebibytes
 
 // Of settings that the product's prefix begins, as in TSQOR_LISTEN.
 class Reader {
@@ -54,6 +56,20 @@ class Reader {
       directories.push_back(word);
     }
     return directories;
+  }
+
+  // Of a file that may not be there yet.
+  std::string File(const char* name) {
+    const std::string path = ValueOf(name).value_or("");
+    platform::FileStatus status;
+    if (path.empty()) return path;
+    if (!path.starts_with('/')) {
+      Refuse(name, path, "is no absolute path");
+    } else if (platform::GetFileStatus(path.substr(0, path.rfind('/') + 1), status) != 0 ||
+               (platform::GetFileStatus(path, status) == 0 && status.IsDirectory)) {
+      Refuse(name, path, "is no file in a directory that is there");
+    }
+    return path;
   }
 
   std::uint32_t Count(const char* name) {
@@ -99,6 +115,9 @@ Access ReadAccess() {
   access.Restrictions.LongestCallback = std::chrono::seconds(reader.Count("CALLBACK_LIMIT"));
   access.Restrictions.LongestRun = std::chrono::seconds(reader.Count("LONGEST_RUN"));
   access.Restrictions.LeastRoom = std::uint64_t{reader.Count("FREE_DISK")} << kMebibyte;
+  access.JobLog = reader.File("JOB_LOG");
+  const std::uint32_t size = reader.Count("JOB_LOG_SIZE");
+  access.JobLogSize = std::uint64_t{size == 0 ? kUsualJobLogSize : size} << kMebibyte;
   return access;
 }
 

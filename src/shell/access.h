@@ -14,6 +14,8 @@ struct Access {
   std::uint32_t Listen = 0;  // local address in network order, 0 for all of them
   tlm::Admission Admission;
   tlm::Restrictions Restrictions;
+  std::string JobLog;               // path of the file, empty for none
+  std::uint64_t JobLogSize = 0;     // bytes of that file at most
   std::vector<std::string> Faults;  // a line for each setting that cannot be understood
 };
 

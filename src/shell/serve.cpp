@@ -69,6 +69,21 @@ bool Configure() {
   return true;
 }
 
+// Not before the port is this server's.
+void StartJobLog(std::uint16_t port) {
+  if (TheAccess().JobLog.empty()) return;
+  JobManagerState& state = TheState();
+  const MAutoLock lock(state.StateLock);
+  state.JobLog.Start(TheAccess().JobLog, TheAccess().JobLogSize, port);
+  state.Jobs.Observe([&state](const Job& job) REQUIRES(state.StateLock) { state.JobLog.Record(job); });
+}
+
+// Behind the ends of all jobs that came to one.
+void EndJobLog() {
+  const MAutoLock lock(TheState().StateLock);
+  TheState().JobLog.End();
+}
+
 void Run(std::uint16_t port) {
   const std::uint32_t address = TheAccess().Listen;
   TheThread().AddListener(port, address);
@@ -77,6 +92,7 @@ void Run(std::uint16_t port) {
   if (address != 0 && address != thisMachine) TheThread().AddListener(port, thisMachine);
   listener = Listener::Open;
   Tell(DescribeAccess(TheAccess(), port, platform::UserName()));
+  StartJobLog(port);
   TheThread().Run();
 }
 
@@ -100,6 +116,7 @@ bool Serve(std::uint16_t port) {
   }
   listener = Listener::Gone;
   EndWorkers();
+  EndJobLog();
   return isConfigured;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/process.h"
+#include "store/job_log.h"
 #include "store/job_table.h"
 #include "store/session.h"
 #include "util/mmutex.h"
@@ -35,6 +36,8 @@ struct JobManagerState {
 
   tlm::Restrictions Restrictions;
 
+  // Off unless a setting asks for it, and until the server serves.
+  tlm::JobLog JobLog GUARDED_BY(StateLock);
   JobTable Jobs GUARDED_BY(StateLock);
   std::vector<Session*> SessionList GUARDED_BY(StateLock);    // live sessions, in order of creation
   std::vector<std::string> ServerPool GUARDED_BY(StateLock);  // host names of the peers, in the order of asking

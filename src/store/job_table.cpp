@@ -95,8 +95,10 @@ void JobTable::Changed(Job& job) {
   SetMember(retirable_, job.Handle, IsRetirable(job));
   SetMember(removed_, job.Handle, job.Status == Removed);
   IndexReadiness(entry);
-  if (entry.IndexedStatus != job.Status) IndexFollowers(entry);
+  if (entry.IndexedStatus == job.Status) return;
   entry.IndexedStatus = job.Status;
+  IndexFollowers(entry);
+  if (observer_) observer_(job);
 }
 
 void JobTable::IndexOwner(Entry& entry, std::uint32_t clientPort) {

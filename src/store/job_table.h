@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -34,6 +35,10 @@ class JobTable {
   // Brings the indexes up to date after a change of the fields that Job marks, or of the Task's ClientPort, Status,
   // RunClass and ResultFlags.
   void Changed(Job& job);
+
+  // Is called by Changed for each job that has another Status than at the call before.
+  using Observer = std::function<void(const Job& job)>;
+  void Observe(Observer observer) { observer_ = std::move(observer); }
 
   // A job waits for a predecessor that is in the table and has not finished.
   bool IsBlocked(const Job& job) const;
@@ -87,6 +92,7 @@ class JobTable {
   void IndexFollowers(const Entry& entry);
   void ReindexProcess(std::int32_t pid);
 
+  Observer observer_;
   std::map<JobRef, Entry> jobs_;
   JobRef lastHandle_ = 0;
   std::map<std::int32_t, JobRef> processTable_;

@@ -102,14 +102,6 @@ std::optional<platform::FileLock> LockLedger(const std::string& path) {
   return lock;
 }
 
-bool EndsWithinLine(const std::string& path) {
-  platform::FileStatus status;
-  char last = '\n';
-  if (platform::GetFileStatus(path, status) != 0 || status.Size == 0) return false;
-  auto file = platform::File::Open(path, platform::File::Mode::Read);
-  return file && file->Seek(status.Size - 1) && file->Read(&last, 1) == 1U && last != '\n';
-}
-
 std::string Line(const Json& fields) { return fields.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n'; }
 
 }  // namespace
@@ -159,7 +151,7 @@ void Ledger::Append(const Json& fields) const {
   platform::FileStatus status;
   if (lock && platform::GetFileStatus(path_, status) == 0 && status.Size > kLargestFile) CutDown();
   // One write, so that lines stay whole also where there was no lock. A torn line before it ends here.
-  const std::string text = (EndsWithinLine(path_) ? "\n" : "") + Line(fields);
+  const std::string text = (platform::EndsWithinLine(path_) ? "\n" : "") + Line(fields);
   if (auto file = platform::File::Open(path_, platform::File::Mode::Append)) {
     fs::permissions(path_, fs::perms::owner_read | fs::perms::owner_write, ignored);
     (void)file->Write(text);

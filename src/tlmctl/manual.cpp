@@ -32,6 +32,9 @@ constexpr char kEnvironment[] = R"(*TSQOR\_JMPORT*
 	products *KSB\_JMPORT* and 20615, *VRK\_JMPORT* and 20700. *TSQOR\_JMPORT\_HOST* is that of a peer
 	by the name HOST.
 
+*TSQOR\_JOB\_LOG*
+	The job log of the server of this machine, for *history --server-log*; looked for where the port is.
+
 *TSQOR\_NO\_RESULT\_RECOVERY*
 	Set to anything, it is not checked whether all results have come.
 

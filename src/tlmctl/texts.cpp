@@ -26,12 +26,6 @@ std::string StatusText(std::uint32_t status) {
   return NameOf(kNames, status);
 }
 
-std::string StatusWord(std::uint32_t status) {
-  static constexpr std::array<const char*, 8> kWords{"unknown",  "queued",   "launch-failed", "running",
-                                                     "starting", "finished", "aborted",       "removed"};
-  return NameOf(kWords, status);
-}
-
 std::string RunClassWord(std::uint32_t runClass) {
   return NameOf(std::array{"at-once", "queue", "distribute"}, runClass);
 }

@@ -12,7 +12,6 @@ inline constexpr char kNothing[] = "-";  // stands for a value that there is not
 
 // "unknown" of 0, which no job of a server has.
 std::string StatusText(std::uint32_t status);  // as the server's own people say it: "LaunchFailed"
-std::string StatusWord(std::uint32_t status);  // as programs read it: "launch-failed"
 std::string RunClassText(std::uint32_t runClass);
 std::string RunClassWord(std::uint32_t runClass);
 inline constexpr char kPriorityValue[] = "{idle,normal,high,realtime}";

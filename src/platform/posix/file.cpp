@@ -115,6 +115,14 @@ std::optional<std::string> ReadWholeFile(const std::string& path) {
   }
 }
 
+bool EndsWithinLine(const std::string& path) {
+  FileStatus status;
+  char last = '\n';
+  if (GetFileStatus(path, status) != 0 || status.Size == 0) return false;
+  std::optional<File> file = File::Open(path, File::Mode::Read);
+  return file && file->Seek(status.Size - 1) && file->Read(&last, 1) == 1U && last != '\n';
+}
+
 bool ReplaceWholeFile(const std::string& path, const std::string& until, std::string_view content) {
   RemoveFile(until);  // what a link of this name leads to is not to be written over
   std::optional<File> file = File::Open(until, File::Mode::Truncate);
