@@ -34,6 +34,7 @@ int Rank(const FollowedJob& job) {
 // ended; of equal ones the latest ended, and the first that wait.
 std::vector<const FollowedJob*> Choose(const std::vector<FollowedJob>& jobs, std::size_t room) {
   std::vector<const FollowedJob*> chosen;
+  chosen.reserve(jobs.size());
   for (const FollowedJob& job : jobs) chosen.push_back(&job);
   if (chosen.size() <= room) return chosen;
   std::sort(chosen.begin(), chosen.end(), [](const FollowedJob* one, const FollowedJob* other) {
