@@ -102,7 +102,15 @@ void Course::PassResults(QorJMClient& client, bool isLast) {
   if (!options_.FetchResults || (job_.State.ResultFlags & kResultsAvailable) == 0) return;
   if (!isLast && now < nextFetch_) return;
   try {
-    TellResults(FetchResults(client, settings_, job_, job_.Entry->Directory));
+    // The job may have ended since it was looked at.
+    const auto look = [&] {
+      std::optional<Task> task = isLast ? std::nullopt : FetchJob(client, job_.Handle);
+      if (!task || !HasEnded(*task)) return;
+      job_.State = *std::move(task);
+      isLast = (job_.State.ResultFlags & kResultsAvailable) == 0;
+      PassOutput(client, true);
+    };
+    TellResults(FetchResults(client, settings_, job_, job_.Entry->Directory, look));
     fetchFailure_.reset();
     delivered_ = isLast;
     AwaitArrival(client);

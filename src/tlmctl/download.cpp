@@ -95,7 +95,8 @@ bool MayReceive(const std::string& path, const std::string& directory) {
 }
 
 std::vector<ReceivedFile> FetchResults(QorJMClient& client, const Settings& settings, const KnownJob& job,
-                                       const std::string& directory) {
+                                       const std::string& directory,
+                                       const std::function<void()>& lookBeforeConfirming) {
   Sizes whole;
   StringList incomplete;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -113,6 +114,7 @@ std::vector<ReceivedFile> FetchResults(QorJMClient& client, const Settings& sett
     incomplete = Incomplete(received, download);
     Collect(received, incomplete, whole);
     if (incomplete.empty()) {
+      lookBeforeConfirming();
       client.ResultsReceived(job.Handle);
       return ListOf(whole);
     }

@@ -122,6 +122,17 @@ TEST_F(Run, GoesOnWhenTheConnectionIsLost) {
                                  HasSubstr("Finished")));
 }
 
+// A job ended between the look at it and the fetch of its results, left the server with them, and passed for lost.
+TEST_F(Run, SeesTheEndOfAJobThatLeavesWithItsResults) {
+  Proxy proxy(server.Port());
+  proxy.Forge(U32(Finished) + U32(kResultsAvailable), U32(Running) + U32(kResultsAvailable));
+  server.AddProgram("quick", "echo last words; echo whole >quick.res; exit 3");
+  const ProgramEnd done = Ctl(Through(proxy, {"run", "--stem", "quick", "quick"}));
+  EXPECT_EQ(done.ExitCode, 3) << done.Output;
+  EXPECT_THAT(done.Output, AllOf(HasSubstr("last words\n"), HasSubstr("Finished, exit code 3")));
+  EXPECT_EQ(disk.Read("quick.res"), "whole\n");
+}
+
 TEST_F(Run, GoesOnWithAnUploadFromWhatHasArrived) {
   constexpr std::uint64_t kSize = 24 << 20;
   std::string content(kSize, 'x');
