@@ -81,7 +81,7 @@ class Files {
   }
   std::string Source() const { return Directory + "/source"; }
   std::string Destination() const { return Directory + "/destination"; }
-  FileTransferList List() const { return {{{Destination(), Source(), 0, false}}}; }
+  FileTransferList List() const { return {{{Destination(), Source()}}}; }
 
   std::string Directory;
 };

@@ -58,13 +58,20 @@ struct OperationOf {
       }
     }
     ORpcIO& request = client.BeginCall(kNumber);
-    (EncodeIfInRequest<Parameters>(request, arguments), ...);
+    PutRequest(request, arguments...);
     request.Flush();
     if constexpr (kAwaited) {
-      ORpcIO& reply = client.EndCall();
-      (DecodeIfInReply<Parameters>(reply, arguments), ...);
-      if constexpr (!std::is_void_v<Result>) return Decoded<Result>(reply);
+      return TakeReply(client.EndCall(), arguments...);
     }
+  }
+
+  // What follows the headers of a call and of its reply.
+  static void PutRequest(ORpcIO& request, Parameters... arguments) {
+    (EncodeIfInRequest<Parameters>(request, arguments), ...);
+  }
+  static Result TakeReply(ORpcIO& reply, Parameters... arguments) {
+    (DecodeIfInReply<Parameters>(reply, arguments), ...);
+    if constexpr (!std::is_void_v<Result>) return Decoded<Result>(reply);
   }
 
   // The dispatcher's side: arguments, operation, header, results, in this order.

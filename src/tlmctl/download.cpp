@@ -34,7 +34,8 @@ class Download : public TransferProgress {
     if (!manifest_) manifest_ = ReadManifest(list);
     const std::string& path = item.Destination;
     const bool isOlder = std::any_of(manifest_->begin(), manifest_->end(), [&](const ManifestEntry& entry) {
-      return entry.Path == path && entry.Date < job_.State.Scheduled + (IsInput(entry) ? 1 : 0);
+      const std::int64_t submitted = job_.State.Scheduled;
+      return entry.Path == path && (entry.Date < submitted || (entry.Date == submitted && IsInput(entry)));
     });
     if (!isOlder || !MFile(path).Exists()) return true;
     kept_.insert(path);

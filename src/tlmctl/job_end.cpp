@@ -1,6 +1,7 @@
 // What the end of a job means, from its state alone.
 #include "platform/process.h"
 #include "tlmctl/jobs.h"
+#include "tlmctl/texts.h"
 
 namespace tlm::ctl {
 
@@ -32,6 +33,11 @@ int ExitCodeOf(const Task& task, bool removed) {
   const bool known = task.ExitCode <= kLargestExitCode;
   if (HasSucceeded(task)) return known ? static_cast<int>(task.ExitCode) : kGood;
   return known && task.ExitCode != 0 ? static_cast<int>(task.ExitCode) : kAborted;
+}
+
+std::optional<int> ProgramExitCode(const Task& task) {
+  const bool known = ExitCodeText(task) != kNothing && !EndedUnderNoServer(task) && task.ExitCode <= kLargestExitCode;
+  return known ? std::optional(static_cast<int>(task.ExitCode)) : std::nullopt;
 }
 
 }  // namespace tlm::ctl

@@ -148,12 +148,6 @@ bool WasRemovedByClient(QorJMClient& client, std::uint64_t handle) {
   return std::find(removed.begin(), removed.end(), handle) != removed.end();
 }
 
-std::optional<int> ProgramExitCode(const Task& task) {
-  constexpr std::uint32_t kLargest = 255;
-  const bool known = ExitCodeText(task) != kNothing && !EndedUnderNoServer(task) && task.ExitCode <= kLargest;
-  return known ? std::optional(static_cast<int>(task.ExitCode)) : std::nullopt;
-}
-
 void Remember(KnownJob& job) {
   if (!job.IsThere() || !job.Entry || !job.Entry->Outcome.empty() || !HasEnded(job.State)) return;
   job.Entry->Outcome = StatusWord(job.State.Status);

@@ -113,7 +113,7 @@ std::string ExitCodeText(const Task& task) {
 }
 
 std::string ElapsedText(const Task& task) {
-  if (task.Started == 0) return kNothing;
+  if (task.Started <= 0) return kNothing;
   if (EndedUnderNoServer(task)) return "unknown";
   if (HasEnded(task)) return DurationText(task.Elapsed);
   return DurationText(std::max<std::int64_t>(platform::SecondsSince1970() - task.Started, 0));

@@ -12,7 +12,8 @@ namespace tlm::test {
 
 class Sandbox {
  public:
-  Sandbox() : root_(platform::MakeUniqueDirectory(platform::TemporaryDirectory(), "tlmtest").value()) {}
+  explicit Sandbox(const std::string& parent = platform::TemporaryDirectory())
+      : root_(platform::MakeUniqueDirectory(parent, "tlmtest").value()) {}
   ~Sandbox() {
     std::error_code ignored;
     std::filesystem::remove_all(root_, ignored);

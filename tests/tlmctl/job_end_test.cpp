@@ -1,7 +1,9 @@
-// How tlmctl ends that has seen a job end.
+// How tlmctl ends that has seen a job end, and what it says of the time until then.
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "tlmctl/jobs.h"
+#include "tlmctl/texts.h"
 
 namespace tlm::ctl {
 namespace {
@@ -18,6 +20,13 @@ TEST(JobEnd, IsNoSuccessWhereAnotherServerKeepsTheExitCodeToItself) {
   EXPECT_EQ(ExitCodeOf(task, false), 3);
   task.Status = Aborted;
   EXPECT_EQ(ExitCodeOf(task, true), kAborted);
+}
+
+TEST(JobEnd, HasNoTimeBeforeItOfAJobWhoseStartIsNoTime) {
+  Task task;
+  task.Status = Running;
+  task.Started = std::numeric_limits<std::int64_t>::min();
+  EXPECT_EQ(ElapsedText(task), kNothing);
 }
 
 }  // namespace

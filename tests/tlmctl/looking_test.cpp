@@ -102,8 +102,8 @@ TEST_F(Looking, SaysWhatAJobWaitsForOrHowItEnded) {
       {Submit({"do", "exit 4"}, {"--complete-on-failure"}), "succeeded\nexempt\nresults\n"},
   };
   for (const auto& [job, codes] : cases) {
-    EXPECT_TRUE(Eventually([&] {
-      return Desk({"why", "-q", job}).Output == codes;
+    EXPECT_TRUE(Eventually([&, id = job, expected = codes] {
+      return Desk({"why", "-q", id}).Output == expected;
     })) << codes
         << "not " << Desk({"why", "-q", job}).Output;
   }
