@@ -15,12 +15,17 @@ std::uint32_t MaskOf(unsigned bits) { return bits == 0 ? 0 : ~std::uint32_t{0} <
 
 }  // namespace
 
+std::optional<std::uint32_t> ParsePlainAddress(const std::string& text) {
+  const std::optional<std::uint32_t> address = platform::ParseAddress(text);
+  // The system takes 10.1 for 10.0.0.1, and 010 for 8.
+  return address && platform::FormatAddress(*address) == text ? address : std::nullopt;
+}
+
 std::optional<AddressRange> AddressRange::Parse(const std::string& text) {
   const std::size_t slash = std::min(text.find('/'), text.size());
   const std::string first = text.substr(0, slash);
-  const std::optional<std::uint32_t> address = platform::ParseAddress(first);
-  // The system takes 10.1 for 10.0.0.1, and not for what who writes 10.1/16 means.
-  if (!address || std::count(first.begin(), first.end(), '.') != 3) return std::nullopt;
+  const std::optional<std::uint32_t> address = ParsePlainAddress(first);
+  if (!address) return std::nullopt;
   unsigned bits = kAddressBits;
   if (slash < text.size()) {
     const char* const last = text.data() + text.size();

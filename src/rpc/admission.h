@@ -11,6 +11,9 @@
 
 namespace tlm {
 
+// Reads four decimal numbers with dots between them, in network order. Empty for anything else.
+std::optional<std::uint32_t> ParsePlainAddress(const std::string& text);
+
 // Addresses with the same first bits (RFC 4632).
 class AddressRange {
  public:
@@ -28,12 +31,14 @@ class AddressRange {
 // 127.0.0.0/8, for an address in network order.
 bool IsLoopback(std::uint32_t address);
 
-// Everything is allowed that is not set.
+// Everything is allowed that is not set. Connections from this machine, by which jobs report, have some room of their
+// own beyond the number of connections.
 struct Admission {
   std::vector<AddressRange> Ranges;                    // of peers; none for all
   std::size_t MostConnections = 0;                     // at a time; 0 for any number
   std::chrono::seconds FirstCall{0};                   // by when a connection has to have made a call; 0 for never
   std::chrono::seconds Silence{0};                     // without a byte within a call; 0 for any time
+  std::uint32_t LongestRecord = 0;                     // bytes; 0 for more than any sender makes
   std::function<void(const std::string& line)> Trace;  // is told, with a line end, of each connection that is not kept
 };
 

@@ -48,7 +48,8 @@ std::uint32_t PacketSize() {
   return size;
 }
 
-ORpcRecordIO::ORpcRecordIO(std::unique_ptr<ORpcIO> inner) : inner_(std::move(inner)) {
+ORpcRecordIO::ORpcRecordIO(std::unique_ptr<ORpcIO> inner, std::uint32_t longest)
+    : inner_(std::move(inner)), longest_(longest == 0 ? kLargestRecord : std::min(longest, kLargestRecord)) {
   writeBuffer_.reserve(kInitialCapacity);
   readBuffer_.reserve(kInitialCapacity);
   writeBuffer_.resize(kMarkSize);
@@ -96,7 +97,7 @@ void ORpcRecordIO::FetchRecord() {
 }
 
 void ORpcRecordIO::ReadFragment(std::uint32_t size) {
-  if (size > kLargestRecord - unread_) RefuseFragment(size);
+  if (size > longest_ - unread_) RefuseFragment(size);
   while (size > 0) {
     const std::uint32_t piece = std::min(size, std::clamp(unread_, kInitialCapacity, kLargestReadPiece));
     readBuffer_.resize(readBuffer_.size() + piece);

@@ -14,7 +14,8 @@ std::uint32_t PacketSize();
 
 class ORpcRecordIO : public ORpcIO {
  public:
-  explicit ORpcRecordIO(std::unique_ptr<ORpcIO> inner);
+  // A record that comes has at most so many bytes; 0 for more than any sender makes.
+  explicit ORpcRecordIO(std::unique_ptr<ORpcIO> inner, std::uint32_t longest = 0);
 
   std::uint32_t Write(const void* buffer, std::uint32_t length) override;
   // Serves from the current record only: fewer bytes than asked for when it ends. Fetches the next record when the
@@ -32,6 +33,7 @@ class ORpcRecordIO : public ORpcIO {
   std::vector<unsigned char> readBuffer_;
   std::uint32_t unread_ = 0;  // bytes at the end of the read buffer that have not been delivered
   std::unique_ptr<ORpcIO> inner_;
+  std::uint32_t longest_;
 };
 
 }  // namespace tlm

@@ -24,6 +24,12 @@ constexpr std::size_t kDeepestNesting = 500;
 constexpr std::chrono::milliseconds kNestingPause{1};
 // Between looks for connections that are late with their first call.
 constexpr std::chrono::seconds kStrangersPause{1};
+// So many more connections than the others may have come from this machine.
+constexpr std::size_t kLocalReserve = 100;
+// Bytes of the shortest call: a mark and a header.
+constexpr std::uint32_t kShortestCall = 44;
+// Without a byte, of a first call that is not whole while there are many calls on the stack.
+constexpr std::chrono::seconds kStrangersPatience{1};
 // A call on top of others on the stack may wait so long for a byte to move.
 constexpr std::chrono::seconds kStallLimit{60};
 
@@ -58,6 +64,10 @@ bool IsLocal(platform::Socket socket) {
   const auto peer = platform::RemoteAddress(socket);
   const auto own = platform::LocalAddress(socket);
   return peer && (IsLoopback(peer->Address) || (own && own->Address == peer->Address));
+}
+
+std::string NameOf(platform::SocketAddress peer) {
+  return platform::FormatAddress(peer.Address) + ':' + std::to_string(peer.Port);
 }
 
 bool Contains(const DescriptorSet& set, platform::Socket socket) {
@@ -147,12 +157,16 @@ bool ORpcThread::IsTooLong(platform::Socket socket, std::chrono::steady_clock::t
   const std::size_t own = busy_.contains(socket) ? 1 : 0;
   const auto silence = Clock::now() - since;
   if (admission_.Silence.count() != 0 && silence >= admission_.Silence) return true;
+  if (admission_.FirstCall.count() != 0 && strangers_.contains(socket)) {
+    const bool crowded = busy_.size() > kDeepestNesting / 2;
+    if (silence >= (crowded ? kStrangersPatience : admission_.FirstCall)) return true;
+  }
   return busy_.size() > own && silence >= StallLimit();
 }
 
 bool ORpcThread::Admits(platform::SocketAddress peer) {
   const auto refuse = [&](const char* reason) {
-    const std::string name = platform::FormatAddress(peer.Address) + ':' + std::to_string(peer.Port);
+    const std::string name = NameOf(peer);
     ORpcTrace(1).Print("refused %s: %s\n", name.c_str(), reason);
     if (admission_.Trace) admission_.Trace("Refused connection of " + name + ": " + reason + '\n');
     return false;
@@ -160,14 +174,18 @@ bool ORpcThread::Admits(platform::SocketAddress peer) {
   const auto& ranges = admission_.Ranges;
   const auto holds = [&](const AddressRange& range) { return range.Contains(peer.Address); };
   if (!ranges.empty() && std::none_of(ranges.begin(), ranges.end(), holds)) return refuse("address not allowed");
-  if (admission_.MostConnections == 0 || connections_.size() < admission_.MostConnections) return true;
+  const std::size_t reserve = IsLoopback(peer.Address) ? kLocalReserve : 0;
+  if (admission_.MostConnections == 0 || connections_.size() < admission_.MostConnections + reserve) return true;
   // Who has shown to be a client goes before who has not.
-  const auto stranger = std::find_if(connections_.begin(), connections_.end(), [this](platform::Socket socket) {
-    return strangers_.contains(socket) && !busy_.contains(socket);
-  });
+  const auto stranger = std::find_if(connections_.begin(), connections_.end(),
+                                     [this](platform::Socket socket) { return IsMereStranger(socket); });
   if (stranger == connections_.end()) return refuse("too many connections");
   DropStranger(*stranger, "another takes its place");
   return true;
+}
+
+bool ORpcThread::IsMereStranger(platform::Socket socket) const {
+  return strangers_.contains(socket) && !busy_.contains(socket) && platform::BytesReadable(socket) < kShortestCall;
 }
 
 void ORpcThread::SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat) {
@@ -186,13 +204,16 @@ void ORpcThread::DropStrangers() {
   const auto latest = Clock::now() - admission_.FirstCall;
   std::vector<platform::Socket> overdue;
   for (const auto& [socket, accepted] : strangers_) {
-    if (accepted <= latest && !busy_.contains(socket)) overdue.push_back(socket);
+    if (accepted <= latest && IsMereStranger(socket)) overdue.push_back(socket);
   }
   for (platform::Socket socket : overdue) DropStranger(socket, "no call in time");
 }
 
 void ORpcThread::DropStranger(platform::Socket socket, const char* reason) {
-  if (admission_.Trace) admission_.Trace("Dropped connection " + std::to_string(socket) + ": " + reason + '\n');
+  if (admission_.Trace) {
+    const std::optional<platform::SocketAddress> peer = platform::RemoteAddress(socket);
+    admission_.Trace("Dropped connection of " + (peer ? NameOf(*peer) : "one who has gone") + ": " + reason + '\n');
+  }
   DropConnection(socket);
   Forget(socket);
 }
@@ -255,6 +276,8 @@ bool ORpcThread::AcceptOne(platform::Socket listener) {
   }
   platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
   platform::SendWithoutDelay(socket);
+  // Who sends less than a call takes no place on the stack.
+  if (WakesForCalls()) platform::WakeFor(socket, kShortestCall);
   connections_.push_back(socket);
   strangers_.emplace(socket, Clock::now());
   return true;
@@ -262,7 +285,8 @@ bool ORpcThread::AcceptOne(platform::Socket listener) {
 
 void ORpcThread::ServeCall(platform::Socket socket) {
   const Membership busy(busy_, socket);
-  ORpcRecordIO stream(std::make_unique<ORpcSockIO>(socket, this));
+  if (WakesForCalls() && strangers_.contains(socket)) platform::WakeFor(socket, 1);
+  ORpcRecordIO stream(std::make_unique<ORpcSockIO>(socket, this), admission_.LongestRecord);
   const auto call = Decoded<CallHeader>(stream);
   strangers_.erase(socket);
   const MAutoLock lock(lock_);

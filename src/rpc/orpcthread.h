@@ -83,6 +83,9 @@ class ORpcThread {
   void AcceptReady(const DescriptorSet& readSet);
   bool AcceptOne(platform::Socket listener);
   bool Admits(platform::SocketAddress peer);
+  // Has made no call, and has none here that could be begun.
+  bool IsMereStranger(platform::Socket socket) const;
+  bool WakesForCalls() const { return admission_.FirstCall.count() != 0 || admission_.MostConnections != 0; }
   void DropStrangers();
   void DropStranger(platform::Socket socket, const char* reason);
   void ServeCall(platform::Socket socket);

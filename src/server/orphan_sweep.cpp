@@ -23,17 +23,35 @@ bool IsLive(JobManagerState& state, const Session* session) {
   return std::find(state.SessionList.begin(), state.SessionList.end(), session) != state.SessionList.end();
 }
 
+using Clock = std::chrono::steady_clock;
+
+// The loop stands still meanwhile. Where there is a limit, it does so for a tenth of the time at most.
+constexpr int kRest = 9;
+
+bool MayConnectBack(JobManagerState& state) {
+  const MAutoLock lock(state.StateLock);
+  return Clock::now() >= state.CallbacksAgain;
+}
+
+void GiveCallbackUp(JobManagerState& state, Session& session, Clock::duration time) {
+  const MAutoLock lock(state.StateLock);
+  Trace(state, "No callback to addr[%s] port[%d]\n", session.ClientHost.c_str(), session.CallbackPort);
+  session.CallbackPort = 0;
+  state.CallbacksAgain = Clock::now() + kRest * time;
+}
+
 void ConnectBack(JobManagerState& state, Session& session) {
   const std::chrono::seconds limit = state.Restrictions.LongestCallback;
+  const bool isLimited = limit.count() != 0;
+  if (isLimited && !MayConnectBack(state)) return;
+  const Clock::time_point begin = Clock::now();
   auto callback = std::make_shared<QorJMProxyClient>();
   try {
-    if (limit.count() != 0) callback->GiveUpAt(std::chrono::steady_clock::now() + limit);
+    if (isLimited) callback->GiveUpAt(begin + limit);
     callback->Connect(session.ClientHost, session.CallbackPort);
   } catch (const OrpcSocketError&) {
-    if (limit.count() == 0) throw;
-    Trace(state, "No callback to addr[%s] port[%d]\n", session.ClientHost.c_str(), session.CallbackPort);
-    session.CallbackPort = 0;
-    return;
+    if (!isLimited) throw;
+    return GiveCallbackUp(state, session, Clock::now() - begin);
   }
   callback->GiveUpAt(std::nullopt);
   session.Callback = std::move(callback);

@@ -1,6 +1,7 @@
 #include "shell/access.h"
 
 #include <charconv>
+#include <limits>
 #include <optional>
 #include <sstream>
 
@@ -27,13 +28,15 @@ class Reader {
   std::uint32_t Address(const char* name) {
     const auto text = ValueOf(name);
     if (!text) return 0;
-    const auto address = platform::ParseAddress(*text);
+    const auto address = ParsePlainAddress(*text);
     if (!address) Refuse(name, *text, "is no IPv4 address");
     return address.value_or(0);
   }
 
   std::vector<AddressRange> Ranges(const char* name) {
     std::vector<AddressRange> ranges;
+    // So does one look that is too long for the registry.
+    if (ProductValue(NameOf(name).c_str()) == "") Refuse(name, "an empty list", "would let everybody in");
     std::istringstream words(ValueOf(name).value_or(""));
     for (std::string word; std::getline(words, word, ',');) {
       word.erase(0, word.find_first_not_of(' '));
@@ -72,6 +75,13 @@ class Reader {
     return path;
   }
 
+  std::uint32_t Mebibytes(const char* name) {
+    const std::uint32_t count = Count(name);
+    if (count > (std::numeric_limits<std::uint32_t>::max() >> kMebibyte))
+      Refuse(name, std::to_string(count), "is too large");
+    return count << kMebibyte;
+  }
+
   std::uint32_t Count(const char* name) {
     const auto text = ValueOf(name);
     std::uint32_t count = 0;
@@ -107,6 +117,7 @@ Access ReadAccess() {
   if (!access.Admission.Ranges.empty()) access.Admission.Ranges.push_back(*AddressRange::Parse("127.0.0.0/8"));
   access.Admission.MostConnections = reader.Count("MAX_CONNECTIONS");
   access.Admission.FirstCall = std::chrono::seconds(reader.Count("FIRST_CALL_LIMIT"));
+  access.Admission.LongestRecord = reader.Mebibytes("RECORD_LIMIT");
   access.Admission.Silence = std::chrono::seconds(reader.Count("SILENCE_LIMIT"));
   access.Restrictions.LocalAdministration = reader.Flag("LOCAL_ADMIN");
   access.Restrictions.NoLoaderVariables = reader.Flag("NO_LOADER_VARIABLES");

@@ -45,6 +45,7 @@ struct JobManagerState {
   std::vector<JobRef> RemoteJobs GUARDED_BY(StateLock);  // those that run on peers, in the order of placement
   bool DistributionStarted GUARDED_BY(StateLock) = false;
   std::int32_t ListeningSessions GUARDED_BY(StateLock) = 0;
+  std::chrono::steady_clock::time_point CallbacksAgain GUARDED_BY(StateLock);  // when clients may be connected to
   JobRef LastRefusedJob GUARDED_BY(StateLock) = 0;  // keeps one trace line from repeating
 
   bool QueueRunning GUARDED_BY(StateLock) = false;

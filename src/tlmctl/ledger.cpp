@@ -212,7 +212,7 @@ std::optional<LedgerEntry> Ledger::FindById(const std::string& digits, const std
   const auto isMeant = [&](const LedgerEntry& entry) {
     return entry.Id.starts_with(digits) && (key.empty() || IsOn(entry, key));
   };
-  const auto found = FindLatest(isMeant);
+  auto found = FindLatest(isMeant);
   if (!found || found->Id == digits) return found;
   const auto other = FindLatest([&](const LedgerEntry& entry) { return isMeant(entry) && entry.Id != found->Id; });
   if (other) throw Ambiguous(digits, '@' + other->Id, '@' + found->Id);

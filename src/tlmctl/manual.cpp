@@ -101,7 +101,7 @@ std::string OptionText(const CLI::Option& option) {
   std::vector<std::string> names;
   for (const std::string& name : option.get_snames()) names.push_back(Bold('-' + name));
   for (const std::string& name : option.get_lnames()) names.push_back(Bold("--" + name));
-  const std::string text = Joined(names, ", ");
+  std::string text = Joined(names, ", ");
   if (option.get_items_expected_max() == 0) return text;
   return text + ' ' + (option.get_items_expected_min() == 0 ? "[" + ValueText(option) + "]" : ValueText(option));
 }
@@ -182,6 +182,7 @@ int PrintManual(const Program& program) {
   std::ostream& out = std::cout;
   out << "tlmctl(1)\n\n# NAME\n\ntlmctl - sends jobs to a job manager and looks after them\n\n# SYNOPSIS\n\n";
   std::vector<std::string> usages;
+  usages.reserve(commands.size());
   for (const CommandInfo& info : commands) usages.push_back(UsageOf(info, program.AppOf(info)));
   out << Joined(usages, "++\n") << "\n\n" << kDescription;
   out << "# OPTIONS OF ALL COMMANDS\n\nThey may stand in front of the command or behind it. *-h* or *--help* prints "

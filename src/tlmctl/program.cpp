@@ -38,7 +38,7 @@ std::string FooterOf(const CommandInfo& info) {
   for (const Example& example : info.Examples) width = std::max(width, example.Line.size());
   text += "Examples:";
   for (const auto& [line, meaning] : info.Examples) {
-    text += "\n  tlmctl " + line + std::string(width + 2 - line.size(), ' ') + meaning;
+    text.append("\n  tlmctl ").append(line).append(width + 2 - line.size(), ' ').append(meaning);
   }
   text += "\n\n'tlmctl --help' tells about the options that all commands take, such as --server and --json.";
   return text;

@@ -106,7 +106,7 @@ class Server:
             run(*self.client, "watch", job)
             run(*self.client, "results", "--dir", directory, job)
             assert os.path.getsize(deck.replace(".inp", ".dat")) > 0
-        past = run("tlmctl", "history", "--server-log", f"{STATE}/{self.product[:3]}2010_jobs.jsonl")
+        past = run("tlmctl", "history", "--server-log", f"/var/log/tlmjm/{self.product[:3]}2010_jobs.jsonl")
         assert past.count(" finished, exit code 0") >= len(DECKS), past
         assert os.stat(f"{STATE}/{self.product[:3]}2010.sta").st_uid == pwd.getpwnam("tlmjm").pw_uid
 

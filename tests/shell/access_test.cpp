@@ -1,4 +1,7 @@
 // Who gets in, and who may change what holds for all.
+#include <deque>
+#include <signal.h>
+
 #include "rpc/admission.h"
 #include "server/qorjmserver.h"
 #include "support/job_client.h"
@@ -18,7 +21,7 @@ TEST(AddressRange, HoldsAddressesWithItsFirstBits) {
   EXPECT_FALSE(range->Contains(kAddress("10.2.0.0")));
   EXPECT_TRUE(AddressRange::Parse("0.0.0.0/0")->Contains(kAddress("203.0.113.9")));
   EXPECT_FALSE(AddressRange::Parse("192.0.2.1")->Contains(kAddress("192.0.2.0")));
-  for (const char* text : {"", "/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x", "10.0.0/8", "host"}) {
+  for (const char* text : {"", "/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/8x", "10.0.0/8", "010.0.0.0/8", "host"}) {
     EXPECT_FALSE(AddressRange::Parse(text)) << text;
   }
 }
@@ -43,6 +46,8 @@ TEST(Access, WithSettingsThatNobodyUnderstandsIsNone) {
   const std::pair<Environment, std::string> cases[] = {
       {{{"TSQOR_ALLOW", "10.0.0.0/8, 10.0.0.0/33"}}, "TSQOR_ALLOW: 10.0.0.0/33 is no range of addresses"},
       {{{"TSQOR_LISTEN", "everywhere"}}, "TSQOR_LISTEN: everywhere is no IPv4 address\n"},
+      {{{"TSQOR_ALLOW", ""}}, "TSQOR_ALLOW: an empty list would let everybody in\n"},
+      {{{"TSQOR_RECORD_LIMIT", "4096"}}, "TSQOR_RECORD_LIMIT: 4096 is too large\n"},
       {{{"TSQOR_LOCAL_ADMIN", "yes"}}, "TSQOR_LOCAL_ADMIN: yes is no number\n"},
       {{{"TSQOR_ALLOW", std::string(255, ' ')}}, "TSQOR_ALLOW: a value of this length may have been cut off\n"},
       {{{"TSQOR_MAX_CONNECTIONS", "many"}}, "TSQOR_MAX_CONNECTIONS: many is no number\n"},
@@ -57,7 +62,8 @@ TEST(Access, WithSettingsThatNobodyUnderstandsIsNone) {
 }
 
 TEST(Access, IsNotKeptByThoseWhoNeverCall) {
-  ServerProcess server(Environment{{"TSQOR_FIRST_CALL_LIMIT", "1"}, {"TSQOR_SILENCE_LIMIT", "1"}});
+  ServerProcess server(
+      Environment{{"TSQOR_FIRST_CALL_LIMIT", "1"}, {"TSQOR_SILENCE_LIMIT", "1"}, {"TSQOR_RECORD_LIMIT", "1"}});
   server.Root().Write("JMTrace.on");
   RawConnection client(server.Port());
   Greet(client);
@@ -67,10 +73,31 @@ TEST(Access, IsNotKeptByThoseWhoNeverCall) {
   RawConnection stuck(server.Port());
   Greet(stuck);
   stuck.Send(Record(Call(46)).substr(0, 30));
-  EXPECT_TRUE(idle.IsClosedByPeer());
-  EXPECT_TRUE(slow.IsClosedByPeer());
-  EXPECT_TRUE(stuck.IsClosedByPeer());
+  RawConnection half(server.Port());
+  half.Send(U32(0x80000100) + std::string(50, 'x'));
+  RawConnection large(server.Port());
+  large.Send(U32(0x80100001) + std::string(50, 'x'));
+  for (RawConnection* one : {&idle, &slow, &stuck, &half, &large}) EXPECT_TRUE(one->IsClosedByPeer());
   Greet(client);
+
+  RawConnection early(server.Port());
+  Greet(client);
+  kill(server.Pid(), SIGSTOP);
+  early.Send(Record(Call(0)));
+  EXPECT_FALSE(early.IsReadableWithin(std::chrono::milliseconds(1500)));
+  kill(server.Pid(), SIGCONT);
+  EXPECT_EQ(early.ReceiveRecord(), Reply()) << "its call had come in time";
+}
+
+TEST(Access, IsNotBarredByACrowdThatStopsWithinItsFirstCalls) {
+  const ServerProcess server(Environment{{"TSQOR_FIRST_CALL_LIMIT", "60"}});
+  std::deque<RawConnection> crowd;
+  for (int i = 0; i < 520; ++i) {
+    crowd.emplace_back(server.Port()).Send(U32(0x80000100) + std::string(50, 'x'));
+    if (i % 8 == 7) {
+      EXPECT_LT(TimeOf([&] { JobClient{server.Port()}; }), std::chrono::seconds(20));
+    }
+  }
 }
 
 TEST(Access, IsGivenToClientsBeforeStrangers) {
@@ -78,11 +105,11 @@ TEST(Access, IsGivenToClientsBeforeStrangers) {
   RawConnection client(server.Port());
   Greet(client);
   RawConnection stranger(server.Port());
-  RawConnection second(server.Port());
-  Greet(second);
-  RawConnection third(server.Port());
+  std::deque<RawConnection> others;  // from this machine there may be a hundred more
+  for (int i = 0; i < 101; ++i) Greet(others.emplace_back(server.Port()));
+  RawConnection newcomer(server.Port());
   EXPECT_TRUE(stranger.IsClosedByPeer());
-  Greet(third);
+  Greet(newcomer);
   RawConnection refused(server.Port());
   EXPECT_TRUE(refused.IsClosedByPeer());
   Greet(client);

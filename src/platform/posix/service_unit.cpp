@@ -89,8 +89,9 @@ ProtectKernelModules=yes
 )";
 
 std::string AccountText(const std::string& account) {
-  return "User=" + account + "\nGroup=" + account + "\nStateDirectory=" + account + R"(
+  return "User=" + account + "\nGroup=" + account + "\nStateDirectory=" + account + "\nLogsDirectory=" + account + R"(
 StateDirectoryMode=0750
+LogsDirectoryMode=0750
 CapabilityBoundingSet=
 ProtectSystem=full
 )";

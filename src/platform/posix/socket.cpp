@@ -147,6 +147,8 @@ std::uint32_t BytesReadable(Socket socket) {
   return ioctl(socket, FIONREAD, &bytes) == 0 && bytes > 0 ? static_cast<std::uint32_t>(bytes) : 0;
 }
 
+void WakeFor(Socket socket, int bytes) { SetOption(socket, SOL_SOCKET, SO_RCVLOWAT, bytes); }
+
 std::optional<SocketAddress> LocalAddress(Socket socket) { return AskAddress(getsockname, socket); }
 std::optional<SocketAddress> RemoteAddress(Socket socket) { return AskAddress(getpeername, socket); }
 
