@@ -46,7 +46,7 @@ struct JobManagerState {
   bool DistributionStarted GUARDED_BY(StateLock) = false;
   std::int32_t ListeningSessions GUARDED_BY(StateLock) = 0;
   std::chrono::steady_clock::time_point CallbacksAgain GUARDED_BY(StateLock);  // when clients may be connected to
-  JobRef LastRefusedJob GUARDED_BY(StateLock) = 0;  // keeps one trace line from repeating
+  JobRef LastRefusedJob GUARDED_BY(StateLock) = 0;                             // keeps one trace line from repeating
 
   bool QueueRunning GUARDED_BY(StateLock) = false;
   std::int64_t QueueStartTime GUARDED_BY(StateLock) = 0;  // seconds since 1970, 0 if no start is pending
