@@ -11,6 +11,7 @@
 #include "platform/file_system.h"
 #include "platform/host.h"
 #include "platform/thread.h"
+#include "store/confinement.h"
 #include "store/directory_records.h"
 #include "store/trace.h"
 #include "util/mdirectory.h"
@@ -18,8 +19,6 @@
 namespace tlm {
 
 namespace {
-
-constexpr char kPrefix[] = "tq";
 
 bool IsMapped(const Session& session, const DirectoryRecord& record) {
   const auto entry = session.DirectoryMap.find(record.Key);
@@ -39,8 +38,7 @@ bool IsAwaited(const JobManagerState& state, const Session& session, const std::
 
 void SweepDirectories(JobManagerState& state, Session& session, const std::string* wantedKey)
     REQUIRES(state.StateLock) {
-  const std::string table = DirectoryRecordsPath(state.TempRoot);
-  std::optional<std::vector<DirectoryRecord>> records = ReadDirectoryRecords(table);
+  std::optional<std::vector<DirectoryRecord>> records = OwnDirectoryRecords(state);
   if (!records) return;
   std::vector<DirectoryRecord> living;
   for (DirectoryRecord& record : *records) {
@@ -49,21 +47,21 @@ void SweepDirectories(JobManagerState& state, Session& session, const std::strin
     if (record.ClientHost == session.ClientHost) session.DirectoryMap[record.Key] = record.Directory;
     living.push_back(std::move(record));
   }
-  ReplaceDirectoryRecords(table, living);
+  ReplaceDirectoryRecords(DirectoryRecordsPath(state.TempRoot), living);
 }
 
 // Stands in for a directory that cannot be made now. No other has this name, also if none of them is ever made.
 std::string UnusedName(const JobManagerState& state) REQUIRES(state.StateLock) {
   static std::uint64_t number = 0;
   std::ostringstream name;
-  name << state.TempRoot << platform::kPathSeparator << kPrefix << platform::SecondsSince1970() << '-'
+  name << state.TempRoot << platform::kPathSeparator << kServerDirectoryPrefix << platform::SecondsSince1970() << '-'
        << platform::ProcessId() << '-' << ++number;
   return name.str();
 }
 
 std::string NewDirectory(const JobManagerState& state, const Session& session, const std::string& key)
     REQUIRES(state.StateLock) {
-  const std::optional<std::string> made = platform::MakeUniqueDirectory(state.TempRoot, kPrefix);
+  const std::optional<std::string> made = platform::MakeUniqueDirectory(state.TempRoot, kServerDirectoryPrefix);
   if (!made) return UnusedName(state);
   AppendDirectoryRecord(DirectoryRecordsPath(state.TempRoot), {session.ClientHost, key, *made});
   return *made;

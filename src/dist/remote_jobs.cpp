@@ -14,9 +14,9 @@
 #include "exec/run_job.h"
 #include "exec/worker.h"
 #include "jm/result_manifest.h"
-#include "platform/directory_pin.h"
 #include "platform/file.h"
 #include "platform/file_system.h"
+#include "store/submission.h"
 #include "store/trace.h"
 #include "util/mfile.h"
 
@@ -156,7 +156,9 @@ bool FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& cl
   const MAutoLock lock(state.StateLock);
   Job* job = FindAt(state, peer, ref);
   if (!job) return false;
-  std::optional<File> file = File::Open(path, File::Mode::Append);
+  const auto directory = ClientDirectory::Open(state, job->TempDir);
+  if (!directory) return false;
+  std::optional<File> file = File::Open(OutFileIn(*directory, *job), File::Mode::Append, directory->Links());
   const bool written = file && file->Write(text);
   ForwardOutput(state, *job);
   return written && text.size() == kMaxStringLength;
@@ -165,21 +167,22 @@ bool FetchRemoteOutput(JobManagerState& state, const Peer& peer, QorJMClient& cl
 // A peer that is confined as clients are writes to the job's directory alone.
 class ResultsReceiver : public FileTransferWatcher {
  public:
-  explicit ResultsReceiver(const std::string& directory) : pin_(platform::DirectoryPin::Open(directory, directory)) {}
+  explicit ResultsReceiver(std::optional<ClientDirectory> directory) : directory_(std::move(directory)) {}
   std::optional<std::string> PathFor(const FileTransferItem& item) override {
     const std::string name = MFile(item.Destination).Name();
-    if (!pin_ || name.find('/') != std::string::npos || name == "..") return std::nullopt;
-    return pin_->Path() + '/' + name;
+    if (!directory_ || name.find('/') != std::string::npos || name == "..") return std::nullopt;
+    return directory_->Path() + '/' + name;
   }
 
  private:
-  const std::optional<platform::DirectoryPin> pin_;
+  const std::optional<ClientDirectory> directory_;
 };
 
 std::unique_ptr<ResultsReceiver> ReceiverFor(JobManagerState& state, const Peer& peer, JobRef ref) {
   const MAutoLock lock(state.StateLock);
   const Job* job = FindAt(state, peer, ref);
-  return job && state.Restrictions.Confined ? std::make_unique<ResultsReceiver>(job->TempDir) : nullptr;
+  if (!job || !state.Restrictions.Confined) return nullptr;
+  return std::make_unique<ResultsReceiver>(ClientDirectory::Open(state, job->TempDir));
 }
 
 // True if nothing is missing.

@@ -8,6 +8,7 @@
 #include "exec/retirement.h"
 #include "jm/result_manifest.h"
 #include "platform/file.h"
+#include "store/confinement.h"
 #include "store/ownership.h"
 #include "store/trace.h"
 #include "util/mfile.h"
@@ -43,12 +44,15 @@ void AddResultFile(JobManagerState& state, Job& job, const MFile& file, FileTran
   Trace(state, "\tAdded file to output stream \n\t\t%s \n\t\tSize : %u bytes\n", destination.Path().c_str(), size);
 }
 
-void WriteManifest(const Job& job, const std::vector<MFile>& results) {
+void WriteManifest(JobManagerState& state, const Job& job, const std::vector<MFile>& results)
+    REQUIRES(state.StateLock) {
+  const auto directory = ClientDirectory::Open(state, job.TempDir);
+  if (!directory) return;
   std::string text;
   for (const MFile& file : results) {
     text += ManifestLine(file, job.SentFileSize.at(file.Name()), job.SentFileDate.at(file.Name()));
   }
-  const MFile manifest = ResultManifest(job);
+  const MFile manifest = ResultManifest(job, directory->Path());
   MFile until = manifest;
   until.SetName("~" + manifest.Name());  // another stem: it is no result
   platform::ReplaceWholeFile(manifest.Path(), until.Path(), text);
@@ -58,8 +62,8 @@ void AddResults(JobManagerState& state, Job& job, const std::vector<MFile>& resu
     REQUIRES(state.StateLock) {
   for (const MFile& file : results) AddResultFile(state, job, file, files);
   if (results.empty()) return;
-  WriteManifest(job, results);
-  AddResultFile(state, job, ResultManifest(job), files);
+  WriteManifest(state, job, results);
+  AddResultFile(state, job, ResultManifest(job, job.TempDir), files);
 }
 
 }  // namespace
@@ -73,7 +77,7 @@ bool RequestResults(JobManagerState& state, const Session& session, JobRef ref, 
   Job* job = TakeOwnership(state, session, ref);
   std::optional<std::vector<MFile>> results;
   if (job && (job->ResultFlags & (kResultsAvailable | kResultsBeingSent)) == kResultsAvailable) {
-    results = ResultFileScan(*job);
+    results = ResultFileScan(*job, job->TempDir);
   }
   if (!results) {
     Trace(state, "\t : None Available\n");

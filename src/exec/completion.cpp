@@ -45,7 +45,7 @@ void CompleteAttached(JobManagerState& state, JobRef ref) {
   ReleaseRunSlot(state);
   Job* job = state.Jobs.Find(ref);
   if (!job) return;
-  TakeMessageFile(*job, job->WorkDir);
+  if (const auto directory = ClientDirectory::Open(state, job->WorkDir)) TakeMessageFile(*job, directory->Path());
   job->ResultFlags = (job->ResultFlags & ~kResultsAvailable) | (job->SuccessFlag ? kResultsAvailable : 0);
   job->Status = job->SuccessFlag ? Finished : Aborted;
   state.Jobs.Changed(*job);
@@ -81,10 +81,10 @@ void ReleaseRunSlot(JobManagerState& state) {
   if (state.RunningCount != 0) --state.RunningCount;
 }
 
-void CompleteJob(JobManagerState& state, Job& job) {
+void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory) {
   Trace(state, "Spawning job : Taskkey : (%s)\n", job.TaskKey.c_str());
   if (job.Status != LaunchFailed) {
-    TakeMessageFile(job, job.TempDir);
+    if (directory) TakeMessageFile(job, directory->Path());
     const bool good = job.SuccessFlag || job.CompleteOnFailure;
     if (good) job.ResultFlags |= kResultsAvailable;
     job.Status = good ? Finished : Aborted;

@@ -1,13 +1,14 @@
 // What follows when the processes of a job have ended.
 #pragma once
 
+#include "store/confinement.h"
 #include "store/job_manager_state.h"
 
 namespace tlm {
 
 // Turns the end of the job's last process, or the failure to start one, into its final Status, by what the process
-// reported or left in its message file. Gives the worker's run slot back.
-void CompleteJob(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
+// reported or left in its message file. Gives the worker's run slot back. Null for a directory that was refused.
+void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory) REQUIRES(state.StateLock);
 
 // Gives back the run slot of a job, which may have left the table.
 void ReleaseRunSlot(JobManagerState& state) REQUIRES(state.StateLock);

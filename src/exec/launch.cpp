@@ -6,23 +6,20 @@
 #include "libtsenv/runtime_identity.h"
 #include "platform/host.h"
 #include "platform/stop_event.h"
-#include "store/confinement.h"
+#include "store/submission.h"
 
 namespace tlm {
 
 using platform::Process;
 
-std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const std::vector<std::string>& tokens) {
+std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const ClientDirectory& directory,
+                           const std::vector<std::string>& tokens) {
   platform::LaunchRequest request;
   request.CommandLine = JoinTokens(tokens);
   request.Environment = ChildEnvironment(job.Env, job.TaskKey, job.ProcessID);
-  std::optional<platform::DirectoryPin> pin;
-  if (state.Restrictions.Confined && job.TempDir == job.WorkDir) {
-    pin = PinBelow(AllowedRoots(state), job.TempDir);
-    if (!pin) return 0;
-  }
-  request.Directory = pin ? pin->Path() : job.TempDir;
-  request.OutputFile = job.OutFile;
+  request.Directory = directory.Path();
+  request.OutputFile = OutFileIn(directory, job);
+  request.OutputMayBeLink = !directory.IsHeld();
   request.FailureText = FailureText(request.CommandLine);
   request.OwnGroup = state.KillViaEvent;
   std::puts(request.CommandLine.c_str());

@@ -6,15 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "store/confinement.h"
 #include "store/job_manager_state.h"
 
 namespace tlm {
 
-// Starts one command of the job in the job's directory, with its output behind what stands in OutFile. Gives the
+// Starts one command of the job in its directory, with its output behind what stands in OutFile. Gives the
 // process id, 0 if it could not be started; then OutFile tells so. The tokens are those of the command, BinPath in
 // front.
-std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const std::vector<std::string>& tokens)
-    REQUIRES(state.StateLock);
+std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const ClientDirectory& directory,
+                           const std::vector<std::string>& tokens) REQUIRES(state.StateLock);
 
 // Null for a process whose end has been seen, and for one that nobody has started or attached here.
 std::shared_ptr<platform::Process> ProcessHandle(JobManagerState& state, std::int32_t pid) REQUIRES(state.StateLock);

@@ -29,9 +29,9 @@ bool IsRegular(const MFile& file) {
 }
 
 // Empty if the directory is there and cannot be read.
-std::optional<FilesByStem> ListFiles(const Job& job) {
+std::optional<FilesByStem> ListFiles(const Job& job, const std::string& path) {
   FilesByStem files;
-  MDirectory directory(job.TempDir);
+  MDirectory directory(path);
   if (!directory.Open() && directory.IsDirectory()) return std::nullopt;
   for (MFile file; directory.Next(file);) {
     if (file.Name() != job.InputFile) files[file.Stem()].push_back(file);
@@ -85,12 +85,14 @@ class Scan {
 
 }  // namespace
 
-std::optional<std::vector<MFile>> ResultFileScan(const Job& job) {
-  const std::optional<FilesByStem> files = ListFiles(job);
+std::optional<std::vector<MFile>> ResultFileScan(const Job& job, const std::string& directory) {
+  const std::optional<FilesByStem> files = ListFiles(job, directory);
   if (!files) return std::nullopt;
   return Scan(*files, job.ResultStem).Run();
 }
 
-MFile ResultManifest(const Job& job) { return MFile(job.TempDir + platform::kPathSeparator + job.ResultStem + ".crc"); }
+MFile ResultManifest(const Job& job, const std::string& directory) {
+  return MFile(directory + platform::kPathSeparator + job.ResultStem + ".crc");
+}
 
 }  // namespace tlm

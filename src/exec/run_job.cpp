@@ -23,6 +23,7 @@ namespace tlm {
 namespace {
 
 using platform::File;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPollInterval{1000};
 constexpr std::uint32_t kLaunchFailedCode = 255;
@@ -38,34 +39,44 @@ void SetStatus(JobManagerState& state, Job& job, JobStatus status) REQUIRES(stat
   state.Jobs.Changed(job);
 }
 
-void DeleteFormerResults(const Job& job) {
+// A job that is being run. Its directory is the same from the first deletion to the last look.
+struct Run {
+  JobRef Ref;
+  ClientDirectory Directory;
+  Clock::time_point Begin;
+};
+
+void DeleteFormerResults(const ClientDirectory& directory, const Job& job) {
   if (job.ResultStem == job.InputStem) return;
-  std::vector<MFile> files = ResultFileScan(job).value_or(std::vector<MFile>());
-  if (!files.empty()) files.push_back(ResultManifest(job));
+  std::vector<MFile> files = ResultFileScan(job, directory.Path()).value_or(std::vector<MFile>());
+  if (!files.empty()) files.push_back(ResultManifest(job, directory.Path()));
   for (MFile& file : files) file.Remove();
 }
 
-// The command buffer; empty if the job has left the table.
-std::string PrepareRun(JobManagerState& state, JobRef ref) {
+// Empty if the job has left the table, or if its directory is not for clients; then no command of it is run.
+std::optional<Run> PrepareRun(JobManagerState& state, JobRef ref, std::string& commands) {
   const MAutoLock lock(state.StateLock);
   WakeWorkers(state);
   const Job* job = state.Jobs.Find(ref);
-  if (!job) return "";
-  DeleteFormerResults(*job);
-  DeleteOutFile(*job);
-  return job->Command + ";";
+  if (!job) return std::nullopt;
+  std::optional<ClientDirectory> directory = ClientDirectory::Open(state, job->TempDir);
+  if (!directory) return std::nullopt;
+  DeleteFormerResults(*directory, *job);
+  DeleteOutFile(*directory, *job);
+  commands = job->Command + ";";
+  return Run{ref, *std::move(directory), Clock::now()};
 }
 
 // Removed while it was being started, or killed between two commands: nothing further is started.
 bool IsGivenUp(const Job* job) { return !job || job->Status == Aborted || job->Killed != 0; }
 
 // Starts the command. 0 if no process came of it: then nothing further is tried.
-std::int32_t StartCommand(JobManagerState& state, JobRef ref, std::vector<std::string> tokens) {
+std::int32_t StartCommand(JobManagerState& state, const Run& run, std::vector<std::string> tokens) {
   const MAutoLock lock(state.StateLock);
-  Job* job = state.Jobs.Find(ref);
+  Job* job = state.Jobs.Find(run.Ref);
   if (IsGivenUp(job) || state.StopRequested) return 0;
   tokens.front().insert(0, job->BinPath);
-  const std::int32_t pid = LaunchProcess(state, *job, tokens);
+  const std::int32_t pid = LaunchProcess(state, *job, run.Directory, tokens);
   ApplyPriority(state, pid, job->Priority);
   state.Jobs.Detach(job->Pid);  // the process of the command before has ended
   job->Pid = pid;
@@ -86,13 +97,15 @@ void RecordEnd(JobManagerState& state, Job& job, std::uint32_t exitCode) REQUIRE
   job.Elapsed = static_cast<std::uint32_t>(std::max<std::int64_t>(platform::SecondsSince1970() - job.Started, 0));
 }
 
-using Clock = std::chrono::steady_clock;
+std::optional<File> OpenOutput(const Run& run, const Job& job) {
+  return File::Open(OutFileIn(run.Directory, job), File::Mode::Append, run.Directory.Links());
+}
 
 // A job that has taken as long as it may says so in its output.
-bool TellOverdue(const JobManagerState& state, const Job& job, Clock::time_point begin) REQUIRES(state.StateLock) {
+bool TellOverdue(const JobManagerState& state, const Job& job, const Run& run) REQUIRES(state.StateLock) {
   const std::chrono::seconds longest = state.Restrictions.LongestRun;
-  if (longest.count() == 0 || job.Killed != 0 || Clock::now() - begin < longest) return false;
-  if (std::optional<File> out = File::Open(job.OutFile, File::Mode::Append)) {
+  if (longest.count() == 0 || job.Killed != 0 || Clock::now() - run.Begin < longest) return false;
+  if (std::optional<File> out = OpenOutput(run, job)) {
     static_cast<void>(out->Write("\nEnded after " + std::to_string(longest.count()) +
                                  " seconds, the longest time that a job may take\n"));
   }
@@ -101,9 +114,9 @@ bool TellOverdue(const JobManagerState& state, const Job& job, Clock::time_point
 
 enum class Polled { Runs, HasEnded, Overdue, Stop };
 
-Polled PollProcess(JobManagerState& state, JobRef ref, std::int32_t pid, Clock::time_point begin) {
+Polled PollProcess(JobManagerState& state, const Run& run, std::int32_t pid) {
   const MAutoLock lock(state.StateLock);
-  Job* job = state.Jobs.Find(ref);
+  Job* job = state.Jobs.Find(run.Ref);
   std::uint32_t exitCode = 0;
   const bool ended = TestProcessEnd(state, pid, exitCode);
   if (job) job->ExitCode = exitCode;
@@ -112,22 +125,22 @@ Polled PollProcess(JobManagerState& state, JobRef ref, std::int32_t pid, Clock::
     return Polled::HasEnded;
   }
   if (state.StopRequested) return Polled::Stop;
-  if (job && TellOverdue(state, *job, begin)) return Polled::Overdue;
+  if (job && TellOverdue(state, *job, run)) return Polled::Overdue;
   if (job && state.ListeningSessions != 0) ForwardOutput(state, *job);
   return Polled::Runs;
 }
 
-void EndOverdue(JobManagerState& state, JobRef ref, std::int32_t pid) {
+void EndOverdue(JobManagerState& state, const Run& run, std::int32_t pid) {
   const std::int32_t killed = KillProcess(state, pid);
   const MAutoLock lock(state.StateLock);
-  if (Job* job = state.Jobs.Find(ref)) job->Killed = killed;
+  if (Job* job = state.Jobs.Find(run.Ref)) job->Killed = killed;
 }
 
-Outcome FollowProcess(JobManagerState& state, JobRef ref, std::int32_t pid, Clock::time_point begin) {
+Outcome FollowProcess(JobManagerState& state, const Run& run, std::int32_t pid) {
   while (true) {
-    switch (PollProcess(state, ref, pid, begin)) {
+    switch (PollProcess(state, run, pid)) {
       case Polled::Overdue:
-        EndOverdue(state, ref, pid);
+        EndOverdue(state, run, pid);
         break;
       case Polled::HasEnded:
         return Outcome::Ended;
@@ -142,30 +155,29 @@ Outcome FollowProcess(JobManagerState& state, JobRef ref, std::int32_t pid, Cloc
 }
 
 // A command line whose quote is never closed cannot be run: the job's output says so.
-void RefuseCommand(JobManagerState& state, JobRef ref, const std::string& rest) {
+void RefuseCommand(JobManagerState& state, const Run& run, const std::string& rest) {
   const MAutoLock lock(state.StateLock);
-  Job* job = state.Jobs.Find(ref);
+  Job* job = state.Jobs.Find(run.Ref);
   if (IsGivenUp(job)) return;
-  if (std::optional<File> out = File::Open(job->OutFile, File::Mode::Append)) {
+  if (std::optional<File> out = OpenOutput(run, *job)) {
     static_cast<void>(out->Write(FailureText(rest)));
   }
   SetStatus(state, *job, LaunchFailed);
   NotifyJobChange(state, *job, job->Status);
 }
 
-Outcome RunCommands(JobManagerState& state, JobRef ref, std::string_view buffer) {
+Outcome RunCommands(JobManagerState& state, const Run& run, std::string_view buffer) {
   Outcome outcome = Outcome::Ended;
-  const auto begin = Clock::now();
   while (!buffer.empty() && outcome == Outcome::Ended) {
     std::vector<std::string> tokens;
     if (!NextCommand(buffer, tokens)) {
       buffer.remove_suffix(1);  // the end that was put behind it
-      RefuseCommand(state, ref, std::string(buffer));
+      RefuseCommand(state, run, std::string(buffer));
       return Outcome::Over;
     }
     if (tokens.empty()) continue;
-    const std::int32_t pid = StartCommand(state, ref, std::move(tokens));
-    outcome = pid != 0 ? FollowProcess(state, ref, pid, begin) : Outcome::Over;
+    const std::int32_t pid = StartCommand(state, run, std::move(tokens));
+    outcome = pid != 0 ? FollowProcess(state, run, pid) : Outcome::Over;
   }
   return outcome;
 }
@@ -178,12 +190,14 @@ void ForwardOutput(JobManagerState& state, Job& job) {
 }
 
 void RunJob(JobManagerState& state, JobRef ref) {
-  if (RunCommands(state, ref, PrepareRun(state, ref)) == Outcome::Stopping) return;
+  std::string commands;
+  const std::optional<Run> run = PrepareRun(state, ref, commands);
+  if (run && RunCommands(state, *run, commands) == Outcome::Stopping) return;
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(ref);
   if (!job) return ReleaseRunSlot(state);
-  if (job->Status == Starting) SetStatus(state, *job, LaunchFailed);  // there was no command in it
-  CompleteJob(state, *job);
+  if (job->Status == Starting) SetStatus(state, *job, LaunchFailed);  // there was nothing to run
+  CompleteJob(state, *job, run ? &run->Directory : nullptr);
 }
 
 }  // namespace tlm

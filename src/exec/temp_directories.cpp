@@ -5,6 +5,7 @@
 #include "platform/environment.h"
 #include "platform/file_system.h"
 #include "platform/thread.h"
+#include "store/confinement.h"
 #include "store/directory_records.h"
 #include "util/mdirectory.h"
 
@@ -43,10 +44,9 @@ bool RemoveExpiredDirectory(const JobManagerState& state, const std::string& dir
 void PurgeTempRoot(JobManagerState& state) {
   state.TempRoot = DeriveTempRoot();
   state.TempExpiry = 0;
-  const std::string table = DirectoryRecordsPath(state.TempRoot);
-  if (const auto records = ReadDirectoryRecords(table)) {
+  if (const auto records = OwnDirectoryRecords(state)) {
     for (const DirectoryRecord& record : *records) RemoveExpiredDirectory(state, record.Directory);
-    RemoveDirectoryRecords(table);
+    RemoveDirectoryRecords(DirectoryRecordsPath(state.TempRoot));
     platform::RemoveFile(state.TempRoot + Identity().RUNTIME_JM_DISTPOOL_STATUS_FILE);
   }
 }

@@ -8,9 +8,9 @@ namespace tlm::platform {
 
 class DirectoryPin {
  public:
-  // The directory of that path, if no part of the way to it leaves the root, whatever links stand there. Empty else, if
-  // there is no such directory, and where the system cannot tell.
-  static std::optional<DirectoryPin> Open(const std::string& root, const std::string& directory);
+  // The directory of that path, whatever links lead there, but no handle of a process. Empty, and the system's error
+  // number, if it cannot be held, for want of descriptors say.
+  static std::optional<DirectoryPin> Open(const std::string& directory, int& error);
 
   DirectoryPin(DirectoryPin&& other) noexcept;
   DirectoryPin& operator=(DirectoryPin&& other) noexcept;
@@ -20,6 +20,8 @@ class DirectoryPin {
 
   // By which this process, and a child until it runs its program, reaches the directory while the object lives.
   std::string Path() const;
+  // Where it lies now: absolute, without links and without a separator at its end. Empty if the system cannot tell.
+  std::string RealPath() const;
 
  private:
   explicit DirectoryPin(int descriptor) : descriptor_(descriptor) {}

@@ -17,6 +17,7 @@ struct LaunchRequest {
   std::vector<std::string> Environment;  // NAME=value, in this order; nothing else is inherited
   std::string Directory;                 // made current in the child only
   std::string OutputFile;                // both output streams, appended to; made if missing
+  bool OutputMayBeLink = true;           // else a link in its place cannot be opened
   std::string FailureText;               // written to the output as it stands if the program cannot be started
   bool OwnGroup = true;                  // the child leads a process group of its own
 };

@@ -45,7 +45,7 @@ void QorJMServer::GetTempRoot(Out<std::string> directory, Out<std::uint32_t> exp
 bool QorJMServer::SetTempRoot(const std::string& directory, std::uint32_t expiry) {
   if (!MayAdminister("SetTempRoot")) return false;
   const MAutoLock lock(state_.StateLock);
-  if (state_.Restrictions.Confined && !PinBelow(AllowedRoots(state_), directory)) return false;
+  if (!MayBecomeTempRoot(state_, directory)) return false;
   return tlm::SetTempRoot(state_, directory, expiry);
 }
 

@@ -18,11 +18,11 @@ bool QorJMServer::MaySubmit(const Submission& submission) {
     return false;
   }
   if (!state_.Restrictions.Confined) return true;
-  const bool isInside = session_.DirectoryMap.contains(submission.WorkDir) ||
-                        PinBelow(AllowedRoots(state_), submission.WorkDir).has_value();
-  const bool staysThere = submission.ResultStem.find('/') == std::string::npos;
-  if (!isInside || !staysThere) Trace(state_, "Refused a job in %s, which lies outside\n", submission.WorkDir.c_str());
-  return isInside && staysThere;
+  if (submission.ResultStem.find('/') != std::string::npos) {
+    Trace(state_, "Refused a job with results in %s\n", submission.ResultStem.c_str());
+    return false;
+  }
+  return PinForClient(state_, ServerDirectory(session_, submission.WorkDir)).has_value();
 }
 
 std::uint64_t QorJMServer::SubmitJob(const Submission& submission) {

@@ -37,7 +37,7 @@ class QorJMServer : public IQorJM, public ORpcServer {
   JobManagerState& state_;
   ORpcThread& thread_;
   Session session_;
-  Receiver receiver_{state_, session_};
+  Receiver receiver_{state_};
   bool abandoned_ = false;
 };
 

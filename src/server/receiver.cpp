@@ -7,25 +7,27 @@
 
 namespace tlm {
 
+namespace {
+
+// Of one call: clients send to one directory as a rule, and a directory that is held takes a descriptor.
+constexpr std::size_t kMostDirectories = 64;
+
+}  // namespace
+
 std::optional<std::string> Receiver::Reach(const std::string& path) {
   if (!state_.Restrictions.Confined) return path;
   const std::size_t name = path.rfind('/') + 1;  // 0 if there is no separator
-  const std::string directory = path.substr(0, name);
-  auto pin = pins_.find(directory);
-  if (pin == pins_.end()) {
-    const MAutoLock lock(state_.StateLock);
-    std::vector<std::string> roots = AllowedRoots(state_);
-    for (const auto& [key, mapped] : session_.DirectoryMap) roots.push_back(mapped);
-    auto held = PinBelow(roots, directory);
-    if (!held) {
-      Trace(state_, "Refused %s, which lies outside\n", path.c_str());
-      return std::nullopt;
-    }
-    pin = pins_.emplace(directory, *std::move(held)).first;
-  }
   const std::string file = path.substr(name);
   if (file.empty() || file == "." || file == "..") return std::nullopt;
-  return pin->second.Path() + '/' + file;
+  const MAutoLock lock(state_.StateLock);
+  auto held = PinForClient(state_, path.substr(0, name));
+  if (!held) return std::nullopt;
+  const std::string place = held->RealPath();
+  if (pins_.size() == kMostDirectories && !pins_.contains(place)) {
+    Trace(state_, "Refused %s: too many directories in one call\n", path.c_str());
+    return std::nullopt;
+  }
+  return pins_.try_emplace(place, *std::move(held)).first->second.Path() + '/' + file;
 }
 
 std::optional<std::string> Receiver::PathFor(const FileTransferItem& item) {

@@ -14,9 +14,10 @@ namespace tlm {
 // One for a session; on the thread of the server loop.
 class Receiver : public FileTransferWatcher {
  public:
-  Receiver(JobManagerState& state, const Session& session) : state_(state), session_(session) {}
+  explicit Receiver(JobManagerState& state) : state_(state) {}
 
-  // By which path a file that the client names is reached; empty if that is not for the client. Good until Release.
+  // By which path a file that the client names is reached; empty if that is not for the client, or lies in one
+  // directory too many. Good until Release.
   std::optional<std::string> Reach(const std::string& path) EXCLUDES(state_.StateLock);
   void Release() { pins_.clear(); }
 
@@ -24,8 +25,7 @@ class Receiver : public FileTransferWatcher {
 
  private:
   JobManagerState& state_;
-  const Session& session_;
-  std::map<std::string, platform::DirectoryPin> pins_;  // by directory
+  std::map<std::string, platform::DirectoryPin> pins_;  // by where the directory really lies
 };
 
 // False if the disk of the temporary root has less room than the restrictions ask for.

@@ -31,12 +31,11 @@ void CopySubmission(Job& job, const Submission& submission) {
   job.CompleteOnFailure = submission.CompleteOnFailure;
 }
 
-// A client that mapped its directory runs in the server's; one that names a directory that the server can reach itself
-// runs there.
+std::string OutFileName(const Job& job) { return kPathSeparator + job.ResultStem + "_out"; }
+
 void SetPaths(Job& job, const Session& session) {
-  const auto mapped = session.DirectoryMap.find(job.WorkDir);
-  job.TempDir = mapped == session.DirectoryMap.end() ? job.WorkDir : mapped->second;
-  job.OutFile = job.TempDir + kPathSeparator + job.ResultStem + "_out";
+  job.TempDir = ServerDirectory(session, job.WorkDir);
+  job.OutFile = job.TempDir + OutFileName(job);
   job.Env = Identity().RUNTIME_JM_ENVIRONMENT_HOME + "=" + session.InstallPath;
   job.BinPath = session.InstallPath + kPathSeparator + "bin" + kPathSeparator;
 }
@@ -57,7 +56,7 @@ Job* AddSubmittedJob(JobManagerState& state, const Session& session, const Submi
   job.Scheduled = platform::SecondsSince1970();
   job.Priority = state.DefaultPriority;
   SetPaths(job, session);
-  DeleteOutFile(job);
+  if (const auto directory = ClientDirectory::Open(state, job.TempDir)) DeleteOutFile(*directory, job);
 
   if (Job* creator = state.Jobs.Find(session.AttachedJob)) {
     creator->Lite = true;
@@ -72,9 +71,17 @@ Job* AddSubmittedJob(JobManagerState& state, const Session& session, const Submi
   return &job;
 }
 
-void DeleteOutFile(const Job& job) {
-  MFile file(job.OutFile);
-  if (file.Exists() && !file.Remove()) std::fprintf(stderr, "Couldn't delete %s\n", job.OutFile.c_str());
+const std::string& ServerDirectory(const Session& session, const std::string& workDir) {
+  const auto mapped = session.DirectoryMap.find(workDir);
+  return mapped == session.DirectoryMap.end() ? workDir : mapped->second;
+}
+
+std::string OutFileIn(const ClientDirectory& directory, const Job& job) { return directory.Path() + OutFileName(job); }
+
+void DeleteOutFile(const ClientDirectory& directory, const Job& job) {
+  MFile file(OutFileIn(directory, job));
+  const bool isThere = file.Exists() || (directory.IsHeld() && platform::IsLink(file.Path()));
+  if (isThere && !file.Remove()) std::fprintf(stderr, "Couldn't delete %s\n", job.OutFile.c_str());
 }
 
 Attachment AttachProcess(JobManagerState& state, Session& session, std::int32_t pid, const std::string& command,

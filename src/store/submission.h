@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "store/confinement.h"
 #include "store/job_manager_state.h"
 
 namespace tlm {
@@ -13,8 +14,15 @@ namespace tlm {
 Job* AddSubmittedJob(JobManagerState& state, const Session& session, const Submission& submission)
     REQUIRES(state.StateLock);
 
+// The directory in which a job with this WorkDir runs. A client that mapped its directory gets the server's; one that
+// names a directory that the server can reach itself gets that.
+const std::string& ServerDirectory(const Session& session, const std::string& workDir);
+
+// The job's OutFile, by the path by which its directory is reached.
+std::string OutFileIn(const ClientDirectory& directory, const Job& job);
+
 // Deletes what an earlier run left under the output file's name. A failure is told on standard error, and nothing more.
-void DeleteOutFile(const Job& job);
+void DeleteOutFile(const ClientDirectory& directory, const Job& job);
 
 struct Attachment {
   Job& Record;

@@ -130,10 +130,12 @@ TEST(Access, ToFilesEndsAtTheRoots) {
   JobClient client(server.Port());
   const std::string source = outside.Write("source", "content");
   outside.MakeDirectory("sub");
+  outside.Write("qorjmmsg.999999", "4 1");
   std::string mapped;
   client.MapClientDirectory("/home/somebody/", mapped);
   std::filesystem::create_symlink(outside.Root(), mapped + "/link");
   std::filesystem::create_symlink("..", extra.Path("up"));
+  std::filesystem::create_symlink(outside.Path("none"), extra.Path("where_out"));
   const auto put = [&](const std::string& destination) { return client.PutFiles({{{destination, source}}}); };
   EXPECT_TRUE(put(mapped + "/a"));
   EXPECT_TRUE(put(extra.Path("a")));
@@ -142,7 +144,7 @@ TEST(Access, ToFilesEndsAtTheRoots) {
         extra.Root() + "x/a", extra.Path(".."), extra.Path("up/a")}) {
     EXPECT_FALSE(put(destination)) << destination;
   }
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(outside.Root()), {}), 2) << "nothing has come";
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(outside.Root()), {}), 3) << "nothing has come";
   EXPECT_FALSE(client.UpdateClientFiles({source}, {}));
   EXPECT_TRUE(outside.Has("source"));
   EXPECT_TRUE(client.UpdateClientFiles({mapped + "/a"}, {}));
@@ -161,6 +163,54 @@ TEST(Access, ToFilesEndsAtTheRoots) {
   job.ResultStem = "../where";
   EXPECT_EQ(client.SubmitJob(job), 0U);
   EXPECT_FALSE(client.SetTempRoot(outside.Root(), 1));
+
+  // Links that come later, in the place of the directory and of the output.
+  job.WorkDir = extra.MakeDirectory("work");
+  job.ResultStem = "source";
+  job.RunClass = kRunQueued;
+  const std::uint64_t moved = client.SubmitJob(job);
+  std::filesystem::rename(extra.Path("work"), extra.Path("former"));
+  std::filesystem::create_symlink(outside.Root(), extra.Path("work"));
+  EXPECT_TRUE(client.StartQueue(0));
+  EXPECT_EQ(client.AwaitEnd(moved).Status, LaunchFailed);
+  server.AddProgram("lead", "ln -sf " + source + " 'lead;where_out'");
+  EXPECT_EQ(client.OutputOf("lead;where", extra.Root()), "content") << "what stood there, and nothing behind it";
+  EXPECT_EQ(client.AwaitEnd(client.AttachProcess(999999, "x", outside.Root())).Status, Aborted);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(outside.Root()), {}), 3) << "nothing has come or gone";
+
+  FileTransferList many;
+  for (int i = 0; i < 64; ++i) many.Items.push_back({extra.MakeDirectory(std::to_string(i)) + "/a", source});
+  EXPECT_TRUE(client.PutFiles(many));
+  many.Items.push_back({extra.Path("0/./a"), source});
+  EXPECT_TRUE(client.PutFiles(many)) << "another name of one of them";
+  many.Items.push_back({mapped + "/a", source});
+  EXPECT_FALSE(client.PutFiles(many)) << "one too many";
+  EXPECT_TRUE(client.SetTempRoot(server.Root().Root() + "/", 100));
+  client.MapClientDirectory("/home/somebody/", mapped);
+  EXPECT_TRUE(put(mapped + "/a"));
+}
+
+TEST(Access, ToTheServersOwnFilesIsForNobody) {
+  const Sandbox outside;
+  outside.Write("old");
+  std::filesystem::last_write_time(outside.Path("old"), {});
+  const ServerProcess server(Environment{{"TSQOR_CONFINE", "1"}, {"TSQOR_CONFINE_ROOTS", "/"}});
+  const std::string table = "desk\nkey\n" + outside.Root() + "\n";
+  JobClient client(server.Port());
+  for (const char* name : {"tlm2010.sta", "tlm2010.sta~", "tlm2010_dp.sta", "JMTrace.on", ".config/registry.ini"}) {
+    const std::string own = server.Root().Write(name, table);
+    EXPECT_FALSE(client.PutFiles({{{own, outside.Path("old")}}})) << name;
+    EXPECT_FALSE(client.UpdateClientFiles({own}, {})) << name;
+    EXPECT_EQ(server.Root().Read(name), table);
+  }
+  Submission job;
+  job.WorkDir = server.Root().Root();
+  EXPECT_EQ(client.SubmitJob(job), 0U);
+  std::string mapped;
+  client.MapClientDirectory("key", mapped);
+  EXPECT_THAT(mapped, StartsWith(server.Root() / "tq"));
+  EXPECT_TRUE(outside.Has("old"));
+  EXPECT_TRUE(client.PutFiles({{{mapped + "/a", outside.Path("old")}, {outside.Path("new"), outside.Path("old")}}}));
 }
 
 TEST(Access, EndsWhereTheDiskIsFull) {

@@ -1,8 +1,11 @@
 #include "platform/directory_pin.h"
 
+#include <cerrno>
 #include <fcntl.h>
+#include <filesystem>
 #include <linux/openat2.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -10,21 +13,12 @@
 
 namespace tlm::platform {
 
-std::optional<DirectoryPin> DirectoryPin::Open(const std::string& root, const std::string& directory) {
-  const std::string top = SystemPath(root);
-  const std::string path = SystemPath(directory);
-  if (!path.starts_with(top) || (path.size() > top.size() && path[top.size()] != '/')) return std::nullopt;
-  std::string below = path.substr(top.size());
-  below.erase(0, below.find_first_not_of('/'));
-  if (below.empty()) below = ".";
-
-  const int start = open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (start < 0) return std::nullopt;
+std::optional<DirectoryPin> DirectoryPin::Open(const std::string& directory, int& error) {
   open_how how{};
   how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
-  const long descriptor = syscall(SYS_openat2, start, below.c_str(), &how, sizeof how);
-  close(start);
+  how.resolve = RESOLVE_NO_MAGICLINKS;
+  const long descriptor = syscall(SYS_openat2, AT_FDCWD, SystemPath(directory), &how, sizeof how);
+  error = descriptor < 0 ? errno : 0;
   if (descriptor < 0) return std::nullopt;
   return DirectoryPin(static_cast<int>(descriptor));
 }
@@ -41,5 +35,10 @@ DirectoryPin::~DirectoryPin() {
 }
 
 std::string DirectoryPin::Path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+std::string DirectoryPin::RealPath() const {
+  std::error_code error;
+  return std::filesystem::read_symlink(Path(), error).string();
+}
 
 }  // namespace tlm::platform

@@ -34,9 +34,10 @@ namespace tlm::platform {
 namespace {
 
 // Only a file takes output without a wait: at a pipe the open would wait for a reader.
-int OpenOutput(const std::string& path) {
-  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-  const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, 0666); });
+int OpenOutput(const LaunchRequest& request) {
+  const int noFollow = request.OutputMayBeLink ? 0 : O_NOFOLLOW;
+  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | noFollow;
+  const int descriptor = RetryInterrupted([&] { return open(SystemPath(request.OutputFile), flags, 0666); });
   struct stat status;
   if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return descriptor;
   close(descriptor);
@@ -46,7 +47,7 @@ int OpenOutput(const std::string& path) {
 // Where both output streams of a child go.
 class Output {
  public:
-  explicit Output(const std::string& path) : descriptor_(OpenOutput(path)) {
+  explicit Output(const LaunchRequest& request) : descriptor_(OpenOutput(request)) {
     if (descriptor_ >= 0) fcntl(descriptor_, F_SETFL, fcntl(descriptor_, F_GETFL) & ~O_NONBLOCK);
   }
   Output(const Output&) = delete;
@@ -178,7 +179,7 @@ std::optional<Process> Process::Launch(const LaunchRequest& request) {
   const auto pass = TheChildren().Enter();
   if (!pass) return std::nullopt;
   KeepEndedChildren();
-  const Output output(request.OutputFile);
+  const Output output(request);
   if (const std::optional<pid_t> child = Spawn(request, output.Descriptor())) {
     // The child has not been waited for, so that its id is surely still its own here.
     RestoreDescriptorLimit(*child);
