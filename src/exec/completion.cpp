@@ -81,11 +81,11 @@ void ReleaseRunSlot(JobManagerState& state) {
   if (state.RunningCount != 0) --state.RunningCount;
 }
 
-void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory) {
+void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory, bool isOverdue) {
   Trace(state, "Spawning job : Taskkey : (%s)\n", job.TaskKey.c_str());
   if (job.Status != LaunchFailed) {
     if (directory) TakeMessageFile(job, directory->Path());
-    const bool good = job.SuccessFlag || job.CompleteOnFailure;
+    const bool good = job.SuccessFlag || (job.CompleteOnFailure && !isOverdue);
     if (good) job.ResultFlags |= kResultsAvailable;
     job.Status = good ? Finished : Aborted;
     state.Jobs.Changed(job);

@@ -8,7 +8,9 @@ namespace tlm {
 
 // Turns the end of the job's last process, or the failure to start one, into its final Status, by what the process
 // reported or left in its message file. Gives the worker's run slot back. Null for a directory that was refused.
-void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory) REQUIRES(state.StateLock);
+// A job that was ended for being overdue has failed unless it has reported success.
+void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory, bool isOverdue)
+    REQUIRES(state.StateLock);
 
 // Gives back the run slot of a job, which may have left the table.
 void ReleaseRunSlot(JobManagerState& state) REQUIRES(state.StateLock);

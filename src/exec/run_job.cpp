@@ -44,6 +44,7 @@ struct Run {
   JobRef Ref;
   ClientDirectory Directory;
   Clock::time_point Begin;
+  bool IsOverdue = false;  // it has been ended for that
 };
 
 void DeleteFormerResults(const ClientDirectory& directory, const Job& job) {
@@ -104,7 +105,7 @@ std::optional<File> OpenOutput(const Run& run, const Job& job) {
 // A job that has taken as long as it may says so in its output.
 bool TellOverdue(const JobManagerState& state, const Job& job, const Run& run) REQUIRES(state.StateLock) {
   const std::chrono::seconds longest = state.Restrictions.LongestRun;
-  if (longest.count() == 0 || job.Killed != 0 || Clock::now() - run.Begin < longest) return false;
+  if (longest.count() == 0 || run.IsOverdue || job.Killed != 0 || Clock::now() - run.Begin < longest) return false;
   if (std::optional<File> out = OpenOutput(run, job)) {
     static_cast<void>(out->Write("\nEnded after " + std::to_string(longest.count()) +
                                  " seconds, the longest time that a job may take\n"));
@@ -130,20 +131,15 @@ Polled PollProcess(JobManagerState& state, const Run& run, std::int32_t pid) {
   return Polled::Runs;
 }
 
-void EndOverdue(JobManagerState& state, const Run& run, std::int32_t pid) {
-  const std::int32_t killed = KillProcess(state, pid);
-  const MAutoLock lock(state.StateLock);
-  if (Job* job = state.Jobs.Find(run.Ref)) job->Killed = killed;
-}
-
-Outcome FollowProcess(JobManagerState& state, const Run& run, std::int32_t pid) {
+Outcome FollowProcess(JobManagerState& state, Run& run, std::int32_t pid) {
   while (true) {
     switch (PollProcess(state, run, pid)) {
       case Polled::Overdue:
-        EndOverdue(state, run, pid);
+        run.IsOverdue = true;  // and not Killed: it stays for its owner to see, since nobody has removed it
+        KillProcess(state, pid);
         break;
       case Polled::HasEnded:
-        return Outcome::Ended;
+        return run.IsOverdue ? Outcome::Over : Outcome::Ended;
       case Polled::Stop:
         // Without the lock, so that the processes of several workers are stopped side by side.
         KillProcess(state, pid);
@@ -166,7 +162,7 @@ void RefuseCommand(JobManagerState& state, const Run& run, const std::string& re
   NotifyJobChange(state, *job, job->Status);
 }
 
-Outcome RunCommands(JobManagerState& state, const Run& run, std::string_view buffer) {
+Outcome RunCommands(JobManagerState& state, Run& run, std::string_view buffer) {
   Outcome outcome = Outcome::Ended;
   while (!buffer.empty() && outcome == Outcome::Ended) {
     std::vector<std::string> tokens;
@@ -191,13 +187,13 @@ void ForwardOutput(JobManagerState& state, Job& job) {
 
 void RunJob(JobManagerState& state, JobRef ref) {
   std::string commands;
-  const std::optional<Run> run = PrepareRun(state, ref, commands);
+  std::optional<Run> run = PrepareRun(state, ref, commands);
   if (run && RunCommands(state, *run, commands) == Outcome::Stopping) return;
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(ref);
   if (!job) return ReleaseRunSlot(state);
   if (job->Status == Starting) SetStatus(state, *job, LaunchFailed);  // there was nothing to run
-  CompleteJob(state, *job, run ? &run->Directory : nullptr);
+  CompleteJob(state, *job, run ? &run->Directory : nullptr, run && run->IsOverdue);
 }
 
 }  // namespace tlm

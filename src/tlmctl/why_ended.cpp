@@ -62,6 +62,9 @@ Reason WhyAborted(const Task& task) {
             "its process has ended without a report of success; its exit code is not known, as the server "
             "had not started it"};
   }
+  if (task.ExitCode == 0 && task.CompleteOnFailure) {
+    return {"ended-by-server", "the server has ended it", "the last lines of its output tell why"};
+  }
   if (task.ExitCode == 0) {
     return {"no-report", "its program ended with exit code 0, but had not reported success to the server",
             "one that never does is for 'tlmctl run' or 'tlmctl submit --complete-on-failure'"};

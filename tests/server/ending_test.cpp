@@ -26,6 +26,9 @@ TEST_F(Overdue, JobsAreEndedWithAWordInTheirOutput) {
   EXPECT_EQ(Client.Output(job), "begun\n\nEnded after 1 seconds, the longest time that a job may take\n");
   EXPECT_TRUE(IsGone(AwaitNumber("pid")));
   EXPECT_FALSE(Work.Has("never"));
+  Submission submission = NewJob(Do("exec sleep 600"));
+  submission.CompleteOnFailure = true;
+  Client.Await(Client.SubmitJob(submission), {Aborted});
   Client.Await(Submit(Succeed(":")), {Finished});
 }
 
