@@ -59,7 +59,7 @@ std::string LocalTimeText(std::int64_t time) {
 
 std::string MomentText(std::int64_t time) {
   constexpr std::size_t kDateLength = 10;
-  const std::string text = LocalTimeText(time);
+  std::string text = LocalTimeText(time);
   if (time == 0) return text;
   const std::string today = LocalTimeText(platform::SecondsSince1970()).substr(0, kDateLength);
   return text.starts_with(today) ? text.substr(kDateLength + 1) : text.substr(0, kDateLength);
