@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" int __real_close(int file);
 
@@ -143,3 +144,4 @@ std::time_t __wrap_time(std::time_t* result) {
 }
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)
