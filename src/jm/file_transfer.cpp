@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 #include <optional>
-#include <set>
 
 #include "platform/file.h"
 #include "platform/file_system.h"
@@ -112,22 +111,22 @@ void MarkSpoiltItems(FileTransferList& list) {
   for (FileTransferItem& item : list.Items) item.Stored = isWhole[item.Destination];
 }
 
-// `placed` are the paths that earlier items have filled.
-void PutInPlace(const FileTransferList& list, FileTransferItem& item, std::set<std::string>& placed) {
+void PutInPlace(const FileTransferList& list, FileTransferItem& item) {
   const std::string temporary = TemporaryName(item);
   MLockFile lock;
   if (!item.Stored || !lock.Lock(temporary, false)) {
     item.Stored = false;
     return;
   }
-  if (placed.contains(item.Path)) return;  // the file of both is there already
+  platform::FileStatus status;
+  // An earlier item for the same file, or another call, may have taken it along.
+  if (platform::GetFileStatus(temporary, status) == platform::kNoSuchFile) return;
   if (list.Watcher && !list.Watcher->Replaces(list, item)) {
     platform::RemoveFile(temporary);
     item.Stored = false;
     return;
   }
   item.Stored = platform::RenameFile(temporary, item.Path);
-  if (item.Stored) placed.insert(item.Path);
 }
 
 }  // namespace
@@ -149,8 +148,7 @@ void Decode(ORpcIO& io, FileTransferList& list) {
     ReceiveItem(io, list.Items.emplace_back(), list.Watcher);
   }
   MarkSpoiltItems(list);
-  std::set<std::string> placed;
-  for (FileTransferItem& item : list.Items) PutInPlace(list, item, placed);
+  for (FileTransferItem& item : list.Items) PutInPlace(list, item);
 }
 
 }  // namespace tlm

@@ -17,9 +17,11 @@ struct FileStatus {
   std::uint64_t Size = 0;             // bytes
   std::int64_t ModificationTime = 0;  // seconds since 1970
   bool IsDirectory = false;
-  bool IsOwn = false;      // belongs to the user of this process
+  bool IsOwn = false;      // belongs to the user of this process or to the administrator
   bool IsRegular = false;  // a file proper: no directory, device or pipe
 };
+
+extern const int kNoSuchFile;  // an error number
 
 // 0 and the status, following links; else the system's error number.
 [[nodiscard]] int GetFileStatus(const std::string& path, FileStatus& status);

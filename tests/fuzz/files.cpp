@@ -87,7 +87,7 @@ FUZZ(results) {
   Job job;
   job.TempDir = Disk() / "job";
   job.ResultStem = "a";
-  const auto found = ResultFileScan(job).value();
+  const auto found = ResultFileScan(job, job.TempDir).value();
   for (const MFile& file : found) Require(file.Extension() == ".x");
 }
 

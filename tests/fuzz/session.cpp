@@ -48,7 +48,7 @@ class Play {
     Job& job = state_.Jobs.Add();
     job.Status = Running;
     job.Pid = kProcess;
-    job.TempDir = "./d";
+    job.TempDir = "./tqd";
     state_.Jobs.Changed(job);
   }
   ~Play() { std::ranges::for_each(clients_, platform::CloseSocket); }
@@ -94,7 +94,10 @@ class Play {
   void EndFirstJob() {
     const JobRef ref = TakeNextJob(state_);
     const MAutoLock lock(state_.StateLock);
-    if (Job* job = state_.Jobs.Find(ref)) CompleteJob(state_, *job);
+    if (Job* job = state_.Jobs.Find(ref)) {
+      const auto directory = ClientDirectory::Open(state_, job->TempDir);
+      CompleteJob(state_, *job, directory ? &*directory : nullptr, false);
+    }
     state_.BusyWorkers = 0;
     state_.IdleWorkers = 1;
   }
@@ -112,7 +115,7 @@ FUZZ(session) {
   const std::string before = platform::CurrentDirectory();
   platform::SetVariable("TSQOR_TMP", ".");
   const std::string other = Disk().Write("session/other", "not the clients'");
-  Disk().MakeDirectory("session/root/d");
+  Disk().MakeDirectory("session/root/tqd");
   platform::ChangeDirectory(Disk() / "session/root");
   Play(input).Run();
   platform::ChangeDirectory(before);
