@@ -5,15 +5,10 @@
 
 namespace tlm {
 namespace {
-
 using Tokens = std::vector<std::string>;
 
 TEST(CommandLine, TheFirstCommandIsCutOffAndTakenApart) {
-  const struct {
-    const char* Buffer;
-    Tokens Expected;
-    const char* Rest;
-  } cases[] = {
+  const std::tuple<const char*, Tokens, const char*> cases[] = {
       {"x; \t\n y;", {"x"}, "y;"},
       {"x ; ", {"x"}, ""},
       {"\"x;y\";", {"x;y"}, ""},
@@ -41,6 +36,5 @@ TEST(CommandLine, TheFirstCommandIsCutOffAndTakenApart) {
     EXPECT_EQ(buffer, open);
   }
 }
-
 }  // namespace
 }  // namespace tlm

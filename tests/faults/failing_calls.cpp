@@ -22,7 +22,6 @@ extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" int __real_close(int file);
 
 namespace {
-
 constexpr int kShort = -1;        // in place of an error number: half of what was asked for
 constexpr long kTimeLapse = 100;  // pauses are shorter by this factor
 
@@ -48,7 +47,6 @@ int Failure(const char* name, std::initializer_list<int> failures) {
 }
 
 std::size_t LengthAfter(int failure, std::size_t length) { return failure == kShort ? (length + 1) / 2 : length; }
-
 }  // namespace
 
 extern "C" {

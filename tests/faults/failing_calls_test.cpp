@@ -11,7 +11,6 @@
 
 namespace tlm::test {
 namespace {
-
 using Counts = std::pair<std::ptrdiff_t, std::ptrdiff_t>;
 
 struct FailingServer : ::testing::Test {
@@ -21,7 +20,7 @@ struct FailingServer : ::testing::Test {
   ServerProcess Server{{{kFailingCalls, Shared / "calls"}}, "debug", BIN_DIRECTORY "/failing/tlmjm"};
   std::string There;  // the server's directory for what is here
 
-  FailingServer() { JobClient(Server.Port()).MapClientDirectory(Here.Root() + "/", There); }
+  FailingServer() { There = JobClient(Server.Port()).Map(Here.Root() + "/"); }
   ~FailingServer() override { munmap(&Calls, sizeof(FailingCalls)); }
 
   FailingCalls& Map() const {
@@ -64,15 +63,10 @@ struct FailingServer : ::testing::Test {
 
   Counts DescriptorsAndChildren() const {
     const std::string process = "/proc/" + std::to_string(Server.Pid());
-    const std::filesystem::directory_iterator descriptors(process + "/fd");
     std::ifstream children(process + "/task/" + std::to_string(Server.Pid()) + "/children");
-    return {std::distance(begin(descriptors), end(descriptors)),
-            std::distance(std::istream_iterator<int>(children), {})};
+    return {Server.OpenDescriptors(), std::distance(std::istream_iterator<int>(children), {})};
   }
-  std::string Content(const std::string& name) const {
-    std::ifstream file(There + "/" + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Content(const std::string& name) const { return ReadFile(There + "/" + name); }
   // Without an expectation of how it goes.
   static void Greet(QorJMClient& client, std::uint16_t port) {
     client.Connect("127.0.0.1", port);
@@ -81,8 +75,7 @@ struct FailingServer : ::testing::Test {
 };
 
 TEST_F(FailingServer, KeepsTheFormerFileOrTakesTheNewOne) {
-  const std::string former(5000, 'f');
-  const std::string fresh(9001, 'n');
+  const std::string former(5000, 'f'), fresh(9001, 'n');
   const FileTransferList files{{{There + "/deck", Here.Write("new", fresh)}, {There + "/other", Here.Write("o", "o")}}};
   bool stored = false;
   FailEachCall(
@@ -102,10 +95,7 @@ TEST_F(FailingServer, KeepsTheFormerFileOrTakesTheNewOne) {
 }
 
 TEST_F(FailingServer, RunsAJobToAnEndThatIsTold) {
-  Submission job;
-  job.Command = "do 'echo said; echo 4 1 >qorjmmsg.$$; echo data >beam.dat'";
-  job.WorkDir = Here.Root() + "/";
-  job.ResultStem = job.AnalysisID = "beam";
+  Submission job = JobIn(Here.Root() + "/", "do 'echo said; echo 4 1 >qorjmmsg.$$; echo data >beam.dat'", "beam");
   job.InputStem = "deck";
   const auto listed = [&] { return JobClient(Server.Port()).Jobs(); };
   FailEachCall(
@@ -125,8 +115,7 @@ TEST_F(FailingServer, RunsAJobToAnEndThatIsTold) {
           const Task end = client.AwaitEnd(handle);
           ASSERT_TRUE(Eventually([&] { return client.TakeOwnership(handle); }));
           if (end.Status == Finished) {
-            FileTransferList files;
-            EXPECT_TRUE(client.ResultsNotSent(handle) && client.RequestResults(handle, files));
+            EXPECT_TRUE(client.ResultsNotSent(handle) && client.Fetch(handle));
             // A job whose directory was not found ran in the client's own, and its file may have been sent onto itself.
             EXPECT_EQ(Here.Read("beam.dat"), Content("beam.dat").empty() ? Here.Read("beam.dat") : "data\n");
             // A program whose output cannot be opened runs all the same.
@@ -143,18 +132,15 @@ TEST_F(FailingServer, RunsAJobToAnEndThatIsTold) {
 TEST_F(FailingServer, RunsItsJobsWhateverTheClockSays) {
   constexpr std::int64_t kYear = 365 * 24 * 3600;
   JobClient client(Server.Port());
-  client.MapClientDirectory(Here.Root() + "/", There);
-  Submission job;
-  job.WorkDir = Here.Root() + "/";
-  job.Command = "do 'until test -e stop; do sleep 0.01; done; echo 4 1 >qorjmmsg.$$'";
+  There = client.Map(Here.Root() + "/");
+  Submission job = JobIn(Here.Root() + "/", "do 'until test -e stop; do sleep 0.01; done; echo 4 1 >qorjmmsg.$$'");
   const std::uint64_t running = client.SubmitJob(job);
   client.Await(running, {Running});
   std::ofstream(There + "/kept") << "kept";
   job.Command = "do 'echo 4 1 >qorjmmsg.$$'";
   for (const std::int64_t jump : {kYear, -kYear, std::int64_t{5}, -2 * kYear}) {
     Calls.Clock = jump;
-    std::string another;
-    EXPECT_TRUE(client.MapClientDirectory("c:\\" + std::to_string(jump), another)) << "a sweep comes with it";
+    client.Map("c:\\" + std::to_string(jump));  // a sweep comes with it
     EXPECT_EQ(Content("kept"), "kept") << "a job runs there";
     EXPECT_EQ(client.AwaitEnd(client.SubmitJob(job)).Status, std::uint32_t{Finished}) << jump;
   }
@@ -167,6 +153,5 @@ TEST_F(FailingServer, RunsItsJobsWhateverTheClockSays) {
   Calls.Clock = -kYear;
   EXPECT_EQ(client.AwaitEnd(running).Elapsed, 0U);
 }
-
 }  // namespace
 }  // namespace tlm::test

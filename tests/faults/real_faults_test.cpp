@@ -1,22 +1,10 @@
 // What really happens to a server: a full disk, no descriptors, clients that come and go at the worst moment.
 #include <unistd.h>
 
-#include "rpc/orpcerror.h"
 #include "support/job_client.h"
 
 namespace tlm::test {
 namespace {
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::ptrdiff_t OpenDescriptors(const ServerProcess& server) {
-  const std::filesystem::directory_iterator entries("/proc/" + std::to_string(server.Pid()) + "/fd");
-  return std::distance(begin(entries), end(entries));
-}
-
 // The server, started by a shell that arranges something first.
 struct ArrangedServer : ::testing::Test {
   Sandbox Work;
@@ -29,16 +17,12 @@ struct ArrangedServer : ::testing::Test {
     return Work / "bin/tlmjm";
   }
   Submission NewJob(const std::string& command) const {
-    Submission job;
-    job.Command = "do '" + command + "; echo 4 1 >qorjmmsg.$$'";
-    job.WorkDir = Work.Root() + "/";
-    job.ResultStem = job.AnalysisID = "beam";
+    Submission job = JobIn(Work.Root() + "/", "do '" + command + "; echo 4 1 >qorjmmsg.$$'", "beam");
     job.InputStem = "deck";
     return job;
   }
 };
 
-// -- a full disk
 constexpr std::size_t kDisk = 4 << 20;
 
 struct FullDisk : ArrangedServer {
@@ -63,30 +47,24 @@ struct FullDisk : ArrangedServer {
 };
 
 TEST_F(FullDisk, IsToldAtWhateverStepItFillsUpAndCostsNothingThatStood) {
-  const std::string former(60'000, 'f');
-  const std::string fresh(70'000, 'n');
-  const std::string old = Work.Write("former", former);
-  const std::string next = Work.Write("fresh", fresh);
+  const std::string former(60'000, 'f'), fresh(70'000, 'n');
+  const std::string old = Work.Write("former", former), next = Work.Write("fresh", fresh);
   JobClient client(Server.Port());
-  std::string there;
-  ASSERT_TRUE(client.MapClientDirectory(Work.Root() + "/", there));
+  const std::string there = client.Map(Work.Root() + "/");
   const std::string deck = Inside(there + "/deck");
   const std::string records = Inside(Server.Root() / "tlm2010.sta");
-  int refused = 0;
-  int ended = 0;
+  int refused = 0, ended = 0;
   for (std::size_t room = 0; room < 300'000; room = std::max<std::size_t>(4096, room * 2)) {
     ASSERT_TRUE(client.PutFiles({{{there + "/deck", old}}})) << room;
     Leave(room);
-    std::string another;
-    EXPECT_TRUE(client.MapClientDirectory("c:\\" + std::to_string(room) + "\\", another));
+    client.Map("c:\\" + std::to_string(room) + "\\");
     const bool stored = client.PutFiles({{{there + "/deck", next}, {there + "/small", old}}});
     refused += stored ? 0 : 1;
     const std::string content = ReadFile(deck);
     EXPECT_TRUE(content == fresh || (content == former && !stored)) << room;
     const std::uint64_t job = client.SubmitJob(NewJob("head -c 50000 /dev/zero >beam.dat && cp beam.dat beam.two"));
     const Task end = client.AwaitEnd(job);
-    FileTransferList files;
-    const bool sent = client.RequestResults(job, files);
+    const bool sent = client.Fetch(job);
     EXPECT_EQ(sent, end.Status == Finished) << room;
     ended += sent ? 1 : 0;
     if (sent) {
@@ -106,42 +84,37 @@ TEST_F(FullDisk, IsToldAtWhateverStepItFillsUpAndCostsNothingThatStood) {
   EXPECT_EQ(client.AwaitEnd(client.SubmitJob(NewJob("true"))).Status, std::uint32_t{Finished});
 }
 
-// -- hardly a descriptor
 struct FewDescriptors : ArrangedServer {
   FewDescriptors() : ArrangedServer("ulimit -n 32; exec " TLMJM " \"$@\"\n") {}
 };
 
 TEST_F(FewDescriptors, AreEnoughForWhoIsServedAndAFailureForWhatIsNot) {
   JobClient client(Server.Port());
-  std::string there;
-  ASSERT_TRUE(client.MapClientDirectory(Work.Root() + "/", there));
-  const FileTransferList files{{{there + "/deck", Work.Write("deck", "content")}}};
+  const FileTransferList files{{{client.Map(Work.Root() + "/") + "/deck", Work.Write("deck", "content")}}};
   std::vector<RawConnection> crowd;
   for (int i = 0; i < 28; ++i) crowd.emplace_back(Server.Port());
-  ASSERT_TRUE(Eventually([&] { return OpenDescriptors(Server) == 32; }));
+  ASSERT_TRUE(Eventually([&] { return Server.OpenDescriptors() == 32; }));
   EXPECT_FALSE(client.PutFiles(files));
   EXPECT_EQ(client.AwaitEnd(client.SubmitJob(NewJob("true"))).Status, std::uint32_t{LaunchFailed});
   crowd.clear();
   EXPECT_TRUE(Eventually([&] { return client.PutFiles(files); }));
   const std::uint64_t job = client.SubmitJob(NewJob("echo data >beam.dat"));
   EXPECT_EQ(client.AwaitEnd(job).Status, std::uint32_t{Finished});
-  FileTransferList results;
-  EXPECT_TRUE(client.RequestResults(job, results));
+  EXPECT_TRUE(client.Fetch(job));
   EXPECT_EQ(Work.Read("beam.dat"), "data\n");
 }
 
 // -- clients that go
 TEST_F(JobTest, ResultsAreOfferedAgainAtWhateverByteTheirReceiverGoes) {
-  const std::string former = Work.Write("here/beam.dat", "former");
-  std::string there;
-  Client.MapClientDirectory(Work / "here/", there);
+  Work.Write("here/beam.dat", "former");
+  Client.Map(Work / "here/");
   Submission submission = NewJob(Succeed("echo data >beam.dat; echo more >beam.two"));
   submission.WorkDir = Work / "here/";
   submission.ResultStem = "beam";
   const std::uint64_t job = Client.SubmitJob(submission);
   Client.Await(job, {Finished});
   Client.Disconnect();
-  const std::ptrdiff_t descriptors = OpenDescriptors(Server);
+  const std::ptrdiff_t descriptors = Server.OpenDescriptors();
   const auto ask = [&] {
     RawConnection client(Server.Port());
     EXPECT_EQ(client.Ask(Call(1, Text("tlm2010") + Text("desk") + U32(0))), Reply(U32(1)));
@@ -158,13 +131,13 @@ TEST_F(JobTest, ResultsAreOfferedAgainAtWhateverByteTheirReceiverGoes) {
   }
   EXPECT_EQ(ask().ReceiveRecord(), whole);
   EXPECT_EQ(Work.Read("here/beam.dat"), "former");
-  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(Server) <= descriptors; })) << OpenDescriptors(Server);
+  EXPECT_TRUE(Eventually([&] { return Server.OpenDescriptors() <= descriptors; })) << Server.OpenDescriptors();
 }
 
 TEST_F(JobTest, AMinuteOfFiveHundredConnectionsASecondHoldsNobodyUp) {
   const std::uint64_t job = Submit(Do(Wait("pid")));
   AwaitNumber("pid");
-  const std::ptrdiff_t descriptors = OpenDescriptors(Server);
+  const std::ptrdiff_t descriptors = Server.OpenDescriptors();
   const std::size_t memory = Server.PeakMemory();
   const auto start = std::chrono::steady_clock::now();
   int connections = 0;  // fewer than wanted on a machine that is busy otherwise
@@ -182,9 +155,8 @@ TEST_F(JobTest, AMinuteOfFiveHundredConnectionsASecondHoldsNobodyUp) {
   RecordProperty("Connections", connections);
   Work.Write("stop");
   Client.AwaitEnd(job);
-  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(Server) <= descriptors; })) << OpenDescriptors(Server);
+  EXPECT_TRUE(Eventually([&] { return Server.OpenDescriptors() <= descriptors; })) << Server.OpenDescriptors();
   EXPECT_LT(Server.PeakMemory(), memory + (32 << 20));
 }
-
 }  // namespace
 }  // namespace tlm::test

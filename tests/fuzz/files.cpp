@@ -17,7 +17,6 @@
 #include "tlmctl/server_log.h"
 
 namespace tlm::fuzz {
-
 FUZZ(commands) {
   CommandBaseName(input);
   std::string_view rest = input;
@@ -139,5 +138,4 @@ FUZZ(deck) {
   const heat2d::Deck deck = heat2d::ReadDeck(input, errors);
   Require(!errors.empty() || (deck.Width > 0 && deck.Height > 0 && deck.Nx > 0 && deck.Ny > 0));
 }
-
 }  // namespace tlm::fuzz

@@ -11,7 +11,6 @@
 #include "support/sandbox.h"
 
 namespace tlm::fuzz {
-
 using Target = void (*)(const std::string& input);
 
 // Makes a target known by its name, which is that of its folder in corpus/, too.
@@ -62,5 +61,4 @@ inline unsigned char TakeByte(std::string_view& rest) {
   rest.remove_prefix(rest.empty() ? 0 : 1);
   return static_cast<unsigned char>(byte);
 }
-
 }  // namespace tlm::fuzz

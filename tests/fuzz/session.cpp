@@ -9,9 +9,7 @@
 #include "server/qorjmserver.h"
 
 namespace tlm::fuzz {
-
 namespace {
-
 constexpr std::int32_t kProcess = 0x7FFFFFFF;  // there is none of this id
 constexpr ORpcProgramKey kProgram{kJobManagerProgram, kJobManagerVersion};
 
@@ -108,7 +106,6 @@ class Play {
   std::array<platform::Socket, 3> clients_{};
   int beats_ = 0;
 };
-
 }  // namespace
 
 FUZZ(session) {
@@ -123,5 +120,4 @@ FUZZ(session) {
   Require(platform::ListNames(Disk() / "session").value() == StringList{".", "..", "other", "root"});
   std::filesystem::remove_all(Disk() / "session/root");
 }
-
 }  // namespace tlm::fuzz

@@ -8,9 +8,7 @@
 #include "tlmctl/texts.h"
 
 namespace tlm::fuzz {
-
 namespace {
-
 // Lets files come into a folder of their own, but for what would begin far behind. They are sent on from there.
 struct Files : FileTransferWatcher {
   ~Files() override { std::filesystem::remove_all(Disk() / "files"); }
@@ -70,7 +68,6 @@ struct SocketLike : MemoryStream {
     return MemoryStream::Read(buffer, length);
   }
 };
-
 }  // namespace
 
 FUZZ(requests) { PassTwice(input, false); }
@@ -109,5 +106,4 @@ FUZZ(tasks) try {
   Require(read.Unreadable == 0 && read.Jobs.size() == 1);
 } catch (int) {
 }
-
 }  // namespace tlm::fuzz

@@ -6,9 +6,7 @@
 
 namespace tlm::test {
 namespace {
-
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using ::testing::HasSubstr, ::testing::StartsWith;
 
 struct Analysis : ::testing::Test {
   ProgramEnd Run(const std::string& deck, const std::string& text) const {
@@ -71,11 +69,7 @@ TEST_F(Analysis, DoesNotDependOnOrderCaseCommentsAndLineEndsOfTheDeck) {
 TEST_F(Analysis, SaysWhatWentWrong) {
   const std::string head = "size 2 1\ngrid 20 10\nconductivity 50\nleft temperature 100\n";
   Disk.MakeDirectory("blocked.ppm/in the way");
-  const struct {
-    std::string File, Text;
-    int Code;
-    std::string Said;
-  } cases[] = {
+  const std::tuple<std::string, std::string, int, std::string> cases[] = {
       {"my.bad.inp",
        head + "size 2 1\ntop\nconductvity 5\nbottom convection 0 20\npace 1,5\nsource 5 on 1 2 3 4\n"
               "source 5 in 1 0 1 1",
@@ -100,14 +94,11 @@ TEST_F(Analysis, SaysWhatWentWrong) {
       {"slow.inp", head + "top convection 1 20\niterations 3\n", 2, "did not converge in 3 iterations"},
   };
   for (const auto& [file, text, code, said] : cases) {
-    const ProgramEnd end = Run(file, text);
-    EXPECT_EQ(end.ExitCode, code) << file;
-    EXPECT_THAT(end.Output, HasSubstr(said));
+    EXPECT_THAT(Run(file, text), Ends(code, HasSubstr(said))) << file;
   }
   EXPECT_TRUE(Disk.Has("slow.dat")) << "can be looked at";
   EXPECT_FALSE(Disk.Has("~blocked.ppm"));
   EXPECT_EQ(Run("none.inp").Output, "none.inp: cannot be read\n");
 }
-
 }  // namespace
 }  // namespace tlm::test

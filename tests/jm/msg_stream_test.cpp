@@ -7,13 +7,8 @@
 
 namespace tlm {
 namespace {
-
 TEST(MsgStream, TheLastPairOfACodeCounts) {
-  const struct {
-    const char* Text;
-    int Code;
-    std::optional<int> Expected;
-  } cases[] = {
+  const std::tuple<const char*, int, std::optional<int>> cases[] = {
       {"4 1\n4 2\n", 4, 2},
       {"4 1\n7\t-3\r\n\n", 7, -3},
       {"4 1", 4, 1},
@@ -34,6 +29,5 @@ TEST(MsgStream, TheLastPairOfACodeCounts) {
     EXPECT_FALSE(disk.Has("qorjmmsg.7"));
   }
 }
-
 }  // namespace
 }  // namespace tlm

@@ -8,9 +8,7 @@
 
 namespace tlm {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using ::testing::ElementsAre, ::testing::IsEmpty;
 
 TEST(ReceivedResults, AreHeldAgainstTheManifest) {
   const test::Sandbox disk;
@@ -45,6 +43,5 @@ TEST(ReceivedResults, AreListedInLinesThatStayWhole) {
   EXPECT_EQ(ManifestLine(MFile("/dir/a.b"), 10, 5), "crc:1:.b:612e62:10:5:0;\n");
   EXPECT_EQ(ManifestLine(MFile("/dir a:b/c"), 4000000000, -1), "crc:1:/dir_a_b/c:63:4000000000:-1:0;\n");
 }
-
 }  // namespace
 }  // namespace tlm

@@ -5,7 +5,6 @@
 
 namespace tlm {
 namespace {
-
 struct InstallPathTest : SettingsTest {
   std::string Find(const std::string& token) {
     Traced.clear();
@@ -43,6 +42,5 @@ TEST_F(InstallPathTest, AKeyEndsTheSearchWhateverItHoldsElseItIsTheOwnHomeOrAbov
     EXPECT_EQ(Find("tlm2010"), path) << line;
   }
 }
-
 }  // namespace
 }  // namespace tlm

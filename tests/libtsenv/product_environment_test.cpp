@@ -1,13 +1,13 @@
-// Named settings: from where they come, what they are below home, and what is kept of them.
+// Named settings: from where they come, what they are below home, and what is kept of them. The product that is meant.
 #include "libtsenv/product_environment.h"
 
 #include <cstdlib>
 
+#include "libtsenv/runtime_identity.h"
 #include "settings_fixture.h"
 
 namespace tlm {
 namespace {
-
 // The only way to an empty variable is to inherit it.
 const int inherited = ::setenv("INHERITED_EMPTY", "", 1);
 
@@ -41,9 +41,7 @@ TEST_F(ProductEnvironmentTest, TakesAVariableFromTheFirstPlaceThatHasIt) {
 }
 
 TEST_F(ProductEnvironmentTest, LooksUnderTheKeyOfProductAndRelease) {
-  const struct {
-    const char *Code, *Release, *Key;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
       {"", "", "SOFTWARE\\Corvanta\\Corvanta Tessarine Lumora\\2010"},
       {"ksb", "ksb2011", "SOFTWARE\\Corvanta\\Corvanta Tessarine Kestrel\\2011"},
       {"vrk", "2012a", "SOFTWARE\\Corvanta\\Corvanta Tessarine Vireo\\2012a"},
@@ -88,11 +86,7 @@ TEST_F(ProductEnvironmentTest, GenericNamesFallBackToPlacesBelowHomeAndAreKept) 
 }
 
 TEST(SlotVariable, IsThePrefixAndTheRestOfTheGenericNameButForTwoProducts) {
-  const struct {
-    int Product;
-    std::string Prefix;
-    std::vector<std::string> Names;
-  } cases[] = {
+  const std::tuple<int, std::string, std::vector<std::string>> cases[] = {
       {0, "TSQOR", {"HOME", "USER_HOME"}},
       {1, "KSB", {"USER_TMP", "LOCAL_UDB"}},
       {4, "DWE", {"HOME", "UDB"}},
@@ -111,5 +105,21 @@ TEST(SlotVariable, IsThePrefixAndTheRestOfTheGenericNameButForTwoProducts) {
   EXPECT_EQ(variable(6, "USER_HOME"), "GRT_HOME");
 }
 
+TEST_F(ProductEnvironmentTest, IsThatOfTheProductWhoseWordStandsInTheProgramsPath) {
+  const std::tuple<const char*, const char*, const char*, int> cases[] = {
+      {"/opt/tlm/bin/KSBJM", "", "Corvanta Tessarine Lumora 2010 Job Manager", 20317},
+      {"./ksbjm.exe", "ksb", "Corvanta Tessarine Kestrel 2010 Job Manager", 20615},
+      {"/vrkjm/tlmjm", "vrk", "Corvanta Vireo Link 2010 Job Manager", 20700},
+  };
+  for (const auto& [path, code, longName, port] : cases) {
+    Set("TS_BUILDCODE", "");
+    Set("TS_BUILDREL", "");
+    RuntimeIdentity identity;
+    DetectClient(path, identity);
+    EXPECT_EQ(identity.DefaultPort, port) << path;
+    EXPECT_EQ(identity.RUNTIME_JM_LONG_NAME, longName) << path;
+    EXPECT_EQ(platform::GetVariable("TS_BUILDCODE").value_or(""), code) << path;
+  }
+}
 }  // namespace
 }  // namespace tlm

@@ -5,7 +5,6 @@
 
 namespace tlm {
 namespace {
-
 struct RegistryTest : SettingsTest {
   // The string value NAME of the key, or "none".
   std::string Read(const std::string& hive) const {
@@ -49,6 +48,5 @@ TEST_F(RegistryTest, PutsWhatFollowsTheMarkBelowTheDocumentsFolder) {
   EXPECT_EQ(ReadLine("%MY_DOCUMENTS%//sub"), Disk / "home/My \"Papers\"/sub");
   EXPECT_EQ(ReadLine("%MY_DOCUMENTS%sub"), "%MY_DOCUMENTS%sub");
 }
-
 }  // namespace
 }  // namespace tlm

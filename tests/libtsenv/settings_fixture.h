@@ -10,7 +10,6 @@
 #include "support/sandbox.h"
 
 namespace tlm {
-
 class SettingsTest : public ::testing::Test {
  public:
   SettingsTest() {
@@ -37,5 +36,4 @@ class SettingsTest : public ::testing::Test {
  private:
   std::map<std::string, std::string> former_;
 };
-
 }  // namespace tlm

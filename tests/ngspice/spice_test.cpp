@@ -7,7 +7,6 @@
 
 namespace tlm::test {
 namespace {
-
 struct Spice : Tlmctl {
   void SetUp() override {
     if (RunProgram({"/usr/bin/env", "ngspice", "--version"}).ExitCode != 0) GTEST_SKIP() << "ngspice is not installed";
@@ -31,8 +30,7 @@ struct Spice : Tlmctl {
 TEST_F(Spice, BringsBackWaveformsOfTheRightTimeConstant) {
   CopyDeck("rc-step.cir");
   CopyDeck("rc-sweep.cir");
-  const ProgramEnd step = Ctl({"run", "spice", "rc-step.cir"});
-  ASSERT_EQ(step.ExitCode, 0) << step.Output;
+  ASSERT_THAT(Ctl({"run", "spice", "rc-step.cir"}), Ends(0, testing::_));
   EXPECT_THAT(disk.Read("rc-step.log"), HasSubstr("No. of Data Rows"));
   const std::vector<double> points = Values("rc-step.raw");  // time, v(in), v(out), i(v1)
   std::size_t i = 0;
@@ -61,9 +59,7 @@ TEST_F(Spice, FailsWhereNgspiceDoesAndWhereItOughtTo) {
                {".control\nop\nquit 3\n.endc\n", "", 3}};
   for (const auto& [cards, text, code] : cases) {
     disk.Write("deck.cir", source + cards + ".end\n");
-    const ProgramEnd run = Ctl({"run", "spice", "deck.cir"});
-    EXPECT_EQ(run.ExitCode, code) << cards;
-    EXPECT_THAT(run.Output, HasSubstr(text));
+    EXPECT_THAT(Ctl({"run", "spice", "deck.cir"}), Ends(code, HasSubstr(text))) << cards;
   }
   EXPECT_EQ(disk.Read("reports").find("succeeded"), std::string::npos);
   disk.Write("deck.cir", source + ".control\nset filetype=ascii\nop\nwrite deck.raw\nquit\n.endc\n.end\n");
@@ -81,6 +77,5 @@ TEST_F(Spice, ReportsHowFarItIsAndStopsWithItsJob) {
   const int group = std::stoi(disk.Read("reports"));  // the first word is the wrapper's id
   EXPECT_TRUE(Eventually([&] { return kill(-group, 0) != 0; })) << "ngspice is still there";
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -7,7 +7,6 @@
 
 namespace tlm::platform {
 namespace {
-
 const int inherited = ::setenv("TSTEST_EMPTY", "", 1);
 
 TEST(Environment, TellsAnEmptyVariableFromNoneAndKeepsTheOrderInWhichEntriesWereMade) {
@@ -29,6 +28,5 @@ TEST(Environment, MayBeReadWhileAnotherThreadChangesIt) {
   });
   for (int i = 0; i < 2000; ++i) EXPECT_NE(GetVariable("TSTEST_T" + std::to_string(i % 50)), "");
 }
-
 }  // namespace
 }  // namespace tlm::platform

@@ -9,7 +9,6 @@
 
 namespace tlm::platform {
 namespace {
-
 namespace fs = std::filesystem;
 
 struct FilesOnDisk : ::testing::Test {
@@ -48,6 +47,5 @@ TEST_F(FilesOnDisk, HaveDirectoriesForTheOwnerAlone) {
   ASSERT_TRUE(directory && directory->starts_with(disk / "tq"));
   EXPECT_EQ(fs::status(*directory).permissions(), fs::perms::owner_all);
 }
-
 }  // namespace
 }  // namespace tlm::platform

@@ -1,14 +1,15 @@
-// What a machine tells of itself: made-up machines under a root of the test's own.
+// What a machine tells of itself, made-up ones under a root of the test's own, and what is reached of this one.
 #include "platform/machine.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "platform/host.h"
+#include "platform/socket.h"
+#include "support/raw_connection.h"
 #include "support/sandbox.h"
 
 namespace tlm {
 namespace {
-
 struct Machine : ::testing::Test {
   test::Sandbox Disk;
 
@@ -58,5 +59,14 @@ TEST_F(Machine, NamesItsLastGraphicsAdapter) {
   EXPECT_EQ(Graphics(), "Maker Model 4, fast 535.183");
 }
 
+TEST(Listening, TellsTheAddressesAtWhichAPortIsOpen) {
+  auto everywhere = std::make_unique<test::RawListener>();
+  const std::uint16_t port = everywhere->Port();
+  EXPECT_THAT(platform::ListeningAddresses(port), testing::Optional(testing::ElementsAre(0)));
+  everywhere.reset();
+  EXPECT_THAT(platform::ListeningAddresses(port), testing::Optional(testing::IsEmpty()));
+  EXPECT_TRUE(platform::IsOwnAddress(*platform::ParseAddress("127.0.0.1")));
+  EXPECT_FALSE(platform::IsOwnAddress(*platform::ParseAddress("192.0.2.1")));
+}
 }  // namespace
 }  // namespace tlm

@@ -2,7 +2,6 @@
 #include "platform/process.h"
 
 #include <csignal>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -14,7 +13,6 @@
 
 namespace tlm::platform {
 namespace {
-
 using namespace std::chrono_literals;
 using test::kPatience;
 
@@ -151,6 +149,5 @@ TEST(StopEvent, IsSetByItsNameAndTakesThePlaceOfOneThatWasLeftBehind) {
   }
   EXPECT_FALSE(SetStopEvent(name)) << "the name goes with the event";
 }
-
 }  // namespace
 }  // namespace tlm::platform

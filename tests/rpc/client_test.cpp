@@ -1,6 +1,4 @@
 // Calls of a client whose peer the test plays by hand.
-#include <gtest/gtest.h>
-
 #include "rpc/orpcclient.h"
 #include "rpc/orpcerror.h"
 #include "support/eventually.h"
@@ -8,12 +6,9 @@
 
 namespace tlm {
 namespace {
-
 using test::RawConnection, test::RawListener, test::Record, test::Reply, test::U32;
 
-constexpr std::uint32_t kProgram = 0x7E57;
-constexpr std::uint32_t kOneWay = 31;
-constexpr std::uint32_t kTwoWay = 10;
+constexpr std::uint32_t kProgram = 0x7E57, kOneWay = 31, kTwoWay = 10;
 
 struct ClientTest : ::testing::Test {
   RawListener Listener;
@@ -88,14 +83,12 @@ TEST_F(ClientTest, APingFindsOutWhenThePeerHasGone) {
 }
 
 TEST_F(ClientTest, AConnectClosesTheFormerConnectionAlsoWhenItFails) {
-  RawConnection first = ConnectedPeer();
-  RawConnection second = ConnectedPeer();
+  RawConnection first = ConnectedPeer(), second = ConnectedPeer();
   EXPECT_TRUE(first.IsClosedByPeer());
   EXPECT_THROW(Client.Connect("127.0.0.1", test::FreePort()), OrpcSocketError);
   EXPECT_TRUE(second.IsClosedByPeer());
   EXPECT_THROW(Client.BeginCall(0), OrpcSocketError);
   EXPECT_THROW(Client.Connect(std::string(300, 'x'), 0), OrpcSocketError);
 }
-
 }  // namespace
 }  // namespace tlm

@@ -3,13 +3,11 @@
 
 namespace tlm::test {
 namespace {
-
 struct Dependants : JobTest {};
 
 TEST_F(Dependants, WaitForTheirPredecessorAndFailWithIt) {
   const std::uint64_t a = Submit(Do(Wait("a")));
-  const std::uint64_t b = Submit(Succeed(":"), a);
-  const std::uint64_t c = Submit(Succeed(":"), b);
+  const std::uint64_t b = Submit(Succeed(":"), a), c = Submit(Succeed(":"), b);
   const std::uint64_t good = Submit(Succeed("sleep 0.3; touch done"));
   const std::uint64_t next = Submit(Succeed("test -e done && echo behind"), good);
   AwaitNumber("a");
@@ -47,9 +45,7 @@ TEST_F(Dependants, ThatRunAreKilledWhenTheJobThatSubmittedThemFails) {
   const std::int32_t pid = AwaitNumber("created");
   EXPECT_TRUE(Client.RemoveJob(creator));
   EXPECT_TRUE(IsGone(pid));
-  for (std::uint64_t handle : {creator, created, waiting}) {
-    EXPECT_EQ(Client.AwaitEnd(handle).Status, std::uint32_t{Aborted});
-  }
+  for (std::uint64_t job : {creator, created, waiting}) EXPECT_EQ(Client.AwaitEnd(job).Status, std::uint32_t{Aborted});
   EXPECT_EQ(Client.Get(created).ExitCode, 0U);
 }
 
@@ -69,12 +65,9 @@ TEST_F(Dependants, ThatVanishedOrWereRemovedBlockNothing) {
 }
 
 TEST_F(Dependants, OfFinishedJobsAreSweptWithThemWhenAllAreAborted) {
-  const std::uint64_t first = Submit(Succeed(":"));
-  const std::uint64_t second = Submit(Succeed(":"), first);
-  const std::uint64_t third = Submit(Succeed(":"), second);
-  const std::uint64_t queued = SubmitQueued(Succeed(":"));
-  const std::uint64_t running = Submit(Do(Wait("running")));
-  const std::uint64_t behind = Submit(Succeed(":"), running);
+  const std::uint64_t first = Submit(Succeed(":")), second = Submit(Succeed(":"), first);
+  const std::uint64_t third = Submit(Succeed(":"), second), queued = SubmitQueued(Succeed(":"));
+  const std::uint64_t running = Submit(Do(Wait("running"))), behind = Submit(Succeed(":"), running);
   Client.Await(third, {Finished});
   const std::int32_t pid = AwaitNumber("running");
   EXPECT_TRUE(Client.AbortAllJobs());
@@ -104,6 +97,5 @@ TEST_F(Dependants, AreRetiredWithAKilledJobThatGoesOnceOnly) {
   EXPECT_THAT(log, HasSubstr("Deleting job from server [job1.in] status[6]\n"));
   EXPECT_EQ(log.find("[job1.in]"), log.rfind("[job1.in]")) << log;
 }
-
 }  // namespace
 }  // namespace tlm::test

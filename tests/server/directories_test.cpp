@@ -8,7 +8,6 @@
 
 namespace tlm::test {
 namespace {
-
 using std::chrono::hours;
 
 struct Directories : ::testing::Test {
@@ -17,8 +16,7 @@ struct Directories : ::testing::Test {
   Environment Settings() const { return {{"TSQOR_TMP", Root.Root()}}; }
   std::string Table() const { return Root.Read("tlm2010.sta"); }
   static std::string Map(JobClient& client, const std::string& key) {
-    std::string directory;
-    EXPECT_TRUE(client.MapClientDirectory(key, directory));
+    const std::string directory = client.Map(key);
     EXPECT_TRUE(std::filesystem::is_directory(directory)) << directory;
     return directory;
   }
@@ -34,8 +32,7 @@ struct Directories : ::testing::Test {
 };
 
 TEST_F(Directories, BelongToAHostAndAKeyAcrossConnectionsAndRestarts) {
-  std::string first;
-  std::string second;
+  std::string first, second;
   {
     ServerProcess server(Settings());
     JobClient client(server.Port());
@@ -77,22 +74,17 @@ TEST_F(Directories, ThatCannotBeMadeHaveNamesOfTheirOwn) {
   JobClient client(server.Port());
   std::set<std::string> names;
   for (const char* key : {"a", "b", "c"}) {
-    std::string directory;
-    EXPECT_TRUE(client.MapClientDirectory(key, directory));
-    EXPECT_THAT(directory, StartsWith(Root / "file/root/tq"));
-    names.insert(directory);
+    const auto [name, isNew] = names.insert(client.Map(key));
+    EXPECT_THAT(*name, StartsWith(Root / "file/root/tq"));
+    EXPECT_TRUE(isNew) << *name;
   }
-  EXPECT_EQ(names.size(), 3U);
 }
 
 TEST_F(Directories, GoByAgeWithTheirRecordsUnlessAJobIsInThem) {
-  const std::string old = Used("old", hours(24 * 8));
-  const std::string young = Used("young", hours(24 * 6));
-  const std::string mixed = Used("mixed", hours(24 * 8));
+  const std::string old = Used("old", hours(24 * 8)), young = Used("young", hours(24 * 6));
+  const std::string mixed = Used("mixed", hours(24 * 8)), deep = Used("deep", hours(24 * 8)), gone = Root / "gone";
   Root.Write("mixed/new");
-  const std::string deep = Used("deep", hours(24 * 8));
   Root.MakeDirectory("deep/below");
-  const std::string gone = Root / "gone";
   Sandbox elsewhere;
   elsewhere.Write("file");
   std::filesystem::last_write_time(elsewhere / "file", std::filesystem::file_time_type() + hours(1));
@@ -109,10 +101,7 @@ TEST_F(Directories, GoByAgeWithTheirRecordsUnlessAJobIsInThem) {
   EXPECT_TRUE(Root.Has("young/file") && Root.Has("mixed/new") && Root.Has("deep/below") && elsewhere.Has("file"));
   EXPECT_FALSE(Root.Has("mixed/file") || Root.Has("deep/file"));
 
-  Submission job;
-  job.WorkDir = "mine";
-  job.RunClass = kRunQueued;
-  EXPECT_NE(client.SubmitJob(job), 0U);
+  EXPECT_NE(client.SubmitJob(JobIn("mine", "", "", kRunQueued)), 0U);
   Map(client, "other");  // would take an empty directory that is no job's
   EXPECT_THAT(Table(), HasSubstr(mine));
   EXPECT_TRUE(std::filesystem::is_directory(mine));
@@ -158,7 +147,6 @@ TEST_F(Directories, SurviveARewriteThatWasBrokenOffOrCannotBeMade) {
 }
 
 TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
-  using ::testing::AnyOf;
   std::map<std::string, std::string> answered;
   const Sandbox here;
   const FileTransferList files{{{Root / "target", here.Write("source", std::string(9000, 'x'))}}};
@@ -175,8 +163,7 @@ TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
       for (const auto& [key, directory] : answered) EXPECT_EQ(Map(client, key), directory);
       for (int i = 0;; ++i) {
         const std::string key = std::to_string(round) + "/" + std::to_string(i);
-        std::string directory;
-        client.MapClientDirectory(key, directory);
+        const std::string directory = client.Map(key);
         std::ofstream(directory + "/kept") << key;  // an empty directory would go in the next sweep
         answered[key] = directory;
         client.SetServerPool(i % 2 == 0 ? StringList{"peer1", "peer2"} : StringList{"other"});
@@ -187,7 +174,7 @@ TEST_F(Directories, AreNeverForgottenWhenTheServerIsKilled) {
     }
     killer.join();
     server.Kill();
-    EXPECT_THAT(Root.Read("tlm2010_dp.sta"), AnyOf("peer1\npeer2\n", StartsWith("other\n")));
+    EXPECT_THAT(Root.Read("tlm2010_dp.sta"), testing::AnyOf("peer1\npeer2\n", StartsWith("other\n")));
     EXPECT_EQ(Root.Read("target"), Root.Has("target") ? std::string(9000, 'x') : "");
   }
   EXPECT_FALSE(answered.empty());
@@ -220,18 +207,14 @@ TEST_F(Directories, AreEmptiedWhenTheRootMoves) {
   EXPECT_EQ(expiry, 0U);
   EXPECT_FALSE(std::filesystem::exists(old) || Root.Has("tlm2010.sta") || Root.Has("tlm2010_dp.sta"));
   EXPECT_THAT(Map(client, "a"), StartsWith(next / "tq"));
-  StringList pool;
-  client.GetServerPool({pool});
-  EXPECT_THAT(pool, ElementsAre("peer1", "peer2")) << "without a file the names in memory stay";
+  EXPECT_THAT(client.Pool(), ElementsAre("peer1", "peer2")) << "without a file the names in memory stay";
   next.Write("tlm2010_dp.sta", " one\ttwo\n\nthree");
   Map(client, "b");
-  client.GetServerPool({pool});
-  EXPECT_THAT(pool, ElementsAre("one", "two", "three"));
+  EXPECT_THAT(client.Pool(), ElementsAre("one", "two", "three"));
   client.SetServerPool({});
   EXPECT_TRUE(Eventually([&] { return next.Read("tlm2010_dp.sta").empty(); }));
   Map(client, "c");
-  client.GetServerPool({pool});
-  EXPECT_THAT(pool, IsEmpty());
+  EXPECT_THAT(client.Pool(), IsEmpty());
 }
 
 TEST_F(JobTest, TheRootCannotMoveWhileAJobRuns) {
@@ -244,6 +227,5 @@ TEST_F(JobTest, TheRootCannotMoveWhileAJobRuns) {
   Client.AwaitEnd(job);
   EXPECT_TRUE(Client.SetTempRoot(next.Root(), 60));
 }
-
 }  // namespace
 }  // namespace tlm::test

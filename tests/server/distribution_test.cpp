@@ -2,13 +2,10 @@
 #include <csignal>
 #include <random>
 
-#include "rpc/orpcerror.h"
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 using std::chrono::seconds;
 
 // Hosts 127.0.0.2, 127.0.0.3 and so on, each with a port of its own that all of them know.
@@ -57,15 +54,11 @@ struct Distribution : ::testing::Test {
   }
 
   Submission NewJob(const std::string& name, const std::string& text) {
-    Submission job;
-    job.AnalysisID = job.ResultStem = job.InputStem = name;
-    job.InputFile = name + ".in";
-    job.WorkDir = Here.MakeDirectory(name) + "/";
-    job.Command = "do '" + text + "; cat " + job.InputFile + " >" + name + ".out; echo 4 1 > qorjmmsg.$$'";
-    job.RunClass = kRunDistributed;
-    std::string directory;
-    Client->MapClientDirectory(job.WorkDir, directory);
-    EXPECT_TRUE(Client->PutFiles({{{directory + "/" + job.InputFile, Here.Write(name + "/" + job.InputFile, name)}}}));
+    const std::string input = name + ".in", directory = Here.MakeDirectory(name) + "/";
+    EXPECT_TRUE(Client->PutFiles({{{Client->Map(directory) + "/" + input, Here.Write(name + "/" + input, name)}}}));
+    const std::string command = "do '" + text + "; cat " + input + " >" + name + ".out; echo 4 1 > qorjmmsg.$$'";
+    Submission job = JobIn(directory, command, name, kRunDistributed);
+    job.InputFile = input;
     return job;
   }
   std::uint64_t Submit(const std::string& name, const std::string& text = ":", std::uint64_t predecessor = 0) {
@@ -85,18 +78,12 @@ struct Distribution : ::testing::Test {
   }
   void ExpectResults(std::uint64_t handle, const std::string& name) {
     Client->Await(handle, {Finished});
-    FileTransferList files;
-    EXPECT_TRUE(Client->RequestResults(handle, files)) << name;
+    EXPECT_TRUE(Client->Fetch(handle)) << name;
     EXPECT_EQ(Here.Read(name + "/" + name + ".out"), name);
     Client->ResultsReceived(handle);
   }
   std::string Trace(std::size_t i = 0) { return (*Servers)[i].Output(); }
-  std::size_t Runs(std::size_t i) {
-    const std::string trace = Trace(i);
-    std::size_t runs = 0;
-    for (std::size_t at = 0; (at = trace.find("Spawning job : ", at)) != std::string::npos; ++at) ++runs;
-    return runs;
-  }
+  std::size_t Runs(std::size_t i) { return Count(Trace(i), "Spawning job : "); }
 
  private:
   int busy_ = 0;
@@ -116,8 +103,8 @@ TEST_F(Distribution, TakesAJobToAPeerAndBringsAllOfItBack) {
   EXPECT_TRUE(Eventually([&] { return Client->Output(job) == "one\n"; })) << "somebody listens";
   EXPECT_THAT(Trace(), AllOf(HasSubstr("Distributing job second\nTrying...127.0.0.3. BEST: 127.0.0.3\n"),
                              HasSubstr("Status of second now 3\n")));
-  EXPECT_TRUE(Eventually(
-      [&] { return Trace().find("Distributing job third...predecessor not complete\n") != std::string::npos; }));
+  EXPECT_TRUE(
+      Eventually([&] { return (*Servers)[0].HasPrinted("Distributing job third...predecessor not complete\n"); }));
   Here.Write("go");
   ExpectResults(job, "second");
   ExpectResults(next, "third");
@@ -129,8 +116,7 @@ TEST_F(Distribution, TakesAJobToAPeerAndBringsAllOfItBack) {
   Client->ReadOutput(verbose, 39999998, tail);
   EXPECT_EQ(tail, std::string(2, '\0')) << "more than one answer can hold";
 
-  const std::uint64_t failing = Submit("fails", "exit 1");
-  const std::uint64_t dependant = Submit("waits", ":", failing);
+  const std::uint64_t failing = Submit("fails", "exit 1"), dependant = Submit("waits", ":", failing);
   Client->Await(failing, {Aborted});
   Client->Await(dependant, {Aborted});
   EXPECT_EQ(JobClient((*Servers)[1].Port()).Jobs().size(), 1U) << "only the one that failed stays there";
@@ -163,8 +149,7 @@ TEST_F(Distribution, SharesABurstAmongServersThatAllNameEachOther) {
 TEST_F(Distribution, PlacesTheJobsOfALostPeerAgain) {
   Begin(2, {Pool::Host(1)});
   Occupy("free");
-  const std::uint64_t job = Submit("job", Wait("go"));
-  const std::uint64_t removed = Submit("removed");
+  const std::uint64_t job = Submit("job", Wait("go")), removed = Submit("removed");
   Client->Await(job, {Running});
   EXPECT_TRUE(Client->RemoveJob(removed)) << "it waits, and is not placed any more";
   (*Servers)[1].Kill();
@@ -188,8 +173,7 @@ TEST_F(Distribution, FetchesResultsAgainWhoseTransferWasBrokenOff) {
   Begin(2, {Pool::Host(1)});
   Occupy("free");
   const std::uint64_t job = Submit("large", "truncate -s 400M large.big");
-  std::string directory;
-  Client->MapClientDirectory(Here.Root() + "/large/", directory);
+  const std::string directory = Client->Map(Here.Root() + "/large/");
   EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(directory + "/large.big.tmp"); }));
   (*Servers)[1].Kill();
   EXPECT_FALSE(std::filesystem::exists(directory + "/large.big")) << "nothing takes its place before it is whole";
@@ -197,8 +181,7 @@ TEST_F(Distribution, FetchesResultsAgainWhoseTransferWasBrokenOff) {
   Client->Await(job, {Finished});
   EXPECT_EQ(std::filesystem::file_size(directory + "/large.big"), 400U << 20);
   (*Servers)[1].Kill();
-  FileTransferList files;
-  EXPECT_TRUE(Client->RequestResults(job, files)) << "what has come needs the peer no more";
+  EXPECT_TRUE(Client->Fetch(job)) << "what has come needs the peer no more";
   EXPECT_EQ(std::filesystem::file_size(Here / "large/large.big"), 400U << 20);
   Servers->Start(1);
 
@@ -210,8 +193,7 @@ TEST_F(Distribution, FetchesResultsAgainWhoseTransferWasBrokenOff) {
 }
 
 TEST_F(Distribution, GoesOnBesidePeersThatDoNotAnswerOrAnswerNonsense) {
-  RawListener silent;
-  RawListener mad;
+  RawListener silent, mad;
   Begin(2, {"127.0.0.8", "127.0.0.9", "nowhere.invalid", Pool::Host(1)},
         {{"TSQOR_JMPORT_127.0.0.8", std::to_string(silent.Port())},
          {"TSQOR_JMPORT_127.0.0.9", std::to_string(mad.Port())}});
@@ -264,10 +246,7 @@ TEST_F(Distribution, AsksAPeerInAnOrderThatIsAlwaysTheSame) {
     EXPECT_TRUE(Eventually([&] { return Client->Get(job).Progress == static_cast<std::int32_t>(progress); }));
   }
   // The manifest speaks of a file that is not there.
-  const std::string list = [&] {
-    const std::string directory = "/tmp/tlm-nowhere/";
-    return U32(1) + Text(directory + "job.crc") + Text("x") + U32(0) + U32(0);
-  }();
+  const std::string list = U32(1) + Text("/tmp/tlm-nowhere/job.crc") + Text("x") + U32(0) + U32(0);
   expect(0, "");
   expect(23, state(Running, 1, 30));
   expect(0, "");
@@ -275,8 +254,8 @@ TEST_F(Distribution, AsksAPeerInAnOrderThatIsAlwaysTheSame) {
   expect(35, "");  // nothing that can be read is missing
   expect(0, "");
   expect(23, state(kProgressNotice, 0, 99));
-  expect(23,
-         state(0, 0, 0).substr(0, state(0, 0, 0).size() - 4) + U32(0));  // it has left by that answer: it had finished
+  const std::string none = state(0, 0, 0);
+  expect(23, none.substr(0, none.size() - 4) + U32(0));  // it has left by that answer: it had finished
   expect(0, "");
   expect(0, "");
   Client->Await(job, {Finished});
@@ -314,6 +293,5 @@ TEST_F(Distribution, LosesNoJobWhateverHappensToThePeers) {
   for (std::size_t peer : {1U, 2U}) Servers->Signal(peer, SIGCONT);
   for (const auto& [handle, name] : jobs) ExpectResults(handle, name);
 }
-
 }  // namespace
 }  // namespace tlm::test

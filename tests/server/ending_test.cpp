@@ -3,7 +3,6 @@
 
 namespace tlm::test {
 namespace {
-
 using std::chrono::seconds;
 
 struct Ending : JobTest {
@@ -37,47 +36,34 @@ TEST_F(Ending, OfARemovedJobDependsOnHowFarItCame) {
       Submit(Do("(echo $$; exec sleep 600) >group & echo $! >grandchild; echo $$ >child; wait"));
   const std::uint64_t chain = Submit(Do("echo $$ >chain; sleep 600") + ";" + Do("touch never"));
   const std::uint64_t open = Submit(Do("echo $$ >open; sleep 600") + "; do 'never closed");
-  const std::uint64_t queued = SubmitQueued(Do(":"));
-  const std::uint64_t failed = Submit(Do(":"));
-  const std::uint64_t finished = Submit(Succeed(":"));
-  const std::int32_t child = AwaitNumber("child");
-  const std::int32_t grandchild = AwaitNumber("grandchild");
-  const std::int32_t first = AwaitNumber("chain");
-  const std::int32_t second = AwaitNumber("open");
+  const std::uint64_t queued = SubmitQueued(Do(":")), failed = Submit(Do(":")), finished = Submit(Succeed(":"));
+  const std::int32_t processes[] = {AwaitNumber("child"), AwaitNumber("grandchild"), AwaitNumber("chain"),
+                                    AwaitNumber("open")};
   Client.Await(finished, {Finished});
   Client.Await(failed, {Aborted});
 
-  EXPECT_LT(TimeOf([&] {
-              for (std::uint64_t handle : {running, running, chain, open, queued, failed, finished}) {
-                EXPECT_TRUE(Client.RemoveJob(handle));
-              }
-            }),
-            seconds(5))
-      << "without an event there is no wait";
+  const HandleList all{running, running, chain, open, queued, failed, finished};
+  const auto removeAll = [&] { std::ranges::for_each(all, [&](auto job) { EXPECT_TRUE(Client.RemoveJob(job)); }); };
+  EXPECT_LT(TimeOf(removeAll), seconds(5)) << "without an event there is no wait";
   EXPECT_FALSE(Client.RemoveJob(finished)) << "it has gone";
-  for (std::int32_t pid : {child, grandchild, first, second}) EXPECT_TRUE(IsGone(pid));
+  for (std::int32_t pid : processes) EXPECT_TRUE(IsGone(pid));
   for (std::uint64_t handle : {running, chain, open, queued, failed}) {
-    const Task task = Client.AwaitEnd(handle);
-    EXPECT_EQ(task.Status, std::uint32_t{Aborted});
-    EXPECT_EQ(task.ExitCode, 0U) << "terminated";
+    EXPECT_EQ(Client.Await(handle, {Aborted}).ExitCode, 0U) << "terminated";
   }
   EXPECT_FALSE(Work.Has("never")) << "nothing of a chain is started behind a kill";
-  HandleList removed;
+  HandleList removed, lastOnes;
   Client.ListRemovedJobs(removed);
-  EXPECT_THAT(removed, ElementsAre(running, running, chain, open, queued, failed, finished));
+  EXPECT_EQ(removed, all);
   EXPECT_THAT(Client.Jobs(), ElementsAre(running, chain, open, queued, failed)) << "these wait to be released";
   EXPECT_EQ(Client.GetJobCount(), 0U);
   for (int i = 0; i < 100; ++i) Client.RemoveJob(queued);
-  HandleList lastOnes;
   Client.ListRemovedJobs(lastOnes);
   EXPECT_EQ(lastOnes, HandleList(100, queued));
 }
 
 TEST_F(Ending, IsAskedForByAnEventBeforeItIsForced) {
-  const std::uint64_t obedient = Submit("polite obey obedient");
-  const std::uint64_t stubborn = Submit("polite ignore stubborn");
-  const std::int32_t first = AwaitNumber("obedient");
-  const std::int32_t second = AwaitNumber("stubborn");
+  const std::uint64_t obedient = Submit("polite obey obedient"), stubborn = Submit("polite ignore stubborn");
+  const std::int32_t first = AwaitNumber("obedient"), second = AwaitNumber("stubborn");
   EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Client.RemoveJob(obedient)); }), seconds(5));
   EXPECT_TRUE(IsGone(first));
   Client.AwaitEnd(obedient);
@@ -129,9 +115,7 @@ TEST_F(Ending, OfTheServerLeavesNoProcessBehindAndWaitsForAllSideBySide) {
 
   Work.Write("stop");
   EXPECT_TRUE(IsGone(AwaitNumber("leader")));
-  int exitCode = -1;
-  EXPECT_LT(TimeOf([&] { exitCode = Server.Stop(); }), seconds(15));
-  EXPECT_EQ(exitCode, 0);
+  EXPECT_LT(TimeOf([&] { EXPECT_EQ(Server.Stop(), 0); }), seconds(15));
   for (std::int32_t pid : processes) EXPECT_TRUE(IsGone(pid)) << pid;
   EXPECT_FALSE(Work.Has("never"));
 }
@@ -144,7 +128,7 @@ TEST_F(Ending, OfAProcessWhoseJobWasReleasedGivesItsSlotBack) {
   const std::int32_t pid = AwaitNumber("pid");
   const std::uint64_t next = SubmitQueued(Succeed("test -e end && echo behind"));
   Client.ReleaseJob(released);
-  EXPECT_EQ(Client.Await(released, {Running}).Status, std::uint32_t{Running});
+  Client.Await(released, {Running});
   EXPECT_THAT(Client.Jobs(), ElementsAre(next));
   EXPECT_FALSE(Client.RemoveJob(released));
   EXPECT_EQ(Client.GetJobCount(), 1U) << "its slot is still taken";
@@ -154,6 +138,5 @@ TEST_F(Ending, OfAProcessWhoseJobWasReleasedGivesItsSlotBack) {
   EXPECT_EQ(Client.Output(next), "behind\n");
   EXPECT_TRUE(Eventually([&] { return Client.GetJobCount() == 0; }));
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -6,7 +6,6 @@
 
 namespace tlm::test {
 namespace {
-
 // Two bytes per character, low byte first.
 std::string FailureText(const std::string& commandLine) {
   std::string wide;
@@ -50,17 +49,14 @@ TEST_F(Launch, GivesAProcessItsDirectoryArgumentsEnvironmentAndOutput) {
 
 TEST_F(Launch, RunsTheCommandsOfAChainInOrderAndKeepsTheLastWord) {
   const std::uint64_t chain = Submit(Do("echo one; exit 3") + ";; ; " + Succeed("echo two; sleep 1.2") + " ;  ");
-  const std::uint64_t failed = Submit("do exit 255");
-  const std::uint64_t recovered = Submit("do exit 255;" + Succeed(":"));
+  const std::uint64_t failed = Submit("do exit 255"), recovered = Submit("do exit 255;" + Succeed(":"));
   const std::uint64_t signalled = Submit(Do("kill -TERM $$"));
-  const Task task = Client.AwaitEnd(chain);
-  EXPECT_EQ(task.Status, std::uint32_t{Finished});
+  const Task task = Client.Await(chain, {Finished});
   EXPECT_EQ(task.ExitCode, 0U);
   EXPECT_EQ(task.ResultFlags, kResultsAvailable);
   EXPECT_GE(task.Elapsed, 1U);
   EXPECT_EQ(Client.Output(chain), "one\ntwo\n");
-  EXPECT_EQ(Client.AwaitEnd(failed).Status, std::uint32_t{LaunchFailed});
-  EXPECT_EQ(Client.Get(failed).ExitCode, 255U);
+  EXPECT_EQ(Client.Await(failed, {LaunchFailed}).ExitCode, 255U);
   EXPECT_EQ(Client.Await(recovered, {Finished}).ExitCode, 0U) << "a 255 that is followed by a command leaves no trace";
   EXPECT_EQ(Client.AwaitEnd(signalled).ExitCode, 143U);
 }
@@ -69,10 +65,10 @@ TEST_F(Launch, ClearsOlderResultsAwayUnlessTheyAreItsInput) {
   Submission kept = NewJob("do echo results");
   Submission cleared = NewJob("do echo nothing");
   cleared.InputStem = "other";
-  for (const char* suffix : {".in", ".dat", ".crc", ".rfn"}) {
-    for (const Submission* job : {&kept, &cleared}) Work.Write(job->ResultStem + suffix, "old");
+  for (const Submission& job : {kept, cleared}) {
+    for (const char* suffix : {".in", ".dat", ".crc", ".rfn"}) Work.Write(job.ResultStem + suffix, "old");
+    Client.AwaitEnd(Client.SubmitJob(job));
   }
-  for (const Submission& job : {kept, cleared}) Client.AwaitEnd(Client.SubmitJob(job));
   for (const std::string suffix : {".in", ".dat", ".crc", ".rfn"}) {
     EXPECT_TRUE(Work.Has(kept.ResultStem + suffix)) << suffix;
     EXPECT_EQ(Work.Has(cleared.ResultStem + suffix), suffix == ".in" || suffix == ".rfn") << suffix;
@@ -85,8 +81,7 @@ TEST_F(Launch, AppliesThePriorityThatTheJobHasWhenItStartsAndLaterOnes) {
   const std::uint64_t idle = Submit(Do(Wait("idle")));
   EXPECT_TRUE(Client.SetDefaultPriority(2));
   const std::uint64_t normal = Submit(Do(Wait("normal")));
-  const std::int32_t idlePid = AwaitNumber("idle");
-  const std::int32_t normalPid = AwaitNumber("normal");
+  const std::int32_t idlePid = AwaitNumber("idle"), normalPid = AwaitNumber("normal");
   EXPECT_TRUE(Eventually([&] { return niceOf(idlePid) == 19; }));
   EXPECT_EQ(Client.Get(idle).Priority, 1U);
   // A user who may not raise a priority stays at that of the server, which need not be the normal one.
@@ -110,9 +105,7 @@ TEST_F(Launch, ThatFailsIsToldInTheOutputAndFailsTheJobAlone) {
   const HandleList unfit{Submit("plain"), Submit("no_format"), Submit(" ; ;\t'' \"\" ;")};
   const std::uint64_t missing = Submit("missing \"a b\"; do echo never");
   const std::uint64_t open = Submit("do echo before; do 'never closed");
-  Submission nowhere = NewJob("do :");
-  nowhere.WorkDir = Work.Path("missing");
-  const std::uint64_t homeless = Client.SubmitJob(nowhere);
+  const std::uint64_t homeless = Client.SubmitJob(JobIn(Work / "missing", "do :"));
   const std::uint64_t huge = Submit("do " + std::string(1 << 20, 'x'));
 
   for (std::uint64_t handle : {unfit[0], unfit[1], unfit[2], missing, homeless, huge}) {
@@ -151,6 +144,5 @@ TEST_F(JobTest, WhatAJobPutsInThePlaceOfItsFilesHoldsNobodyUp) {
   EXPECT_TRUE(IsGone(pid));
   EXPECT_TRUE(Client.RemoveJob(device));
 }
-
 }  // namespace
 }  // namespace tlm::test

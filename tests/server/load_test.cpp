@@ -3,7 +3,6 @@
 
 namespace tlm::test {
 namespace {
-
 using std::chrono::milliseconds;
 
 struct Load : JobTest {
@@ -55,6 +54,5 @@ TEST_F(Load, OfALongChainIsAbortedInOneGo) {
   EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Client.AbortAllJobs()); }), std::chrono::seconds(3));
   EXPECT_EQ(Client.Get(last).Status, std::uint32_t{Aborted});
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -1,6 +1,5 @@
 // The real server among many connections, slow ones, broken ones and hostile ones.
 #include <deque>
-#include <gtest/gtest.h>
 #include <random>
 #include <signal.h>
 #include <sys/resource.h>
@@ -8,25 +7,13 @@
 
 #include "platform/limits.h"
 #include "support/eventually.h"
-#include "support/raw_connection.h"
 #include "support/server_process.h"
 
 namespace tlm::test {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMeasuresMemory = false;  // what a sanitizer keeps for itself comes on top
-#else
-constexpr bool kMeasuresMemory = true;
-#endif
 constexpr std::size_t kMegabyte = 1 << 20;
 
-constexpr std::uint32_t kNull = 0;
-constexpr std::uint32_t kHello = 1;
-constexpr std::uint32_t kPutFiles = 5;
-constexpr std::uint32_t kRequestResults = 24;
-constexpr std::uint32_t kRequiredLevel = 45;
-constexpr std::uint32_t kListJobs = 47;
+constexpr std::uint32_t kNull = 0, kHello = 1, kPutFiles = 5, kRequestResults = 24, kRequiredLevel = 45, kListJobs = 47;
 constexpr std::uint32_t kLargestRecord = 0x44000000;
 
 struct ServerLoop : ::testing::Test {
@@ -38,20 +25,19 @@ struct ServerLoop : ::testing::Test {
   bool Serves() { return Healthy.Ask(Call(kNull)) == Reply(); }
   // Once it is true, all earlier connections have been accepted, too.
   bool ServesNewcomers() const { return RawConnection(Server.Port()).Ask(Call(kNull)) == Reply(); }
-  bool HasPrinted(const std::string& text) const { return Server.Output().find(text) != std::string::npos; }
-  std::ptrdiff_t OpenDescriptors() const {
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(Server.Pid()) + "/fd");
-    return std::distance(begin(entries), end(entries));
-  }
   // Clock ticks of its own and of the system on its behalf.
   long ProcessorTime() const {
     std::ifstream fields("/proc/" + std::to_string(Server.Pid()) + "/stat");
     std::string skipped;
     for (int field = 1; field < 14; ++field) fields >> skipped;
-    long user = 0;
-    long system = 0;
+    long user = 0, system = 0;
     fields >> user >> system;
     return user + system;
+  }
+  void ExpectMemoryBelow([[maybe_unused]] std::size_t limit) const {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // what they keep for themselves comes on top
+    EXPECT_LT(Server.PeakMemory(), limit);
+#endif
   }
   // A request for results whose reply carries the server's file.
   std::string CallForFile(const std::string& source) const {
@@ -59,9 +45,9 @@ struct ServerLoop : ::testing::Test {
     return Call(kRequestResults, U64(4) + U32(1) + head + U32(0));
   }
   std::string SparseFile(std::size_t size) const {
-    Server.Root().Write("large", "");
-    std::filesystem::resize_file(Server.Root().Path("large"), size);
-    return Server.Root().Path("large");
+    const std::string file = Server.Root().Write("large");
+    std::filesystem::resize_file(file, size);
+    return file;
   }
   // A call that stops before the bytes of its only chunk.
   std::string HalfTransfer(int number) const {
@@ -75,21 +61,19 @@ TEST_F(ServerLoop, AThousandConnectionsAreServed) {
   std::deque<RawConnection> all;
   for (int i = 0; i < 1000; ++i) {
     all.emplace_back(Server.Port());
-    if (i % 8 == 7) {  // lets the server keep up with its short queue of new ones
-      ASSERT_TRUE(ServesNewcomers());
-    }
+    ASSERT_TRUE(i % 8 != 7 || ServesNewcomers());  // lets the server keep up with its short queue of new ones
   }
   for (RawConnection* one : {&all.front(), &all[500], &all.back()}) EXPECT_EQ(one->Ask(Call(kNull)), Reply());
 }
 
 TEST_F(ServerLoop, WithoutDescriptorsItRestsUntilThereAreSomeAgain) {
   ASSERT_TRUE(Serves());
-  const auto few = static_cast<rlim_t>(OpenDescriptors() + 4);
+  const auto few = static_cast<rlim_t>(Server.OpenDescriptors() + 4);
   const rlimit limit{few, few};
   ASSERT_EQ(prlimit(Server.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
   std::deque<RawConnection> all;
   for (int i = 0; i < 10; ++i) all.emplace_back(Server.Port());
-  ASSERT_TRUE(Eventually([&] { return OpenDescriptors() == static_cast<std::ptrdiff_t>(few); }));
+  ASSERT_TRUE(Eventually([&] { return Server.OpenDescriptors() == static_cast<std::ptrdiff_t>(few); }));
   const long before = ProcessorTime();
   EXPECT_FALSE(all.back().IsReadableWithin(std::chrono::seconds(1)));
   EXPECT_LT(ProcessorTime() - before, sysconf(_SC_CLK_TCK) / 4) << "it spins";
@@ -99,8 +83,7 @@ TEST_F(ServerLoop, WithoutDescriptorsItRestsUntilThereAreSomeAgain) {
 }
 
 TEST_F(ServerLoop, EachPassServesOneCallOfTheEarliestConnectionThatIsReady) {
-  RawConnection early(Server.Port());
-  RawConnection late(Server.Port());
+  RawConnection early(Server.Port()), late(Server.Port());
   for (RawConnection* one : {&early, &late}) EXPECT_EQ(one->Ask(Call(kNull)), Reply());
   const auto report = [](std::uint64_t level) { return Record(Call(kRequiredLevel, U64(0) + U64(0) + U64(level))); };
   kill(Server.Pid(), SIGSTOP);
@@ -109,19 +92,18 @@ TEST_F(ServerLoop, EachPassServesOneCallOfTheEarliestConnectionThatIsReady) {
   early.Send(report(1) + report(2));
   kill(Server.Pid(), SIGCONT);
   const std::string line = "plmjm - QorJMServer::Dispatch - Recieving 0 0 ";
-  EXPECT_TRUE(Eventually([&] { return HasPrinted(line + "1\n" + line + "2\n" + line + "3\n"); })) << Server.Output();
+  EXPECT_TRUE(Eventually([&] { return Server.HasPrinted(line + "1\n" + line + "2\n" + line + "3\n"); }))
+      << Server.Output();
 }
 
 // -- large replies
 TEST_F(ServerLoop, ASlowReaderOfALargeReplyHoldsNobodyUp) {
   constexpr std::size_t kSize = 300 * kMegabyte;
-  RawConnection reader(Server.Port());
-  reader.Send(Record(CallForFile(SparseFile(kSize))));
+  RawConnection reader(Server.Port(), Record(CallForFile(SparseFile(kSize))));
   ASSERT_TRUE(reader.IsReadableWithin(kPatience));
   for (int i = 0; i < 50; ++i) ASSERT_LT(TimeOf([&] { EXPECT_TRUE(Serves()); }), std::chrono::seconds(2));
-  const std::size_t head =
-      24 + 4 + Text(Server.Root().Path("scratch")).size() + Text(Server.Root().Path("large")).size();
-  const std::size_t whole = head + 4 + kSize / 4096 * 4100 + 4 + 4;
+  const std::string names = Text(Server.Root() / "scratch") + Text(Server.Root() / "large");
+  const std::size_t whole = 24 + 4 + names.size() + 4 + kSize / 4096 * 4100 + 4 + 4;
   std::size_t got = 0;
   std::string last;
   while (got < whole) {
@@ -130,52 +112,43 @@ TEST_F(ServerLoop, ASlowReaderOfALargeReplyHoldsNobodyUp) {
   }
   EXPECT_EQ(got, whole);
   EXPECT_EQ(last.substr(last.size() - 8), U32(0) + U32(0)) << "the end of the file, and the result";
-  if (kMeasuresMemory) {
-    EXPECT_LT(Server.PeakMemory(), 40 * kMegabyte);
-  }
+  ExpectMemoryBelow(40 * kMegabyte);
 }
 
 TEST_F(ServerLoop, AReaderThatSendsMoreOrGoesAwayLosesItsConnection) {
   const std::string call = Record(CallForFile(SparseFile(300 * kMegabyte)));
-  RawConnection impatient(Server.Port());
-  impatient.Send(call);
+  RawConnection impatient(Server.Port(), call);
   impatient.Receive(4);
   impatient.Send(Record(Call(kNull)));
   EXPECT_TRUE(Eventually(
-      [&] { return HasPrinted(": ORpcThread::Send::blocked ERROR: Resource temporarily unavailable(11)\n"); }));
-  RawConnection leaving(Server.Port());
-  leaving.Send(call);
+      [&] { return Server.HasPrinted(": ORpcThread::Send::blocked ERROR: Resource temporarily unavailable(11)\n"); }));
+  RawConnection leaving(Server.Port(), call);
   leaving.Receive(4);
   leaving.CloseAbruptly();
-  EXPECT_TRUE(Eventually([&] { return HasPrinted(": ORpcThread::Send::send ERROR: "); }));
+  EXPECT_TRUE(Eventually([&] { return Server.HasPrinted(": ORpcThread::Send::send ERROR: "); }));
   EXPECT_TRUE(Serves());
 
-  RawConnection endless(Server.Port());
-  endless.Send(Record(CallForFile(SparseFile(std::size_t{1} << 42))));
+  RawConnection endless(Server.Port(), Record(CallForFile(SparseFile(std::size_t{1} << 42))));
   endless.Receive(4);
-  RawConnection half(Server.Port());
-  half.Send(HalfTransfer(1));
+  const RawConnection half(Server.Port(), HalfTransfer(1));
   EXPECT_EQ(Server.Stop(), 0) << "a reply without an end does not hold it up";
 }
 
-// -- broken connections
 TEST_F(ServerLoop, AConnectionMayBreakAtAnyByteOfACall) {
   ASSERT_TRUE(Serves());
-  const std::ptrdiff_t descriptors = OpenDescriptors();
+  const std::ptrdiff_t descriptors = Server.OpenDescriptors();
   Server.Root().Write("kept", "former");
   const std::string files = U32(1) + Text(Server.Root().Path("kept")) + Text("") + U32(0) + Text("new") + U32(0);
   for (const std::string& call : {Record(Call(kHello, Text("QOR100") + Text("host") + U32(0))),
                                   Record(Call(kPutFiles, files)).substr(0, 44 + files.size() - 1)}) {
     for (std::size_t cut = 0; cut <= call.size(); ++cut) {
-      RawConnection broken(Server.Port());
-      broken.Send(call.substr(0, cut));
+      RawConnection broken(Server.Port(), call.substr(0, cut));
       if (cut % 2 == 0) broken.CloseAbruptly();
-      if (cut % 8 == 0) {
-        ASSERT_TRUE(ServesNewcomers()) << cut;
-      }
+      ASSERT_TRUE(cut % 8 != 0 || ServesNewcomers()) << cut;
     }
   }
-  EXPECT_TRUE(Eventually([&] { return Serves() && OpenDescriptors() == descriptors; })) << OpenDescriptors();
+  EXPECT_TRUE(Eventually([&] { return Serves() && Server.OpenDescriptors() == descriptors; }))
+      << Server.OpenDescriptors();
   EXPECT_EQ(Server.Root().Read("kept"), "former");
 }
 
@@ -185,21 +158,17 @@ TEST_F(ServerLoop, PromisesOfManyBytesTakeNoMemory) {
   const std::size_t before = Server.PeakMemory();
   std::deque<RawConnection> promising;
   for (int i = 0; i < 32; ++i) {
-    promising.emplace_back(Server.Port()).Send(U32(0x80000000 | kLargestRecord) + "few");
-    promising.emplace_back(Server.Port()).Send(Record(Call(kListJobs, U32(0xFFFFFFFF) + U64(1))));
-    promising.emplace_back(Server.Port()).Send(Record(Call(kRequestResults, U64(4) + U32(0xFFFFFFFF))));
+    promising.emplace_back(Server.Port(), U32(0x80000000 | kLargestRecord) + "few");
+    promising.emplace_back(Server.Port(), Record(Call(kListJobs, U32(0xFFFFFFFF) + U64(1))));
+    promising.emplace_back(Server.Port(), Record(Call(kRequestResults, U64(4) + U32(0xFFFFFFFF))));
     ASSERT_TRUE(ServesNewcomers());
   }
-  if (kMeasuresMemory) {
-    EXPECT_LT(Server.PeakMemory(), before + 8 * kMegabyte);
-  }
+  ExpectMemoryBelow(before + 8 * kMegabyte);
 }
 
 TEST_F(ServerLoop, ARecordOverTheLimitIsRefusedAlsoWhenItComesInFragments) {
   for (const std::string& bytes : {U32(kLargestRecord + 1), U32(4) + "abcd" + U32(0x80000000 | (kLargestRecord - 3))}) {
-    RawConnection hostile(Server.Port());
-    hostile.Send(bytes);
-    EXPECT_TRUE(hostile.IsClosedByPeer());
+    EXPECT_TRUE(RawConnection(Server.Port(), bytes).IsClosedByPeer());
   }
 }
 
@@ -229,27 +198,22 @@ TEST_F(ServerLoop, RandomBytesDoNoHarm) {
 TEST_F(ServerLoop, CallsThatStopHalfWayWaitBeneathThoseThatGoOn) {
   std::deque<RawConnection> waiting;
   for (int i = 0; i < 300; ++i) {
-    const std::string half = i % 2 == 0 ? HalfTransfer(i) : Record(Call(kNull)).substr(0, 20);
-    waiting.emplace_back(Server.Port()).Send(half);
-    if (i % 8 == 7) {
-      ASSERT_TRUE(ServesNewcomers());
-    }
+    waiting.emplace_back(Server.Port(), i % 2 == 0 ? HalfTransfer(i) : Record(Call(kNull)).substr(0, 20));
+    ASSERT_TRUE(i % 8 != 7 || ServesNewcomers());
   }
   EXPECT_TRUE(Serves());
   EXPECT_TRUE(Eventually([&] { return Server.Root().Has("half298.tmp.lci"); })) << "others see the lock";
-  for (int i = 0; i < 300; ++i)
-    waiting[i].Send(i % 2 == 0 ? Record("data") + Record(U32(0)) : Record(Call(kNull)).substr(20));
+  const std::string rest[] = {Record("data") + Record(U32(0)), Record(Call(kNull)).substr(20)};
+  for (int i = 0; i < 300; ++i) waiting[i].Send(rest[i % 2]);
   for (int i = 0; i < 300; ++i) EXPECT_EQ(waiting[i].ReceiveRecord(), i % 2 == 0 ? Reply(U32(1)) : Reply()) << i;
   EXPECT_EQ(Server.Root().Read("half298"), "data");
 }
 
 TEST_F(ServerLoop, AnUploadThatWaitsDoesNotCostADownloadItsConnection) {
-  RawConnection uploading(Server.Port());
-  uploading.Send(HalfTransfer(1));
+  RawConnection uploading(Server.Port(), HalfTransfer(1));
   ASSERT_TRUE(ServesNewcomers());
   constexpr std::size_t kSize = 64 * kMegabyte;
-  RawConnection reader(Server.Port());
-  reader.Send(Record(CallForFile(SparseFile(kSize))));
+  RawConnection reader(Server.Port(), Record(CallForFile(SparseFile(kSize))));
   ASSERT_TRUE(reader.IsReadableWithin(kPatience));
   uploading.Send(Record("data" + U32(0)));
   EXPECT_TRUE(Serves());
@@ -262,29 +226,24 @@ struct ImpatientLoop : ServerLoop {
 };
 
 TEST_F(ImpatientLoop, CallsThatHoldOthersUpForTooLongLoseTheirConnections) {
-  RawConnection alone(Server.Port());
-  alone.Send(HalfTransfer(1));
+  RawConnection alone(Server.Port(), HalfTransfer(1));
   EXPECT_FALSE(alone.IsReadableWithin(std::chrono::milliseconds(1500))) << "it holds nobody up";
-  RawConnection silent(Server.Port());
-  silent.Send(HalfTransfer(2));
+  RawConnection silent(Server.Port(), HalfTransfer(2));
   EXPECT_TRUE(ServesNewcomers());
   alone.Send(Record("data" + U32(0)));
   EXPECT_EQ(alone.ReceiveRecord(), Reply(U32(1)));
   EXPECT_TRUE(silent.IsClosedByPeer());
-  EXPECT_TRUE(HasPrinted(": RpcSockIO::Read::recv ERROR: Connection timed out(110)\n"));
+  EXPECT_TRUE(Server.HasPrinted(": RpcSockIO::Read::recv ERROR: Connection timed out(110)\n"));
 
   constexpr std::size_t kSize = 64 * kMegabyte;
   const std::string call = Record(CallForFile(SparseFile(kSize)));
-  RawConnection first(Server.Port());
-  first.Send(call);
+  RawConnection first(Server.Port(), call);
   ASSERT_TRUE(first.IsReadableWithin(kPatience));
-  RawConnection second(Server.Port());
-  second.Send(call);
+  RawConnection second(Server.Port(), call);
   ASSERT_TRUE(second.IsReadableWithin(kPatience)) << "it is on top of the first";
   for (std::size_t got = 0; got < kSize;) got += first.ReceiveRecord().size();
-  EXPECT_TRUE(HasPrinted(": ORpcThread::Send::send ERROR: Connection timed out(110)\n"));
+  EXPECT_TRUE(Server.HasPrinted(": ORpcThread::Send::send ERROR: Connection timed out(110)\n"));
   EXPECT_TRUE(Serves());
 }
-
 }  // namespace
 }  // namespace tlm::test

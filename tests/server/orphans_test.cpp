@@ -1,11 +1,9 @@
 // Clients that have gone without a word, and how they are found.
 #include "rpc/orpcerror.h"
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 constexpr std::uint32_t kProxyProgram = 0x514A4D52;
 
 struct Orphans : JobTest {
@@ -38,15 +36,12 @@ TEST_F(Orphans, AreFoundByAPingWhenTheNextClientArrives) {
     const std::string call = back.ReceiveRecord();
     ASSERT_EQ(call.size(), 40U);
     EXPECT_EQ(call.substr(4), Call(0, "", 0, kProxyProgram).substr(4));
-    if (ping == 1)
-      back.Send(Record(Reply("", 0, ping)) + Record(Reply("", 0, ping)));  // or not: replies are not awaited
+    const std::string reply = Record(Reply("", 0, ping));
+    if (ping == 1) back.Send(reply + reply);  // or not: replies are not awaited
   }
   EXPECT_NE(Client.Get(job).ClientPort, 0U);
   back.CloseAbruptly();
-  EXPECT_TRUE(Eventually([&] {
-    Arrive();
-    return Server.Output().find(Deleted(desktop)) != std::string::npos;
-  }));
+  EXPECT_TRUE(Eventually([&] { return Arrive(), Server.HasPrinted(Deleted(desktop)); }));
   EXPECT_EQ(Client.Get(job).ClientPort, 0U) << "its jobs belong to nobody now";
   EXPECT_THAT(Server.Output(), HasSubstr("Disowning " + submission.ResultStem + "\n"));
   EXPECT_THROW(desktop.Caller.SubmitJob(submission), OrpcSocketError) << "its connection is a new client's now";
@@ -60,10 +55,7 @@ TEST_F(Orphans, MayBeInTheMiddleOfACall) {
   RawConnection back = listener.Accept();
   busy.Send(Record(Call(5, U32(1) + Text(Work / "half") + Text("") + U32(0) + U32(4))));
   back.CloseAbruptly();
-  EXPECT_TRUE(Eventually([&] {
-    Arrive();
-    return Server.Output().find("Deleted orphaned session") != std::string::npos;
-  }));
+  EXPECT_TRUE(Eventually([&] { return Arrive(), Server.HasPrinted("Deleted orphaned session"); }));
   busy.Send(Record("data" + U32(0)));
   EXPECT_TRUE(busy.IsClosedByPeer());
   Arrive();
@@ -74,8 +66,7 @@ TEST_F(Orphans, WhoseCallbackCannotBeReachedCostTheNewcomerHisConnection) {
   JobClient desktop(Server.Port());
   desktop.Hello("tlm2010", "127.0.0.1", listener->Port());
   listener.reset();
-  EXPECT_ANY_THROW(Arrive());
-  EXPECT_ANY_THROW(Arrive()) << "each newcomer tries again";
+  for (int i = 0; i < 2; ++i) EXPECT_ANY_THROW(Arrive()) << "each newcomer tries again";
   EXPECT_EQ(desktop.GetJobCount(), 0U);
   desktop.Disconnect();
   EXPECT_TRUE(Eventually([&] {
@@ -101,6 +92,5 @@ TEST_F(BoundedCallback, IsTriedOnceAndCostsNobodyElseHisConnection) {
   }
   EXPECT_EQ(desktop.GetJobCount(), 0U);
 }
-
 }  // namespace
 }  // namespace tlm::test

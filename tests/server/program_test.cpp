@@ -3,25 +3,18 @@
 
 namespace tlm::test {
 namespace {
-
-using ::testing::MatchesRegex;
-
 TEST(Program, StopsItsServerWithoutAWordAndSaysThatItsPortIsTaken) {
   ServerProcess server({}, "serve");
   EXPECT_THAT(server.Output(), Not(HasSubstr("Runtime Vars"))) << "only the other command prints the names";
   Environment settings = server.Settings();
   settings["ORPC_TRACE"] = "1";
-  const auto second = RunProgram({TLMJM, "debug"}, settings);
-  EXPECT_THAT(second.Output, HasSubstr(": ORpcThread::AddListener::bind ERROR: Address already in use(98)\n"
-                                       "FATAL ERROR: check that no other Tessarine processes are running\n"));
-  EXPECT_EQ(second.ExitCode, 0);
-  const auto stop = RunProgram({TLMJM, "stop", "ignored"}, server.Settings());
-  EXPECT_EQ(stop.Output, "");
-  EXPECT_EQ(stop.ExitCode, 0);
+  EXPECT_THAT(RunProgram({TLMJM, "debug"}, settings),
+              Ends(0, HasSubstr(": ORpcThread::AddListener::bind ERROR: Address already in use(98)\n"
+                                "FATAL ERROR: check that no other Tessarine processes are running\n")));
+  EXPECT_THAT(RunProgram({TLMJM, "stop", "ignored"}, server.Settings()), Ends(0, ""));
   EXPECT_EQ(server.AwaitEnd(), 0);
-  const auto again = RunProgram({TLMJM, "stop"}, settings);
-  EXPECT_THAT(again.Output, HasSubstr(": ORpcClient::Connect::connect ERROR: Connection refused(111)\n"));
-  EXPECT_EQ(again.ExitCode, 0);
+  EXPECT_THAT(RunProgram({TLMJM, "stop"}, settings),
+              Ends(0, HasSubstr(": ORpcClient::Connect::connect ERROR: Connection refused(111)\n")));
 }
 
 TEST(Program, ServesTheProductOfItsName) {
@@ -37,18 +30,16 @@ TEST(Program, ServesTheProductOfItsName) {
                                 {prefix + "_HOME", home.Root()},
                                 {prefix + "_TMP", home.Root()}},
                                "debug", link);
-    EXPECT_THAT(server.Output(), HasSubstr("RUNTIME_JM_SHORT_NAME           = " + code + "jm2010\n"));
-    EXPECT_THAT(server.Output(), HasSubstr("= /" + code + "2010_dp.sta\n"));
-    EXPECT_THAT(server.Output(), HasSubstr("= " + prefix + "_JMPORT\n"));
+    EXPECT_THAT(server.Output(),
+                AllOf(HasSubstr("RUNTIME_JM_SHORT_NAME           = " + code + "jm2010\n"),
+                      HasSubstr("= /" + code + "2010_dp.sta\n"), HasSubstr("= " + prefix + "_JMPORT\n")));
     EXPECT_EQ(JobClient(server.Port()).OutputOf("show", home.Root()), home.Root() + " " + code + " " + code + "2010\n");
   }
 }
 
 TEST(Program, TakesItsSettingsFromTheEnvironment) {
-  const struct {
-    const char *Hours, *Trace;
-    std::uint32_t Expiry;
-  } cases[] = {{"1.5", "0", 5400}, {"0", "1", 30}, {"-1", "", 604800}};
+  const std::tuple<const char*, const char*, std::uint32_t> cases[] = {
+      {"1.5", "0", 5400}, {"0", "1", 30}, {"-1", "", 604800}};
   for (const auto& [hours, trace, expected] : cases) {
     const ServerProcess server(Environment{{"TSQOR_TMP_EXPIRY", hours}, {"TSQOR_TRACE", trace}});
     JobClient client(server.Port());
@@ -56,7 +47,7 @@ TEST(Program, TakesItsSettingsFromTheEnvironment) {
     EXPECT_EQ(client.TempRoot(&expiry), server.Root().Root());
     EXPECT_EQ(expiry, expected) << hours;
     EXPECT_EQ(server.Output().starts_with("Full Trace ON\n"), *trace == '1');
-    EXPECT_EQ(server.Output().find("\nHello from desk:0, ClientPort=") != std::string::npos, *trace == '1');
+    EXPECT_EQ(server.HasPrinted("\nHello from desk:0, ClientPort="), *trace == '1');
   }
 }
 
@@ -97,20 +88,16 @@ TEST(Program, LogsWhatItTracesWhileAFileAsksForIt) {
     EXPECT_NEAR(static_cast<double>(timegm(&stamp)), static_cast<double>(before), 30) << line;
   }
   EXPECT_EQ(lines, 5);
-  EXPECT_THAT(log.str(), HasSubstr(" Version=tlm2010\n"));
-  EXPECT_THAT(log.str(), HasSubstr("] :Server recieving message =tlm2010\n"));
-  EXPECT_THAT(log.str(), HasSubstr("] :Install Path " + server.Home().Root() + "\n"));
+  EXPECT_THAT(log.str(), AllOf(HasSubstr(" Version=tlm2010\n"), HasSubstr("] :Server recieving message =tlm2010\n"),
+                               HasSubstr("] :Install Path " + server.Home().Root() + "\n")));
   std::filesystem::remove(server.Root().Path("JMTrace.on"));
   client.Hello("tlm2010", "desk", 0);
   EXPECT_EQ(server.Root().Read("JMTrace.log"), log.str());
 }
 
 TEST(Program, DescribesTheMachineInFiveLines) {
-  const auto report = RunProgram({TLMJM, "sysinfo"});
-  EXPECT_THAT(report.Output, MatchesRegex("OS: .+\nProcessor: .+\nProcessors: [1-9][0-9]*\n"
-                                          "Memory: [1-9][0-9]* MB\nGraphics: [^\n]*\n"));
-  EXPECT_EQ(report.ExitCode, 0);
+  EXPECT_THAT(RunProgram({TLMJM, "sysinfo"}), Ends(0, MatchesRegex("OS: .+\nProcessor: .+\nProcessors: [1-9][0-9]*\n"
+                                                                   "Memory: [1-9][0-9]* MB\nGraphics: [^\n]*\n")));
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -3,7 +3,6 @@
 
 namespace tlm::test {
 namespace {
-
 struct Queue : JobTest {
   const std::string Waiter = Succeed(Wait("pid"));
 };
@@ -56,6 +55,5 @@ TEST_F(Queue, CanBeStartedLater) {
   EXPECT_TRUE(Eventually([&] { return !Client.IsQueueRunning(); }));
   EXPECT_EQ(Client.GetQueueStartTime(), 0U);
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -3,7 +3,6 @@
 
 namespace tlm::test {
 namespace {
-
 struct Reports : JobTest {
   Reports() : JobTest({{"TSQOR_TRACE", "1"}}) {}
 
@@ -47,9 +46,7 @@ TEST_F(Reports, CountFromItsAttachmentToItsEnd) {
   EXPECT_EQ(task.TaskType, (std::uint64_t{1} << 32) + 5);
   EXPECT_EQ(task.TaskLevel, 6U);
   Work.Write("stop");
-  task = Client.AwaitEnd(job);
-  EXPECT_EQ(task.Status, std::uint32_t{Finished}) << "success was reported, the exit code says nothing";
-  EXPECT_EQ(task.ExitCode, 1U);
+  EXPECT_EQ(Client.Await(job, {Finished}).ExitCode, 1U) << "success was reported, the exit code says nothing";
   EXPECT_FALSE(Work.Has("qorjmmsg." + std::to_string(pid)));
   EXPECT_FALSE(Process.SetProgress(pid, 41));
 }
@@ -74,9 +71,8 @@ TEST_F(Reports, DecideHowAJobEnds) {
     handles.push_back(Client.SubmitJob(job));
   }
   // By the process itself.
-  const std::uint64_t again = Submit(Do(Wait("again")));
+  const std::uint64_t again = Submit(Do(Wait("again"))), partly = Submit(Do(Wait("partly")));
   const std::uint64_t failed = Submit(Do(Wait("failed") + "; exit 255"));
-  const std::uint64_t partly = Submit(Do(Wait("partly")));
   const std::uint64_t chain = Submit(Do(Wait("first")) + ";" + Do(Wait("second", "end")));
   const std::uint64_t pid = AttachedPid("again");
   EXPECT_TRUE(Process.JobSucceeded(pid));
@@ -90,9 +86,7 @@ TEST_F(Reports, DecideHowAJobEnds) {
   Work.Write("end");
 
   for (std::size_t i = 0; i < std::size(cases); ++i) {
-    const Task task = Client.AwaitEnd(handles[i]);
-    EXPECT_EQ(task.Status, cases[i].Status) << cases[i].Script;
-    EXPECT_EQ(task.ResultFlags, cases[i].Flags) << cases[i].Script;
+    EXPECT_EQ(Client.Await(handles[i], {cases[i].Status}).ResultFlags, cases[i].Flags) << cases[i].Script;
   }
   for (std::uint64_t handle : {again, partly, chain}) EXPECT_EQ(Client.AwaitEnd(handle).Status, std::uint32_t{Aborted});
   EXPECT_EQ(Client.Get(partly).ResultFlags, kResultsAvailable) << "survives";
@@ -103,7 +97,7 @@ TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
   const auto start = [this](const std::string& name, const std::string& text) {
     Work.WriteScript(name, text);
     platform::LaunchRequest request;
-    request.CommandLine = Work.Path(name);
+    request.CommandLine = Work / name;
     request.Directory = Work.Root();
     request.Environment = {"PATH=/usr/bin:/bin"};
     return platform::Process::Launch(request).value();
@@ -129,10 +123,7 @@ TEST_F(Reports, AlsoComeFromProcessesThatNobodyHereStarted) {
   EXPECT_EQ(Client.AwaitEnd(handles[0]).Status, std::uint32_t{Finished});
   EXPECT_EQ(Client.Get(handles[0]).ResultFlags, kResultsAvailable);
   for (std::size_t i : {1U, 2U}) EXPECT_EQ(Client.AwaitEnd(handles[i]).Status, std::uint32_t{Aborted});
-  const struct {
-    std::uint64_t NoProcess;
-    std::string Command, Name;
-  } cases[] = {
+  const std::tuple<std::uint64_t, std::string, std::string> cases[] = {
       {0, " \t/opt/bin/solve.exe -n 3", "solve"},
       {0x7FFFFFFF, "C:\\bin\\solve.v2.exe x", "solve"},
       {~0ULL, "\"solve me\" x", "\"solve me\""},  // a quote goes only with the directory behind it
@@ -181,6 +172,5 @@ TEST_F(Reports, OnOutputGoToTheOwnerWhoCanBeSucceededByItsHost) {
   Work.Write("end");
   Client.AwaitEnd(job);
 }
-
 }  // namespace
 }  // namespace tlm::test

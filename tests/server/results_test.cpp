@@ -1,11 +1,9 @@
 // Results on their way back to the client that owns the job.
 #include "jm/result_manifest.h"
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 // Without the manifest, which stays away if it is rewritten with the same size within a second.
 std::vector<std::string> Names(const FileTransferList& files) {
   std::vector<std::string> names;
@@ -17,28 +15,22 @@ std::vector<std::string> Names(const FileTransferList& files) {
 // A finished job in a mapped directory, whose results come to a directory of the client's.
 struct Results : JobTest {
   Sandbox Here;
-  std::string There;
-
-  Results() { Client.MapClientDirectory(Here.Root() + "/", There); }
+  const std::string There = Client.Map(Here.Root() + "/");
 
   // The commands are shell text, run in the job's directory.
   std::uint64_t Run(const std::string& text, const std::string& input = "beam.inp") {
-    Submission job = NewJob(Succeed(text));
-    job.WorkDir = Here.Root() + "/";
-    job.ResultStem = job.InputStem = "beam";
+    Submission job = JobIn(Here.Root() + "/", Succeed(text), "beam");
     job.InputFile = input;
     const std::uint64_t handle = Client.SubmitJob(job);
     Client.Await(handle, {Finished});
     return handle;
   }
-  std::vector<std::string> Request(JobClient& client, std::uint64_t handle, bool expected = true) {
+  static std::vector<std::string> Request(JobClient& client, std::uint64_t handle, bool expected = true) {
     FileTransferList files;
     EXPECT_EQ(client.RequestResults(handle, files), expected);
     return Names(files);
   }
-  std::vector<std::string> Request(std::uint64_t handle, bool expected = true) {
-    return Request(Client, handle, expected);
-  }
+  std::vector<std::string> Request(std::uint64_t job, bool expected = true) { return Request(Client, job, expected); }
   void SetTime(const std::string& name, int secondsSince1970) const {
     const std::chrono::sys_seconds time{std::chrono::seconds(secondsSince1970)};
     std::filesystem::last_write_time(There + "/" + name, std::chrono::file_clock::from_sys(time));
@@ -47,16 +39,12 @@ struct Results : JobTest {
 
 TEST_F(Results, AreTheFilesOfTheStemsWithAManifestBehindThem) {
   const std::uint64_t job = Run(":");
-  for (const auto& [name, content] : std::map<std::string, std::string>{{"beam.b", "0123456789"},
-                                                                        {"beam.a b:c;é'", "é"},
-                                                                        {"beam.inp", "input"},
-                                                                        {"beam.rfn", "x"},
-                                                                        {"beam.exr", "more\nbeam again"},
-                                                                        {"beam.empty", ""},
-                                                                        {"more.dat", "more"},
-                                                                        {"more.exr", "beam more"},
-                                                                        {"again.x", "x"},
-                                                                        {"other.dat", "x"}}) {
+  const std::pair<std::string, std::string> files[] = {
+      {"beam.b", "0123456789"}, {"beam.a b:c;é'", "é"},           {"beam.inp", "input"},
+      {"beam.rfn", "x"},        {"beam.exr", "more\nbeam again"}, {"beam.empty", ""},
+      {"more.dat", "more"},     {"more.exr", "beam more"},        {"again.x", "x"},
+      {"other.dat", "x"}};
+  for (const auto& [name, content] : files) {
     std::ofstream(There + "/" + name) << content;
     SetTime(name, 5);
   }
@@ -126,8 +114,7 @@ TEST_F(Results, MayBeAskedForWhileTheJobRuns) {
 TEST_F(Results, ThatAreNoFilesOrAlreadyOnTheListDoNoHarm) {
   const std::uint64_t job =
       Run("echo 1 >beam.a; mkfifo beam.pipe; mkdir beam.dir; ln -s nowhere beam.link; echo >beam.z");
-  FileTransferList files;
-  files.Items.push_back({Here / "brought", "/no/such/file"});
+  FileTransferList files{{{Here / "brought", "/no/such/file"}}};
   EXPECT_TRUE(Client.RequestResults(job, files));
   EXPECT_THAT(Names(files), ElementsAre("brought", "beam.a", "beam.z"));
   EXPECT_EQ(Here.Read("beam.a"), "1\n");
@@ -151,6 +138,5 @@ TEST_F(Results, MayShrinkOrVanishOnTheirWay) {
   while (reply.find(vanished) == std::string::npos) reply += reader.ReceiveRecord();
   EXPECT_EQ(reply.find(head("beam.b")), 24 + 4 + head("beam.a").size() + (32 << 20) / 4096 * 4100 + 4);
 }
-
 }  // namespace
 }  // namespace tlm::test

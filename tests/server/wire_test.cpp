@@ -1,20 +1,14 @@
 // What crosses the wire between a client and the real server, byte by byte.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "support/eventually.h"
-#include "support/raw_connection.h"
 #include "support/server_process.h"
 
 namespace tlm::test {
 namespace {
+using ::testing::EndsWith, ::testing::HasSubstr;
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-
-constexpr std::uint32_t kNull = 0;
-constexpr std::uint32_t kHello = 1;
-constexpr std::uint32_t kListJobs = 47;
+constexpr std::uint32_t kNull = 0, kHello = 1, kListJobs = 47;
 
 std::string HelloArguments() { return Text("QOR100") + Text("host.example") + U32(0); }
 
@@ -177,7 +171,6 @@ TEST_F(WireTest, EachOperationHasItsRequestAndItsReply) {
   EXPECT_EQ(Server.Stop(), 0);
 }
 
-// -- the layer's trace
 TEST(LayerTrace, EachLevelShowsMoreAndStandardOutputStandsInForAFile) {
   for (const std::string level : {"0", "1", "2", "3"}) {
     const Sandbox disk;
@@ -193,6 +186,5 @@ TEST(LayerTrace, EachLevelShowsMoreAndStandardOutputStandsInForAFile) {
     EXPECT_EQ(shows("GetRemotePort("), level == "3") << level;
   }
 }
-
 }  // namespace
 }  // namespace tlm::test

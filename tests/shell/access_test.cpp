@@ -5,11 +5,9 @@
 #include "rpc/admission.h"
 #include "server/qorjmserver.h"
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 const auto kAddress = [](const char* text) { return *platform::ParseAddress(text); };
 
 void Greet(RawConnection& connection) { EXPECT_EQ(connection.Ask(Call(0)), Reply()); }
@@ -55,9 +53,7 @@ TEST(Access, WithSettingsThatNobodyUnderstandsIsNone) {
       {{{"TSQOR_JOB_LOG", disk.Path("sub/jobs")}}, "sub/jobs is no file in a directory that is there\n"}};
   for (auto [environment, text] : cases) {
     environment.insert({{"TSQOR_JMPORT", std::to_string(FreePort())}, {"TSQOR_TMP", disk.Root()}});
-    const ProgramEnd end = RunProgram({TLMJM, "debug"}, environment);
-    EXPECT_EQ(end.ExitCode, 1);
-    EXPECT_THAT(end.Output, HasSubstr(text));
+    EXPECT_THAT(RunProgram({TLMJM, "debug"}, environment), Ends(1, HasSubstr(text)));
   }
 }
 
@@ -67,16 +63,12 @@ TEST(Access, IsNotKeptByThoseWhoNeverCall) {
   server.Root().Write("JMTrace.on");
   RawConnection client(server.Port());
   Greet(client);
-  RawConnection idle(server.Port());
-  RawConnection slow(server.Port());
-  slow.Send(Record(Call(0)).substr(0, 20));
+  RawConnection idle(server.Port()), slow(server.Port(), Record(Call(0)).substr(0, 20));
   RawConnection stuck(server.Port());
   Greet(stuck);
   stuck.Send(Record(Call(46)).substr(0, 30));
-  RawConnection half(server.Port());
-  half.Send(U32(0x80000100) + std::string(50, 'x'));
-  RawConnection large(server.Port());
-  large.Send(U32(0x80100001) + std::string(50, 'x'));
+  RawConnection half(server.Port(), U32(0x80000100) + std::string(50, 'x'));
+  RawConnection large(server.Port(), U32(0x80100001) + std::string(50, 'x'));
   for (RawConnection* one : {&idle, &slow, &stuck, &half, &large}) EXPECT_TRUE(one->IsClosedByPeer());
   Greet(client);
 
@@ -93,10 +85,9 @@ TEST(Access, IsNotBarredByACrowdThatStopsWithinItsFirstCalls) {
   const ServerProcess server(Environment{{"TSQOR_FIRST_CALL_LIMIT", "60"}});
   std::deque<RawConnection> crowd;
   for (int i = 0; i < 520; ++i) {
-    crowd.emplace_back(server.Port()).Send(U32(0x80000100) + std::string(50, 'x'));
-    if (i % 8 == 7) {
-      EXPECT_LT(TimeOf([&] { JobClient{server.Port()}; }), std::chrono::seconds(20));
-    }
+    crowd.emplace_back(server.Port(), U32(0x80000100) + std::string(50, 'x'));
+    if (i % 8 != 7) continue;
+    EXPECT_LT(TimeOf([&] { JobClient{server.Port()}; }), std::chrono::seconds(20));
   }
 }
 
@@ -110,8 +101,7 @@ TEST(Access, IsGivenToClientsBeforeStrangers) {
   RawConnection newcomer(server.Port());
   EXPECT_TRUE(stranger.IsClosedByPeer());
   Greet(newcomer);
-  RawConnection refused(server.Port());
-  EXPECT_TRUE(refused.IsClosedByPeer());
+  EXPECT_TRUE(RawConnection(server.Port()).IsClosedByPeer());
   Greet(client);
 }
 
@@ -131,8 +121,7 @@ TEST(Access, ToFilesEndsAtTheRoots) {
   const std::string source = outside.Write("source", "content");
   outside.MakeDirectory("sub");
   outside.Write("qorjmmsg.999999", "4 1");
-  std::string mapped;
-  client.MapClientDirectory("/home/somebody/", mapped);
+  const std::string mapped = client.Map("/home/somebody/");
   std::filesystem::create_symlink(outside.Root(), mapped + "/link");
   std::filesystem::create_symlink("..", extra.Path("up"));
   std::filesystem::create_symlink(outside.Path("none"), extra.Path("where_out"));
@@ -151,8 +140,7 @@ TEST(Access, ToFilesEndsAtTheRoots) {
   EXPECT_FALSE(std::filesystem::exists(mapped + "/a"));
 
   server.AddProgram("where", "pwd");
-  Submission job;
-  job.Command = job.ResultStem = job.InputStem = "where";
+  Submission job = JobIn("", "where", "where");
   for (const std::string& directory : {outside.Root(), mapped + "/link", std::string("/")}) {
     job.WorkDir = directory;
     EXPECT_EQ(client.SubmitJob(job), 0U) << directory;
@@ -186,8 +174,7 @@ TEST(Access, ToFilesEndsAtTheRoots) {
   many.Items.push_back({mapped + "/a", source});
   EXPECT_FALSE(client.PutFiles(many)) << "one too many";
   EXPECT_TRUE(client.SetTempRoot(server.Root().Root() + "/", 100));
-  client.MapClientDirectory("/home/somebody/", mapped);
-  EXPECT_TRUE(put(mapped + "/a"));
+  EXPECT_TRUE(put(client.Map("/home/somebody/") + "/a"));
 }
 
 TEST(Access, ToTheServersOwnFilesIsForNobody) {
@@ -203,11 +190,8 @@ TEST(Access, ToTheServersOwnFilesIsForNobody) {
     EXPECT_FALSE(client.UpdateClientFiles({own}, {})) << name;
     EXPECT_EQ(server.Root().Read(name), table);
   }
-  Submission job;
-  job.WorkDir = server.Root().Root();
-  EXPECT_EQ(client.SubmitJob(job), 0U);
-  std::string mapped;
-  client.MapClientDirectory("key", mapped);
+  EXPECT_EQ(client.SubmitJob(JobIn(server.Root().Root())), 0U);
+  const std::string mapped = client.Map("key");
   EXPECT_THAT(mapped, StartsWith(server.Root() / "tq"));
   EXPECT_TRUE(outside.Has("old"));
   EXPECT_TRUE(client.PutFiles({{{mapped + "/a", outside.Path("old")}, {outside.Path("new"), outside.Path("old")}}}));
@@ -216,15 +200,11 @@ TEST(Access, ToTheServersOwnFilesIsForNobody) {
 TEST(Access, EndsWhereTheDiskIsFull) {
   const ServerProcess server(Environment{{"TSQOR_FREE_DISK", "4000000000"}});
   JobClient client(server.Port());
-  std::string mapped;
-  client.MapClientDirectory("/home/somebody/", mapped);
+  const std::string mapped = client.Map("/home/somebody/");
   const Sandbox disk;
   EXPECT_FALSE(client.PutFiles({{{mapped + "/a", disk.Write("a", "text")}}}));
   EXPECT_FALSE(std::filesystem::exists(mapped + "/a.tmp"));
-  Submission job;
-  job.WorkDir = "/home/somebody/";
-  job.Command = "true";
-  EXPECT_EQ(client.SubmitJob(job), 0U);
+  EXPECT_EQ(client.SubmitJob(JobIn("/home/somebody/", "true")), 0U);
 }
 
 TEST(Access, ToWhatHoldsForAllIsForThisMachine) {
@@ -252,6 +232,5 @@ TEST(Access, ToWhatHoldsForAllIsForThisMachine) {
   EXPECT_TRUE(JobClient(server.Port()).SetQueueLimit(7));
   EXPECT_EQ(server.Stop(), 0);
 }
-
 }  // namespace
 }  // namespace tlm::test

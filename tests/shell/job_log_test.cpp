@@ -2,17 +2,12 @@
 #include "store/job_log.h"
 
 #include <csignal>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 
 #include "support/job_client.h"
 
 namespace tlm::test {
 namespace {
-
-using testing::ContainsRegex;
-using testing::HasSubstr;
-
 TEST(JobLog, ThatCannotBeWrittenHarmsNoJob) {
   const ServerProcess server(Environment{{"TSQOR_JOB_LOG", "/dev/full"}});
   EXPECT_EQ(JobClient(server.Port()).OutputOf("do 'echo good'", server.Root().Root()), "good\n");
@@ -47,6 +42,5 @@ TEST(JobLog, MakesRoomForWhatComes) {
   EXPECT_THAT(disk.Read("log.1"), ContainsRegex("\\{.*start\"}\n\\{.*\n\\{.*\n\\{.*\n\\{.*:3,.*}\n$"));
   EXPECT_THAT(disk.Read("log"), ContainsRegex("^\\{.*:4,.*}\n\\{.*:5,.*}\n$"));
 }
-
 }  // namespace
 }  // namespace tlm::test

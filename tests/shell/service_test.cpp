@@ -5,13 +5,10 @@
 #include <sys/un.h>
 
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 using std::chrono::seconds;
-using ::testing::Contains;
 
 // Where a service manager listens.
 class Manager {
@@ -89,10 +86,8 @@ TEST_F(Service, EndsWithItsJobsWhenItIsToldToStop) {
   EXPECT_LT(TimeOf([&] { EXPECT_EQ(Server.AwaitEnd(), 0); }), seconds(5));
   EXPECT_TRUE(IsGone(obedient));
   EXPECT_TRUE(Eventually([&] { return Work.Read("job1_out").ends_with("stopped\n"); })) << Work.Read("job1_out");
-  const auto reports = TheManager.AllReports();
-  EXPECT_EQ(reports.size(), 4U) << "each side tells both states";
-  EXPECT_EQ(reports.front(), "STOPPING=1");
-  EXPECT_EQ(reports.back(), "STATUS=stopped");
+  EXPECT_THAT(TheManager.AllReports(), ElementsAre("STOPPING=1", testing::_, testing::_, "STATUS=stopped"))
+      << "each side tells both states";
 }
 
 TEST_F(Service, EndsAfterFiveSecondsWhateverItsThreadIsDoing) {
@@ -152,14 +147,12 @@ TEST(ServiceStart, TellsThatThePortIsTakenAndNeedsAManager) {
   EXPECT_EQ(RunProgram({TLMJM}, settings).Output, "") << "nobody asked it to serve";
   const Manager manager;
   settings["NOTIFY_SOCKET"] = manager.Address();
-  const auto second = RunProgram({TLMJM}, settings);
-  EXPECT_EQ(second.Output, "FATAL ERROR: check that no other Tessarine processes are running\n");
-  EXPECT_EQ(second.ExitCode, 0);
+  EXPECT_THAT(RunProgram({TLMJM}, settings),
+              Ends(0, "FATAL ERROR: check that no other Tessarine processes are running\n"));
   EXPECT_THAT(manager.AllReports(), ElementsAre("STATUS=start pending", "READY=1", "STOPPING=1", "STATUS=stopped"));
 }
 
 // -- the commands, with a stand-in for the manager's tool
-
 struct ServiceCommands : ::testing::Test {
   Sandbox Disk;
   Environment Settings{{"PATH", Disk.Path("bin") + ":/usr/bin:/bin:/usr/sbin:/sbin"},
@@ -183,10 +176,8 @@ struct ServiceCommands : ::testing::Test {
   }
   // Each gives what was printed.
   std::string AsUser(const std::string& command, const std::string& program = TLMJM) const {
-    std::vector<std::string> arguments{program, command};
-    const std::vector<std::string> drop{"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    if (geteuid() == 0) arguments.insert(arguments.begin(), drop.begin(), drop.end());
-    return Run(arguments);
+    const Words drop{"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    return Run((geteuid() == 0 ? drop : Words()) + Words{program, command});
   }
   // The machine's units are a directory of the test.
   std::string AsRoot(const std::string& commands) const {
@@ -198,7 +189,7 @@ struct ServiceCommands : ::testing::Test {
   }
 
  private:
-  std::string Run(const std::vector<std::string>& arguments) const {
+  std::string Run(const Words& arguments) const {
     const auto finished = RunProgram(arguments, Settings);
     EXPECT_EQ(finished.ExitCode, 0) << finished.Output;
     return finished.Output;
@@ -269,6 +260,5 @@ TEST_F(ServiceCommands, ClearTheTemporaryRootBeforeTheServiceGoes) {
   for (const char* gone : {"root/tq1", "root/tlm2010.sta", "root/tlm2010_dp.sta"}) EXPECT_FALSE(Disk.Has(gone)) << gone;
   EXPECT_TRUE(Disk.Has("root/stranger"));
 }
-
 }  // namespace
 }  // namespace tlm::test

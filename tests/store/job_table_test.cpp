@@ -6,7 +6,6 @@
 
 namespace tlm {
 namespace {
-
 using ::testing::ElementsAreArray;
 
 struct JobTableModel : ::testing::TestWithParam<unsigned> {
@@ -132,6 +131,5 @@ TEST_P(JobTableModel, AnswersAsALookAtEveryJobWould) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, JobTableModel, ::testing::Range(1U, 9U));
-
 }  // namespace
 }  // namespace tlm

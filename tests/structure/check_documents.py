@@ -1,11 +1,7 @@
 #!/usr/bin/env python3
 """The documents name no sub-command and no long option that tlmctl does not know, and no test that is not there.
 Arguments: tlmctl, the source tree."""
-import functools
-import pathlib
-import re
-import subprocess
-import sys
+import functools, pathlib, re, subprocess, sys
 
 
 @functools.cache

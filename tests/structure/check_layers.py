@@ -1,8 +1,6 @@
 #!/usr/bin/env python3
 """Keeps the promises of the source tree: arrows between layers point down, and the system is met in one folder only."""
-import pathlib
-import re
-import sys
+import pathlib, re, sys
 
 # From the top down: a folder includes only itself and those behind it.
 LAYERS = ["shell", "server", "dist", "exec", "store", "jm", "rpc", "libtsenv", "util", "platform"]

@@ -6,7 +6,6 @@
 #include <thread>
 
 namespace tlm::test {
-
 inline constexpr std::chrono::seconds kPatience{60};
 
 // True as soon as the condition holds, false if it has not within the limit.
@@ -26,5 +25,4 @@ std::chrono::steady_clock::duration TimeOf(Action action) {
   action();
   return std::chrono::steady_clock::now() - start;
 }
-
 }  // namespace tlm::test

@@ -5,7 +5,6 @@
 #include <cstdint>
 
 namespace tlm::test {
-
 // The variable with the path of the file that holds it.
 inline constexpr char kFailingCalls[] = "FAILING_CALLS";
 
@@ -15,5 +14,4 @@ struct FailingCalls {
   std::atomic<std::int64_t> Clock;  // seconds by which the time of day is off
   char Failed[16];                  // name of the last call that failed
 };
-
 }  // namespace tlm::test

@@ -13,14 +13,19 @@
 #include "support/server_process.h"
 
 namespace tlm::test {
+using ::testing::AllOf, ::testing::ContainsRegex, ::testing::Each, ::testing::ElementsAre, ::testing::HasSubstr;
+using ::testing::IsEmpty, ::testing::MatchesRegex, ::testing::Not, ::testing::StartsWith;
 
-using ::testing::AllOf;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
+// A job whose input and results have the stem.
+inline Submission JobIn(const std::string& directory, const std::string& command = "", const std::string& stem = "",
+                        std::uint32_t runClass = kRunAtOnce) {
+  Submission job;
+  job.WorkDir = directory;
+  job.Command = command;
+  job.AnalysisID = job.ResultStem = job.InputStem = stem;
+  job.RunClass = runClass;
+  return job;
+}
 
 // Connected and greeted.
 class JobClient : public QorJMClient {
@@ -55,6 +60,22 @@ class JobClient : public QorJMClient {
   }
   Task AwaitEnd(std::uint64_t handle) { return Await(handle, {LaunchFailed, Finished, Aborted}); }
 
+  // The server's directory for the client's.
+  std::string Map(const std::string& directory) {
+    std::string there;
+    EXPECT_TRUE(MapClientDirectory(directory, there));
+    return there;
+  }
+  bool Fetch(std::uint64_t handle) {
+    FileTransferList files;
+    return RequestResults(handle, files);
+  }
+  StringList Pool() {
+    StringList pool;
+    GetServerPool({pool});
+    return pool;
+  }
+
   HandleList Jobs() {
     HandleList handles;
     ListJobs(handles);
@@ -71,10 +92,7 @@ class JobClient : public QorJMClient {
 
   // What a program prints that is run in the directory.
   std::string OutputOf(const std::string& command, const std::string& directory) {
-    Submission job;
-    job.WorkDir = directory;
-    job.ResultStem = job.InputStem = job.Command = command;
-    const std::uint64_t handle = SubmitJob(job);
+    const std::uint64_t handle = SubmitJob(JobIn(directory, command, command));
     AwaitEnd(handle);
     return Output(handle);
   }
@@ -106,12 +124,9 @@ struct JobTest : ::testing::Test {
   }
 
   // A job of its own stem that starts at once.
-  Submission NewJob(const std::string& command, std::uint64_t predecessor = 0) {
-    Submission job;
-    job.AnalysisID = job.ResultStem = job.InputStem = "job" + std::to_string(++submitted_);
+  Submission NewJob(const std::string& command, std::uint64_t predecessor = 0, std::uint32_t runClass = kRunAtOnce) {
+    Submission job = JobIn(Work.Root(), command, "job" + std::to_string(++submitted_), runClass);
     job.InputFile = job.ResultStem + ".in";
-    job.WorkDir = Work.Root();
-    job.Command = command;
     job.Predecessor = predecessor;
     return job;
   }
@@ -119,9 +134,7 @@ struct JobTest : ::testing::Test {
     return Client.SubmitJob(NewJob(command, predecessor));
   }
   std::uint64_t SubmitQueued(const std::string& command, std::uint64_t predecessor = 0) {
-    Submission job = NewJob(command, predecessor);
-    job.RunClass = kRunQueued;
-    return Client.SubmitJob(job);
+    return Client.SubmitJob(NewJob(command, predecessor, kRunQueued));
   }
 
   // A number that a job has written to a file of its directory.
@@ -143,5 +156,4 @@ struct JobTest : ::testing::Test {
  private:
   int submitted_ = 0;
 };
-
 }  // namespace tlm::test

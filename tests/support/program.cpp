@@ -12,16 +12,13 @@
 #include "support/sandbox.h"
 
 namespace tlm::test {
-
 namespace {
-
 std::vector<char*> Pointers(Words& texts) {
   std::vector<char*> pointers;
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
 }
-
 }  // namespace
 
 Program::Program(Words words, const Environment& environment, const std::function<void()>& prepare) {
@@ -31,8 +28,7 @@ Program::Program(Words words, const Environment& environment, const std::functio
     if (value != nullptr && !environment.contains(name)) entries.push_back(std::string(name) + "=" + value);
   }
   for (const auto& [name, value] : environment) entries.push_back(name + "=" + value);
-  const std::vector<char*> wordPointers = Pointers(words);
-  const std::vector<char*> entryPointers = Pointers(entries);
+  const std::vector<char*> wordPointers = Pointers(words), entryPointers = Pointers(entries);
   const int parent = getpid();
   pid_ = fork();
   if (pid_ < 0) throw std::runtime_error("no process to be had for " + words[0]);
@@ -80,5 +76,4 @@ ProgramEnd RunProgram(const Words& words, const Environment& environment) {
   }
   return {*program.ExitCode(), disk.Read("output")};
 }
-
 }  // namespace tlm::test

@@ -8,15 +8,12 @@
 #include <vector>
 
 namespace tlm::test {
-
 namespace {
-
 constexpr std::chrono::milliseconds kLookInterval{20};
 
 bool SendAll(const RawConnection& to, const std::string& bytes) {
   return send(to.Descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
-
 }  // namespace
 
 Proxy::Proxy(std::uint16_t serverPort) : serverPort_(serverPort), thread_([this] { Accept(); }) {}
@@ -25,8 +22,6 @@ Proxy::~Proxy() {
   ends_ = true;
   thread_.join();
 }
-
-void Proxy::Cut() { ++cuts_; }
 
 void Proxy::Forge(const std::string& text, const std::string& forged) {
   const std::lock_guard lock(mutex_);
@@ -86,5 +81,4 @@ std::string Proxy::Forged(std::string bytes, std::string& held) {
   held = bytes.substr(start);
   return bytes.substr(0, start);
 }
-
 }  // namespace tlm::test

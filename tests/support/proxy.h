@@ -10,7 +10,6 @@
 #include "support/raw_connection.h"
 
 namespace tlm::test {
-
 class Proxy {
  public:
   explicit Proxy(std::uint16_t serverPort);
@@ -20,7 +19,7 @@ class Proxy {
 
   std::uint16_t Port() const { return listener_.Port(); }
   // Ends all connections that are counted.
-  void Cut();
+  void Cut() { ++cuts_; }
   // Ends the first connection on which the client has sent so many bytes; only that one.
   void CutOnceAfter(std::uint64_t bytes) { cutAfter_ = bytes; }
   // In what the server says, one text becomes another of the same length.
@@ -45,5 +44,4 @@ class Proxy {
   std::string text_, forged_;  // guarded by mutex_
   std::thread thread_;
 };
-
 }  // namespace tlm::test

@@ -10,7 +10,6 @@
 #include "support/eventually.h"
 
 namespace tlm::test {
-
 PtySession::PtySession(const Words& words, Environment environment, int columns, int lines) {
   environment.insert({"TERM", "xterm"});
   if (openpty(&master_, &terminal_, nullptr, nullptr, nullptr) != 0) throw std::runtime_error("no terminal to be had");
@@ -60,5 +59,4 @@ bool PtySession::HasFormerModes() const {
   termios now = {};
   return tcgetattr(terminal_, &now) == 0 && now.c_lflag == former_.c_lflag && now.c_iflag == former_.c_iflag;
 }
-
 }  // namespace tlm::test

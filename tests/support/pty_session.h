@@ -9,7 +9,6 @@
 #include "support/program.h"
 
 namespace tlm::test {
-
 class PtySession {
  public:
   // TERM is xterm unless the environment says otherwise.
@@ -36,5 +35,4 @@ class PtySession {
   termios former_ = {};
   std::string written_;
 };
-
 }  // namespace tlm::test

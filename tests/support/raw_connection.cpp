@@ -13,7 +13,6 @@
 #include "support/eventually.h"
 
 namespace tlm::test {
-
 std::string Hex(const std::string& digits) {
   std::string bytes;
   std::istringstream words(digits);
@@ -52,7 +51,6 @@ std::string Reply(const std::string& results, std::uint32_t acceptedStat, std::u
 }
 
 namespace {
-
 [[noreturn]] void Fail(const char* what) { throw std::runtime_error(std::string(what) + ": " + std::strerror(errno)); }
 
 sockaddr_in Loopback(std::uint16_t port) {
@@ -77,10 +75,7 @@ bool Bind(int socket, std::uint16_t port) {
   address.sin_addr.s_addr = INADDR_ANY;
   return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
-
 }  // namespace
-
-std::string LocalAddress(std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
 
 std::uint16_t FreePort() {
   constexpr int kFirst = 20400, kCount = 12300;  // below those of outgoing connections
@@ -103,14 +98,13 @@ bool Listens(std::uint16_t port) try {
   return false;
 }
 
-RawConnection::RawConnection(std::uint16_t port) : RawConnection() {
+RawConnection::RawConnection(std::uint16_t port, const std::string& firstBytes) : RawConnection() {
   socket_ = NewSocket(SOCK_STREAM);
   LimitWaits(socket_);
   const sockaddr_in address = Loopback(port);
   if (connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) Fail("connect");
+  if (!firstBytes.empty()) Send(firstBytes);
 }
-
-RawConnection::RawConnection(RawConnection&& other) noexcept : socket_(other.socket_) { other.socket_ = -1; }
 
 RawConnection::~RawConnection() {
   if (socket_ >= 0) close(socket_);
@@ -182,5 +176,4 @@ RawConnection RawListener::Accept() {
   LimitWaits(connection.socket_);
   return connection;
 }
-
 }  // namespace tlm::test

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace tlm::test {
-
 // Bytes from words of eight hexadecimal digits.
 std::string Hex(const std::string& digits);
 
@@ -23,7 +23,7 @@ std::string Call(std::uint32_t procedure, const std::string& arguments = "", std
 std::string Reply(const std::string& results = "", std::uint32_t acceptedStat = 0, std::uint32_t xid = 0x102);
 
 // HOST:PORT of this machine.
-std::string LocalAddress(std::uint16_t port);
+inline std::string LocalAddress(std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
 // A port at which nobody listens. No other test is given it while this one runs, nor is it an outgoing connection's.
 std::uint16_t FreePort();
 // True if somebody accepts connections there.
@@ -32,8 +32,8 @@ bool Listens(std::uint16_t port);
 // All waits end with a failure of the test, by an exception, after a generous limit.
 class RawConnection {
  public:
-  explicit RawConnection(std::uint16_t port);
-  RawConnection(RawConnection&& other) noexcept;
+  explicit RawConnection(std::uint16_t port, const std::string& firstBytes = "");
+  RawConnection(RawConnection&& other) noexcept : socket_(std::exchange(other.socket_, -1)) {}
   RawConnection(const RawConnection&) = delete;
   RawConnection& operator=(const RawConnection&) = delete;
   ~RawConnection();
@@ -72,5 +72,4 @@ class RawListener {
   RawConnection socket_;
   std::uint16_t port_;
 };
-
 }  // namespace tlm::test

@@ -9,6 +9,10 @@
 #include "platform/file_system.h"
 
 namespace tlm::test {
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
 
 class Sandbox {
  public:
@@ -39,10 +43,7 @@ class Sandbox {
     std::ofstream(*this / name, std::ios::binary) << content;
     return *this / name;
   }
-  std::string Read(const std::string& name) const {
-    std::ifstream file(*this / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Read(const std::string& name) const { return ReadFile(*this / name); }
   void WriteScript(const std::string& name, const std::string& body) const {
     Write(name, "#!/bin/sh\n" + body);
     std::filesystem::permissions(*this / name, std::filesystem::perms::owner_all);
@@ -51,5 +52,4 @@ class Sandbox {
  private:
   std::string root_;
 };
-
 }  // namespace tlm::test

@@ -5,7 +5,6 @@
 #include "support/eventually.h"
 
 namespace tlm::test {
-
 ServerProcess::ServerProcess(const Environment& environment, const std::string& command, const std::string& executable)
     : environment_(environment) {
   const Environment usual{{"TSQOR_HOME", home_.Root()},
@@ -41,9 +40,11 @@ int ServerProcess::AwaitEnd() {
 }
 
 std::size_t ServerProcess::PeakMemory() const {
-  std::ifstream file("/proc/" + std::to_string(Pid()) + "/status");
-  const std::string status{std::istreambuf_iterator<char>(file), {}};
+  const std::string status = ReadFile("/proc/" + std::to_string(Pid()) + "/status");
   return std::stoul(status.substr(status.find("VmHWM:") + 6)) * 1024;
 }
 
+std::ptrdiff_t ServerProcess::OpenDescriptors() const {
+  return std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(Pid()) + "/fd"), {});
+}
 }  // namespace tlm::test

@@ -11,7 +11,6 @@
 #include "support/sandbox.h"
 
 namespace tlm::test {
-
 class ServerProcess {
  public:
   // Waits until the server listens. Entries of the environment come on top of the usual ones. An empty command stands
@@ -31,6 +30,7 @@ class ServerProcess {
   const Sandbox& Root() const { return root_; }
   // What it has printed so far, both streams.
   std::string Output() const { return home_.Read("server.log"); }
+  bool HasPrinted(const std::string& text) const { return Output().find(text) != std::string::npos; }
   const Environment& Settings() const { return environment_; }
 
   // A program that jobs can name.
@@ -44,6 +44,7 @@ class ServerProcess {
   void Kill() { program_.reset(); }
   // Largest amount of memory that it has held so far, in bytes.
   std::size_t PeakMemory() const;
+  std::ptrdiff_t OpenDescriptors() const;
 
  private:
   Sandbox home_;
@@ -52,5 +53,4 @@ class ServerProcess {
   Environment environment_;
   std::optional<Program> program_;  // empty once its end was asked for
 };
-
 }  // namespace tlm::test

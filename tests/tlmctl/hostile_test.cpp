@@ -1,20 +1,13 @@
 // The client before something that is no honest server.
-#include <future>
-#include <gmock/gmock.h>
 #include <memory>
 
-#include "support/raw_connection.h"
 #include "tlmctl/tlmctl_fixture.h"
 
 namespace tlm::test {
 namespace {
-
 TEST(TlmctlHostile, EndsWithAWordWhateverItIsAnswered) {
   constexpr int kLost = 75, kRefused = 77;
-  const struct {
-    std::string Answer;
-    int Code;
-  } cases[] = {
+  const std::pair<std::string, int> cases[] = {
       {"HTTP/1.1 400 Bad Request\r\n\r\n", kLost},
       {std::string(4096, '\xFF'), kLost},
       {Hex("FFFFFFFF"), kLost},                 // a record of 2 GiB
@@ -35,15 +28,13 @@ TEST(TlmctlHostile, EndsWithAWordWhateverItIsAnswered) {
       connection.ReceiveRecord();
       connection.Send(answer);
     }
-    const ProgramEnd end = client.get();
-    EXPECT_EQ(end.ExitCode, code) << end.Output;
-    EXPECT_THAT(end.Output, testing::HasSubstr("tlmctl: "));
+    EXPECT_THAT(client.get(), Ends(code, HasSubstr("tlmctl: ")));
   }
 }
 
 TEST(TlmctlHostile, IsExaminedToTheEnd) {
   auto listener = std::make_unique<RawListener>();
-  const std::string server = "127.0.0.1:" + std::to_string(listener->Port());
+  const std::string server = LocalAddress(listener->Port());
   auto doctor = std::async(std::launch::async, [&server] {
     return RunProgram({BIN_DIRECTORY "/tlmctl", "--json", "doctor", "--server", server});
   });
@@ -54,10 +45,7 @@ TEST(TlmctlHostile, IsExaminedToTheEnd) {
     connection.ReceiveRecord();
     listener.reset();
   }
-  const ProgramEnd end = doctor.get();
-  EXPECT_EQ(end.ExitCode, 77);
-  EXPECT_THAT(end.Output, testing::StartsWith(R"({"schema":1,"result":"fault","checks":[{"check":"server")"));
+  EXPECT_THAT(doctor.get(), Ends(77, StartsWith(R"({"schema":1,"result":"fault","checks":[{"check":"server")")));
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -7,7 +7,6 @@
 
 namespace tlm::ctl {
 namespace {
-
 TEST(JobEnd, IsNoSuccessWhereAnotherServerKeepsTheExitCodeToItself) {
   Task task;
   task.Status = Finished;
@@ -28,6 +27,5 @@ TEST(JobEnd, HasNoTimeBeforeItOfAJobWhoseStartIsNoTime) {
   task.Started = std::numeric_limits<std::int64_t>::min();
   EXPECT_EQ(ElapsedText(task), kNothing);
 }
-
 }  // namespace
 }  // namespace tlm::ctl

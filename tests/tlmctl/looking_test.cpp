@@ -3,39 +3,28 @@
 
 namespace tlm::test {
 namespace {
-
 enum { kUsage = 64, kLost = 75, kRefused = 77, kAborted = 120, kLaunchFailed = 121, kTimedOut = 124 };
 
 struct Looking : Tlmctl {
   JobClient client{server.Port(), "desk"};
 
-  auto Desk(Words words) const {
-    words.insert(words.begin(), {"--client-host", "desk"});
-    return Ctl(std::move(words));
-  }
+  ProgramEnd Desk(const Words& words) const { return Ctl(Words{"--client-host", "desk"} + words); }
   // Each with a stem, and so an output, of its own. Gives the handle.
-  std::string Submit(const Words& command, Words options = {}) {
-    options.insert(options.begin(), {"submit", "-q", "--stem", "job" + std::to_string(++submitted_)});
-    options.push_back("--");
-    options.insert(options.end(), command.begin(), command.end());
-    std::string handle = Desk(options).Output;
+  std::string Submit(const Words& command, const Words& options = {}) {
+    const std::string stem = "job" + std::to_string(++submitted_);
+    const std::string handle = Desk(Words{"submit", "-q", "--stem", stem} + options + Words{"--"} + command).Output;
     return handle.substr(0, handle.find('\n'));
   }
-  std::string SubmitWaiter(Words options = {}) {
+  std::string SubmitWaiter(const Words& options = {}) {
     if (!disk.Has("wait")) AddWaiter();
-    return Submit({"waiter"}, std::move(options));
+    return Submit({"waiter"}, options);
   }
-  Submission Plain(const std::string& command) const {
-    Submission job;
-    job.WorkDir = disk.Root();
-    job.Command = command;
-    return job;
-  }
+  Submission Plain(const std::string& command) const { return JobIn(disk.Root(), command); }
   // Comes back once the client has found its job and asks for it again and again.
-  std::future<ProgramEnd> Following(const Proxy& proxy, Words words) const {
+  std::future<ProgramEnd> Following(const Proxy& proxy, const Words& words) const {
     constexpr std::uint64_t kSomePolls = 1000;  // bytes
     const std::uint64_t before = proxy.BytesFromClient();
-    auto end = CtlMeanwhile(Through(proxy, std::move(words)));
+    auto end = CtlMeanwhile(Through(proxy, words));
     EXPECT_TRUE(Eventually([&] { return proxy.BytesFromClient() > before + kSomePolls; }));
     return end;
   }
@@ -67,12 +56,10 @@ TEST_F(Looking, TellsProgramsAllThatIsKnown) {
       R"("complete_on_failure":true,"note":"for Ann","client_host":"desk","owner_port":null,"task_key":"",)"
       R"("parent_process":0,"task_type":0,"task_level":0,"changes":*)";
   EXPECT_EQ(Golden({"list", "--json"}), "{\"schema\":1,\"jobs\":[{" + job + "}]}\n");
-  const std::string shown = Golden({"show", "last", "--json"});
-  EXPECT_THAT(shown,
+  EXPECT_THAT(Golden({"show", "last", "--json"}),
               HasSubstr("{\"schema\":1," + job + ",\"submitted_from\":\"" + disk.Root() + "\",\"command_line\":["));
-  const std::string last = Golden({"last", "--json"});
-  EXPECT_THAT(last, AllOf(HasSubstr(R"("id":*,"handle":4,"server":*,"name":"job1",)"),
-                          HasSubstr(R"("outcome":"finished","exit_code":3,"ended":*})")));
+  EXPECT_THAT(Golden({"last", "--json"}), AllOf(HasSubstr(R"("id":*,"handle":4,"server":*,"name":"job1",)"),
+                                                HasSubstr(R"("outcome":"finished","exit_code":3,"ended":*})")));
   EXPECT_THAT(Desk({"show", "4"}).Output,
               AllOf(HasSubstr("Note                  for Ann\n"), HasSubstr("Typed                 tlmctl ")));
   EXPECT_EQ(Golden({"list", "--json", "--state", "running,queued"}), "{\"schema\":1,\"jobs\":[]}\n");
@@ -86,9 +73,7 @@ TEST_F(Looking, SaysWhatAJobWaitsForOrHowItEnded) {
   const std::string running = SubmitWaiter();
   const std::string queued = Submit({"do"}, {"--queue"});
   const std::string follower = Submit({"do"}, {"--after", running});
-  const struct {
-    std::string Job, Codes;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {running, "running\n"},
       {queued, "queue-stopped\n"},
       {follower, "predecessor\n"},
@@ -150,18 +135,13 @@ TEST_F(Looking, AsksTheOtherServersOfThePool) {
 }
 
 // -- to the end
-
 TEST_F(Looking, WaitsWithoutAWordAndEndsAsTheJob) {
   const std::string waiter = SubmitWaiter();
   const std::string three = Submit({"do", "exit 3"});
   const std::string silent = Submit({"do"});
   const std::string missing = Submit({"missing"});
   const std::string good = Submit({"do"}, {"--complete-on-failure"});
-  const struct {
-    Words Jobs;
-    int Code;
-    std::string Output;
-  } cases[] = {
+  const std::tuple<Words, int, std::string> cases[] = {
       {{three}, 3, ""},
       {{silent}, kAborted, ""},
       {{missing}, kLaunchFailed, ""},
@@ -178,11 +158,7 @@ TEST_F(Looking, WaitsWithoutAWordAndEndsAsTheJob) {
        "7d\n"},
   };
   for (const auto& [jobs, code, output] : cases) {
-    Words line{"wait"};
-    line.insert(line.end(), jobs.begin(), jobs.end());
-    const auto end = Ctl(line);
-    EXPECT_EQ(end.ExitCode, code) << testing::PrintToString(jobs) << end.Output;
-    EXPECT_EQ(end.Output, output);
+    EXPECT_THAT(Ctl(Words{"wait"} + jobs), Ends(code, output)) << testing::PrintToString(jobs);
   }
   const Proxy proxy(server.Port());
   auto wait = Following(proxy, {"wait", waiter});
@@ -200,11 +176,9 @@ TEST_F(Looking, WatchesByTheLineAndThroughALossButNotThroughARestart) {
   broken.Cut();
   ASSERT_TRUE(Eventually([&] { return broken.Connections() == 2; }));
   LetWaitersGo();
-  const auto seen = watch.get();
-  EXPECT_EQ(seen.ExitCode, kAborted);
-  EXPECT_THAT(seen.Output,
-              AllOf(HasSubstr("job 4 job1: Running, 0 %\n"), HasSubstr("connection to the server was lost"),
-                    HasSubstr("job 4 job1: Aborted, exit code 0, ")));
+  EXPECT_THAT(watch.get(), Ends(kAborted, AllOf(HasSubstr("job 4 job1: Running, 0 %\n"),
+                                                HasSubstr("connection to the server was lost"),
+                                                HasSubstr("job 4 job1: Aborted, exit code 0, "))));
   EXPECT_THAT(events.get().Output, AllOf(HasSubstr(R"({"schema":1,"event":"state","job":{"handle":4,)"),
                                          HasSubstr(R"({"schema":1,"event":"end","job":{"handle":4,)")));
   SubmitWaiter(Through(*proxy, {}));
@@ -216,10 +190,9 @@ TEST_F(Looking, WatchesByTheLineAndThroughALossButNotThroughARestart) {
   server.Stop();
   EXPECT_THAT(Ctl(history).Output, HasSubstr("does not answer"));
   const ServerProcess another(settings);
-  const auto lost = wait.get();
-  EXPECT_EQ(lost.ExitCode, kLost);
-  EXPECT_THAT(lost.Output, AllOf(HasSubstr("the server has forgotten job 8 job2"), HasSubstr("tlmctl resubmit @")));
-  EXPECT_THAT(Ctl(history).Output, testing::ContainsRegex("job1 .* aborted, exit code 0\n.* job2 .* gone\n"));
+  EXPECT_THAT(wait.get(),
+              Ends(kLost, AllOf(HasSubstr("the server has forgotten job 8 job2"), HasSubstr("tlmctl resubmit @"))));
+  EXPECT_THAT(Ctl(history).Output, ContainsRegex("job1 .* aborted, exit code 0\n.* job2 .* gone\n"));
 }
 
 TEST_F(Looking, LeavesAJobAloneThatHasGotTheHandleOfAnOlderOne) {
@@ -231,9 +204,9 @@ TEST_F(Looking, LeavesAJobAloneThatHasGotTheHandleOfAnOlderOne) {
   ASSERT_EQ(stranger.SubmitJob(Plain("waiter")), 4U);
   stranger.Await(4, {Running});
   for (const std::string command : {"show", "why", "output", "results", "wait", "watch", "cancel", "release"}) {
-    const auto refused = Desk({command, "4"});
-    EXPECT_EQ(refused.ExitCode, kRefused) << command;
-    EXPECT_THAT(refused.Output, HasSubstr("that was another job: job 4 is now \"\" of desk, and not \"job1\""));
+    EXPECT_THAT(Desk({command, "4"}),
+                Ends(kRefused, HasSubstr("that was another job: job 4 is now \"\" of desk, and not \"job1\"")))
+        << command;
   }
   EXPECT_THAT(Desk({"priority", "4", "high"}).Output, HasSubstr("that was another job"));
   EXPECT_THAT(Desk({"submit", "--after", "4", "waiter"}).Output, HasSubstr("that was another job"));
@@ -263,15 +236,14 @@ TEST_F(Looking, TellsTheEndsOfJobsThatHaveLeft) {
   EXPECT_THAT(Golden({"history", "--json", "-n", "2"}),
               HasSubstr(R"("sent":[],"outcome":"finished","exit_code":3,"ended":*},{"id":*,"handle":8,)"));
   EXPECT_EQ(Ctl({"history", "-n", "-5"}).ExitCode, kUsage);
-  namespace fs = std::filesystem;
-  EXPECT_EQ(fs::status(disk.Path("state/tlmctl/ledger.jsonl")).permissions(),
-            fs::perms::owner_read | fs::perms::owner_write);
+  using std::filesystem::perms;
+  EXPECT_EQ(std::filesystem::status(disk / "state/tlmctl/ledger.jsonl").permissions(),
+            perms::owner_read | perms::owner_write);
 }
 
 TEST_F(Looking, SubmitsAnewToTheServerThatHadTheJob) {
   const ServerProcess other;
-  other.AddProgram("do", "eval \"$*\"\n");
-  const std::string there = "127.0.0.1:" + std::to_string(other.Port());
+  const std::string there = other.Address();
   ASSERT_EQ(Ctl({"submit", "-q", "--server", there, "--", "do", "exit 3"}).Output, "4\n");
   const std::string id = Ctl({"history", "-q", "-n", "1"}).Output.substr(0, 9);
   EXPECT_THAT(Ctl({"resubmit", id}).Output, HasSubstr("tlmctl --server " + there + " submit -q -- do 'exit 3'\n8\n"));
@@ -287,13 +259,10 @@ TEST_F(Looking, WaitsNoLongerThanWantedWhileTheServerIsBusy) {
   const auto timely = wait.wait_for(std::chrono::seconds(8));
   kill(server.Pid(), SIGCONT);
   EXPECT_EQ(timely, std::future_status::ready);
-  const auto end = wait.get();
-  EXPECT_EQ(end.ExitCode, kTimedOut);
-  EXPECT_THAT(end.Output, HasSubstr(R"({"schema":1,"timed_out":true,"jobs":[{"over":false,)"));
+  EXPECT_THAT(wait.get(), Ends(kTimedOut, HasSubstr(R"({"schema":1,"timed_out":true,"jobs":[{"over":false,)")));
 }
 
 // -- output
-
 TEST_F(Looking, PrintsOutputOfAnyLengthAndItsLastLines) {
   constexpr std::size_t kLength = 20'000'000;
   Submit({"do", "head -c " + std::to_string(kLength) + " /dev/zero | tr '\\0' x; echo; echo a; echo b"});
@@ -310,9 +279,7 @@ TEST_F(Looking, PrintsOutputOfAnyLengthAndItsLastLines) {
 TEST_F(Looking, PrintsOutputAsItComesButOnlyForItsOwner) {
   SubmitWaiter();
   ASSERT_TRUE(client.TakeOwnership(4));
-  const auto refused = Desk({"output", "4"});
-  EXPECT_EQ(refused.ExitCode, kRefused);
-  EXPECT_THAT(refused.Output, HasSubstr("belongs to another client, at port "));
+  EXPECT_THAT(Desk({"output", "4"}), Ends(kRefused, HasSubstr("belongs to another client, at port ")));
   EXPECT_THAT(Ctl({"output", "4", "--client-host", "elsewhere"}).Output, HasSubstr("this one is \"elsewhere\""));
   client.Disconnect();
   auto output = CtlMeanwhile({"--client-host", "desk", "output", "-f", "4"});
@@ -322,23 +289,19 @@ TEST_F(Looking, PrintsOutputAsItComesButOnlyForItsOwner) {
   EXPECT_EQ(output.get().Output, "one\ntwo\n");
 }
 
-// -- ends
-
 TEST_F(Looking, CancelsJobsWithThoseThatWaitForThem) {
   SubmitWaiter();
   SubmitWaiter({"--after", "4"});
   SubmitWaiter({"--after", "8"});
   Submit({"do"}, {"--complete-on-failure"});
   ASSERT_EQ(Ctl({"wait", "16"}).ExitCode, 0);
-  const auto cancel = Ctl({"cancel", "4", "16", "400"});
-  EXPECT_EQ(cancel.ExitCode, kRefused);
-  EXPECT_THAT(cancel.Output, AllOf(HasSubstr("job 4 job1: Aborted\n"), HasSubstr("job 16 job4: Removed\n"),
+  EXPECT_THAT(Ctl({"cancel", "4", "16", "400"}),
+              Ends(kRefused, AllOf(HasSubstr("job 4 job1: Aborted\n"), HasSubstr("job 16 job4: Removed\n"),
                                    HasSubstr("job 8 job2: Aborted, as it waited for job 4\n"),
                                    HasSubstr("job 12 job3: Aborted, as it waited for job 8\n"),
-                                   HasSubstr("tlmctl: the server has no job 400")));
-  EXPECT_THAT(Ctl({"history"}).Output, testing::ContainsRegex("job1 .* aborted, .*\n.* job2 .* aborted\n"));
+                                   HasSubstr("tlmctl: the server has no job 400"))));
+  EXPECT_THAT(Ctl({"history"}).Output, ContainsRegex("job1 .* aborted, .*\n.* job2 .* aborted\n"));
   EXPECT_EQ(Ctl({"cancel", "--json", "4", "4"}).Output.find("\"because_of\":null,\"job\":{\"handle\":4,"), 26U);
 }
-
 }  // namespace
 }  // namespace tlm::test

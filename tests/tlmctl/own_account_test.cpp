@@ -1,26 +1,25 @@
 // What the client tells of itself: to shells, and to readers of the manual.
-#include <algorithm>
 #include <sstream>
 
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 constexpr char kClient[] = BIN_DIRECTORY "/tlmctl";
-
-// -- completion
 
 struct Completion : JobTest {
   // What bash offers for the last of the words, which it has cut at '=' and ':'.
-  std::vector<std::string> Bash(std::vector<std::string> words) const {
-    words.insert(words.begin(), {"/usr/bin/env", "-C", Work.Root(), "bash", "-c",
-                                 "source <(\"$0\" completion bash); COMP_WORDS=(tlmctl \"$@\"); COMP_CWORD=$#; "
-                                 "_tlmctl \"$0\"; printf '%s\\n' \"${COMPREPLY[@]}\"",
-                                 kClient});
-    std::istringstream output(RunProgram(words, {{"TLM_SERVER", Server.Address()}}).Output);
-    std::vector<std::string> offers;
+  Words Bash(const Words& words) const {
+    const Words shell{"/usr/bin/env",
+                      "-C",
+                      Work.Root(),
+                      "bash",
+                      "-c",
+                      "source <(\"$0\" completion bash); COMP_WORDS=(tlmctl \"$@\"); COMP_CWORD=$#; "
+                      "_tlmctl \"$0\"; printf '%s\\n' \"${COMPREPLY[@]}\"",
+                      kClient};
+    std::istringstream output(RunProgram(shell + words, {{"TLM_SERVER", Server.Address()}}).Output);
+    Words offers;
     for (std::string line; std::getline(output, line);) offers.push_back(line);
     std::sort(offers.begin(), offers.end());
     return offers;
@@ -33,12 +32,8 @@ TEST_F(Completion, OffersWhatMayStandThere) {
   Work.Write("plate 1.inp");
   Work.MakeDirectory("runs");
   const std::string port = std::to_string(Server.Port());
-  const std::vector<std::string> nothing{""};
-  const std::vector<std::string> jobs{"4", "8", "last"};
-  const struct {
-    std::vector<std::string> Words;
-    std::vector<std::string> Offers;
-  } cases[] = {
+  const Words nothing{""}, jobs{"4", "8", "last"};
+  const std::pair<Words, Words> cases[] = {
       {{"prio"}, {"priority"}},
       {{"comp"}, {"completion"}},
       {{"nonsense", ""}, nothing},
@@ -70,27 +65,21 @@ TEST_F(Completion, DoesNotWaitForAServerThatDoesNotAnswer) {
   EXPECT_LT(TimeOf([&] { EXPECT_THAT(ask().Output, testing::StartsWith("last\t")); }), std::chrono::seconds(10));
 }
 
-// -- output
-
 TEST(Output, IsAFailureWhereItCannotBeWrittenAndNoneWhereNobodyReadsOn) {
   const auto shell = [](const std::string& line) {
     return RunProgram({"/bin/bash", "-o", "pipefail", "-c", line, kClient});
   };
-  const auto full = shell("\"$0\" manual >/dev/full");
-  EXPECT_EQ(full.ExitCode, 77);
-  EXPECT_EQ(full.Output, "tlmctl: standard output cannot be written: No space left on device\n");
+  EXPECT_THAT(shell("\"$0\" manual >/dev/full"),
+              Ends(77, "tlmctl: standard output cannot be written: No space left on device\n"));
   EXPECT_EQ(shell("(\"$0\" manual; echo $? >&2) | true").Output, "0\n");
 }
 
 TEST(Output, OfFailuresIsADocumentAlsoBeforeTheLineIsUnderstood) {
-  const auto end = RunProgram({kClient, "--wait-server", "soon", "--json", "ping"});
-  EXPECT_EQ(end.ExitCode, 64);
-  EXPECT_THAT(end.Output, testing::StartsWith(R"({"schema":1,"error":{"code":"usage")"));
+  EXPECT_THAT(RunProgram({kClient, "--wait-server", "soon", "--json", "ping"}),
+              Ends(64, StartsWith(R"({"schema":1,"error":{"code":"usage")")));
   EXPECT_EQ(RunProgram({kClient, "report", "stop-requested", "--json"}).Output,
             "{\"schema\":1,\"stop_requested\":false}\n");
 }
-
-// -- manual
 
 TEST(Manual, TellsOfEachCommandOptionAndOperation) {
   const std::string manual = RunProgram({kClient, "manual"}).Output;
@@ -102,15 +91,13 @@ TEST(Manual, TellsOfEachCommandOptionAndOperation) {
     EXPECT_THAT(manual, HasSubstr(text));
   }
   EXPECT_THAT(manual, Not(HasSubstr("## complete\n")));
-  for (int number = 1; number <= 49; ++number)
-    EXPECT_THAT(manual, HasSubstr("\n|] " + std::to_string(number) + "\n:[ "));
+  for (int i = 1; i <= 49; ++i) EXPECT_THAT(manual, HasSubstr("\n|] " + std::to_string(i) + "\n:[ "));
 }
 
 TEST(Manual, IsWellFormed) {
   if (RunProgram({"/usr/bin/env", "scdoc", "-v"}).ExitCode != 0) GTEST_SKIP() << "scdoc is not installed";
-  const auto page = RunProgram({"/bin/bash", "-o", "pipefail", "-c", "\"$0\" manual | scdoc >/dev/null", kClient});
-  EXPECT_EQ(page.ExitCode, 0) << page.Output;
+  EXPECT_THAT(RunProgram({"/bin/bash", "-o", "pipefail", "-c", "\"$0\" manual | scdoc >/dev/null", kClient}),
+              Ends(0, testing::_));
 }
-
 }  // namespace
 }  // namespace tlm::test

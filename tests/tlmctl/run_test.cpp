@@ -3,23 +3,16 @@
 
 namespace tlm::test {
 namespace {
-
 constexpr int kKilled = 137;
 
 struct Run : Tlmctl {
-  static Words Do(const std::string& text, Words options = {}) {
-    options.insert(options.begin(), "run");
-    options.insert(options.end(), {"--", "do", text});
-    return options;
+  static Words Do(const std::string& text, const Words& options = {}) {
+    return Words{"run"} + options + Words{"--", "do", text};
   }
 };
 
 TEST_F(Run, GivesTheExitCodeOfTheProgramOrSaysWhatBecameOfTheJob) {
-  const struct {
-    Words Line;
-    int Code;
-    std::string Text;
-  } cases[] = {
+  const std::tuple<Words, int, std::string> cases[] = {
       {Do("echo out; echo err >&2"), 0, "out\nerr\n"},
       {Do("exit 3"), 3, "job 8 do: Finished, exit code 3"},
       {Do("kill -9 $$"), kKilled, "exit code 137"},
@@ -37,11 +30,7 @@ TEST_F(Run, GivesTheExitCodeOfTheProgramOrSaysWhatBecameOfTheJob) {
       {{"run", "--release", "none", "do"}, 77, "the server could not do it"},
       {{"run", "--server", LocalAddress(FreePort()), "do"}, 69, "cannot reach the server"},
   };
-  for (const auto& [line, code, text] : cases) {
-    const ProgramEnd run = Ctl(line);
-    EXPECT_EQ(run.ExitCode, code) << run.Output;
-    EXPECT_THAT(run.Output, HasSubstr(text));
-  }
+  for (const auto& [line, code, text] : cases) EXPECT_THAT(Ctl(line), Ends(code, HasSubstr(text)));
   EXPECT_EQ(Ctl({"run", "-q", "--", "do", "echo bare"}).Output, "bare\n");
 }
 
@@ -49,11 +38,9 @@ TEST_F(Run, PassesWordsOfAnyKindToTheProgram) {
   server.AddProgram("words", "for word in \"$@\"; do printf '<%s>\\n' \"$word\"; done");
   const Words odd{"plain", "two words", "",        "x;y", "it's", "\\back\\", "'",  "a'b c;d\\'", "$HOME",
                   "*",     "tab\there", "new\nli", "{}",  "[a]",  "a,b",      "-v", "--watch",    "--"};
-  Words line{"run", "-q", "--", "words"};
-  line.insert(line.end(), odd.begin(), odd.end());
   std::string expected;
   for (const std::string& word : odd) expected += "<" + word + ">\n";
-  EXPECT_EQ(Ctl(line).Output, expected);
+  EXPECT_EQ(Ctl(Words{"run", "-q", "--", "words"} + odd).Output, expected);
 }
 
 TEST_F(Run, SendsWhatTheServerLacksAndBringsBackWhatIsNew) {
@@ -62,13 +49,10 @@ TEST_F(Run, SendsWhatTheServerLacksAndBringsBackWhatIsNew) {
   disk.Write("empty.dat");
   const Words line = Do("cat 'case 7.inp' mesh.dat; test -e empty.dat && cp mesh.dat 'case 7.res' && cp mesh.dat b.dat",
                         {"-i", "case 7.inp", "-i", "mesh.dat", "-i", "empty.dat", "--also", "b"});
-  const ProgramEnd plan = Ctl({"run", "--dry-run", "-i", "mesh.dat", "do", "x"});
-  EXPECT_THAT(plan.Output,
+  EXPECT_THAT(Ctl({"run", "--dry-run", "-i", "mesh.dat", "do", "x"}).Output,
               AllOf(HasSubstr("mesh.dat  4 bytes  yes   the server lacks it"), Not(HasSubstr("submitted"))));
-  const ProgramEnd first = Ctl(line);
-  EXPECT_EQ(first.ExitCode, 0) << first.Output;
-  EXPECT_THAT(first.Output, AllOf(HasSubstr("sending case 7.inp, 7 bytes"), HasSubstr("sending mesh.dat, 4 bytes"),
-                                  HasSubstr("sending empty.dat"), HasSubstr("contentmesh")));
+  EXPECT_THAT(Ctl(line), Ends(0, AllOf(HasSubstr("sending case 7.inp, 7 bytes"), HasSubstr("sending mesh.dat, 4 bytes"),
+                                       HasSubstr("sending empty.dat"), HasSubstr("contentmesh"))));
   EXPECT_EQ(disk.Read("case 7.res"), "mesh");
   EXPECT_EQ(disk.Read("b.dat"), "mesh");
   EXPECT_THAT(Ctl(line).Output, Not(HasSubstr("sending mesh.dat"))) << "the server has it";
@@ -89,8 +73,7 @@ TEST_F(Run, ShowsOutputAndFetchesResultsWhileTheJobRuns) {
                     "while [ -e " +
                         disk.Path("wait") + " ]; do sleep 0.05; done; printf '\\251\\n'");
   std::future<ProgramEnd> run = CtlMeanwhile({"run", "--json", "early", "early.in"});
-  ASSERT_TRUE(
-      Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("\"handle\":4") != std::string::npos; }));
+  ASSERT_TRUE(EventuallyKeeps("\"handle\":4"));
   LetWaitersGo();
   const ProgramEnd done = run.get();
   EXPECT_EQ(done.ExitCode, 0) << done.Output;
@@ -107,19 +90,16 @@ TEST_F(Run, ShowsOutputAndFetchesResultsWhileTheJobRuns) {
 }
 
 // -- what goes wrong on the way
-
 TEST_F(Run, GoesOnWhenTheConnectionIsLost) {
   AddWaiter();
   Proxy proxy(server.Port());
   std::future<ProgramEnd> run = CtlMeanwhile(Through(proxy, {"run", "waiter"}));
-  ASSERT_TRUE(Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("waiter") != std::string::npos; }));
+  ASSERT_TRUE(EventuallyKeeps("waiter"));
   proxy.Cut();
   ASSERT_TRUE(Eventually([&] { return proxy.Connections() > 1; }));
   LetWaitersGo();
-  const ProgramEnd done = run.get();
-  EXPECT_EQ(done.ExitCode, 0);
-  EXPECT_THAT(done.Output, AllOf(HasSubstr("connection to the server was lost"), HasSubstr("one\n"), HasSubstr("two\n"),
-                                 HasSubstr("Finished")));
+  EXPECT_THAT(run.get(), Ends(0, AllOf(HasSubstr("connection to the server was lost"), HasSubstr("one\n"),
+                                       HasSubstr("two\n"), HasSubstr("Finished"))));
 }
 
 // A job ended between the look at it and the fetch of its results, left the server with them, and passed for lost.
@@ -127,9 +107,8 @@ TEST_F(Run, SeesTheEndOfAJobThatLeavesWithItsResults) {
   Proxy proxy(server.Port());
   proxy.Forge(U32(Finished) + U32(kResultsAvailable), U32(Running) + U32(kResultsAvailable));
   server.AddProgram("quick", "echo last words; echo whole >quick.res; exit 3");
-  const ProgramEnd done = Ctl(Through(proxy, {"run", "--stem", "quick", "quick"}));
-  EXPECT_EQ(done.ExitCode, 3) << done.Output;
-  EXPECT_THAT(done.Output, AllOf(HasSubstr("last words\n"), HasSubstr("Finished, exit code 3")));
+  EXPECT_THAT(Ctl(Through(proxy, {"run", "--stem", "quick", "quick"})),
+              Ends(3, AllOf(HasSubstr("last words\n"), HasSubstr("Finished, exit code 3"))));
   EXPECT_EQ(disk.Read("quick.res"), "whole\n");
 }
 
@@ -140,8 +119,7 @@ TEST_F(Run, GoesOnWithAnUploadFromWhatHasArrived) {
   disk.Write("big.dat", content);
   Proxy proxy(server.Port());
   proxy.CutOnceAfter(kSize / 4 * 3);
-  const ProgramEnd run = Ctl(Through(proxy, Do("cp big.dat copy.res", {"-i", "big.dat", "--stem", "copy"})));
-  EXPECT_EQ(run.ExitCode, 0) << run.Output;
+  EXPECT_THAT(Ctl(Through(proxy, Do("cp big.dat copy.res", {"-i", "big.dat", "--stem", "copy"}))), Ends(0, testing::_));
   EXPECT_TRUE(disk.Read("copy.res") == content);
   EXPECT_LT(proxy.BytesFromClient(), kSize * 3 / 2) << "not all of it once more";
 }
@@ -149,19 +127,17 @@ TEST_F(Run, GoesOnWithAnUploadFromWhatHasArrived) {
 TEST_F(Run, GoesOnWithNoUploadButItsOwn) {
   disk.Write("big.dat");
   disk.Write("late.dat");
-  ASSERT_EQ(Ctl(Do("true", {"--client-host", "desk", "-i", "big.dat", "-i", "late.dat"})).ExitCode, 0);
+  const Words options{"--client-host", "desk", "-i", "big.dat", "-i", "late.dat"};
+  ASSERT_EQ(Ctl(Do("true", options)).ExitCode, 0);
   JobClient client(server.Port());
-  std::string directory;
-  client.MapClientDirectory(disk.Root() + "/", directory);
+  const std::string directory = client.Map(disk.Root() + "/");
   ASSERT_TRUE(std::filesystem::exists(directory + "/late.dat"));
   std::ofstream(directory + "/late.dat.tmp") << "left by another";
   disk.Write("big.dat", std::string(8 << 20, 'x'));
   disk.Write("late.dat", "and now for something longer");
   Proxy proxy(server.Port());
   proxy.CutOnceAfter(1 << 20);
-  const auto run =
-      Ctl(Through(proxy, Do("cat late.dat", {"--client-host", "desk", "-i", "big.dat", "-i", "late.dat"})));
-  EXPECT_THAT(run.Output,
+  EXPECT_THAT(Ctl(Through(proxy, Do("cat late.dat", options))).Output,
               AllOf(HasSubstr("connection to the server was lost"), HasSubstr("and now for something longer")));
 }
 
@@ -169,17 +145,13 @@ TEST_F(Run, TellsThatTheServerHasForgottenTheJob) {
   AddWaiter();
   const Environment settings = server.Settings();
   std::future<ProgramEnd> run = CtlMeanwhile({"run", "waiter"});
-  ASSERT_TRUE(Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find("waiter") != std::string::npos; }));
+  ASSERT_TRUE(EventuallyKeeps("waiter"));
   EXPECT_EQ(server.Stop(), 0);
-  {
-    const ServerProcess another(settings);
-    const ProgramEnd done = run.get();
-    EXPECT_EQ(done.ExitCode, 75);
-    EXPECT_THAT(done.Output,
-                AllOf(HasSubstr("the server has no job 4 waiter any more"), HasSubstr("tlmctl resubmit @")));
-    LetWaitersGo();
-    EXPECT_EQ(Ctl({"resubmit"}).ExitCode, 0);
-  }
+  const ServerProcess another(settings);
+  EXPECT_THAT(run.get(),
+              Ends(75, AllOf(HasSubstr("the server has no job 4 waiter any more"), HasSubstr("tlmctl resubmit @"))));
+  LetWaitersGo();
+  EXPECT_EQ(Ctl({"resubmit"}).ExitCode, 0);
 }
 
 TEST_F(Run, WritesNothingThatAServerWouldLikeToHaveElsewhere) {
@@ -189,15 +161,13 @@ TEST_F(Run, WritesNothingThatAServerWouldLikeToHaveElsewhere) {
     ASSERT_EQ(outside.size(), inside.size());
     Proxy proxy(server.Port());
     proxy.Forge(inside, outside);
-    const ProgramEnd run = Ctl(Through(proxy, Do("echo x >a.res", {"--dir", disk.Path("work"), "--stem", "a"})));
-    EXPECT_EQ(run.ExitCode, 77) << run.Output;
-    EXPECT_THAT(run.Output, HasSubstr("the server sent a file for " + outside));
+    EXPECT_THAT(Ctl(Through(proxy, Do("echo x >a.res", {"--dir", disk.Path("work"), "--stem", "a"}))),
+                Ends(77, HasSubstr("the server sent a file for " + outside)));
     EXPECT_FALSE(std::filesystem::exists(outside)) << outside;
   }
 }
 
 // -- what is here, and what is another's
-
 TEST_F(Run, ReplacesNothingThatIsNewerThanTheJobsFiles) {
   disk.Write("m.inp", "first");
   disk.Write("m.msh", "mesh");
@@ -209,37 +179,29 @@ TEST_F(Run, ReplacesNothingThatIsNewerThanTheJobsFiles) {
   EXPECT_EQ(run.get().ExitCode, 0);
   EXPECT_EQ(disk.Read("m.msh"), "edited");
   disk.MakeDirectory("m.res");
-  const auto blocked = Ctl(Do("echo x >m.res; exit 5", {"--stem", "m"}));
-  EXPECT_EQ(blocked.ExitCode, 77);
-  EXPECT_THAT(blocked.Output, AllOf(HasSubstr("exit code 5"), HasSubstr("m.res and perhaps others did not arrive")));
+  EXPECT_THAT(Ctl(Do("echo x >m.res; exit 5", {"--stem", "m"})),
+              Ends(77, AllOf(HasSubstr("exit code 5"), HasSubstr("m.res and perhaps others did not arrive"))));
 }
 
 TEST_F(Run, SharesItsFilesWithNoOtherJob) {
   AddWaiter();
   ASSERT_EQ(Ctl({"submit", "--stem", "a", "waiter"}).ExitCode, 0);
-  const auto refused = Ctl(Do("true", {"--stem", "a"}));
-  EXPECT_EQ(refused.ExitCode, 77);
-  EXPECT_THAT(refused.Output, HasSubstr("job 4 a has not ended and writes to the same files"));
+  EXPECT_THAT(Ctl(Do("true", {"--stem", "a"})),
+              Ends(77, HasSubstr("job 4 a has not ended and writes to the same files")));
   std::vector<std::future<ProgramEnd>> runs;
   for (int i = 0; i < 4; ++i) runs.push_back(CtlMeanwhile(Do("echo number " + std::to_string(i))));
   for (int i = 0; i < 4; ++i) EXPECT_THAT(runs[i].get().Output, HasSubstr("number " + std::to_string(i)));
 
   disk.MakeDirectory("theirs");
   JobClient stranger(server.Port());
-  Submission job;
-  job.WorkDir = disk.Path("theirs/");
-  std::string onServer;
-  stranger.MapClientDirectory(job.WorkDir, onServer);
-  job.Command = "do echo >b.res";
-  job.ResultStem = job.InputStem = "b";
+  Submission job = JobIn(disk / "theirs/", "do echo >b.res", "b");
   job.CompleteOnFailure = true;
+  stranger.Map(job.WorkDir);
   const std::string theirs = std::to_string(stranger.SubmitJob(job));
   stranger.Await(std::stoull(theirs), {Finished});
   stranger.Disconnect();
-  const Words fetch{"--client-host", "desk", "results", theirs};
-  const auto elsewhere = Ctl(fetch);
-  EXPECT_EQ(elsewhere.ExitCode, 77);
-  EXPECT_THAT(elsewhere.Output, HasSubstr("which is not the directory from which it was submitted"));
+  EXPECT_THAT(Ctl({"--client-host", "desk", "results", theirs}),
+              Ends(77, HasSubstr("which is not the directory from which it was submitted")));
   EXPECT_FALSE(disk.Has("theirs/b.res"));
 }
 
@@ -251,10 +213,8 @@ TEST_F(Run, ShowsWhatIsWrittenOnAnotherServer) {
   ASSERT_EQ(ctl({"pool", "set", "127.0.0.2"}).ExitCode, 0);
   ASSERT_EQ(ctl({"submit", "--stem", "long", "long"}).ExitCode, 0);
   disk.Write("far.inp", "");
-  const auto run = ctl({"run", "--distribute", "-i", "far.inp", "--", "do", "echo from afar; exit 3"});
-  EXPECT_EQ(run.ExitCode, 122) << run.Output;
-  EXPECT_THAT(run.Output, HasSubstr("from afar\n"));
+  EXPECT_THAT(ctl({"run", "--distribute", "-i", "far.inp", "--", "do", "echo from afar; exit 3"}),
+              Ends(122, HasSubstr("from afar\n")));
 }
-
 }  // namespace
 }  // namespace tlm::test

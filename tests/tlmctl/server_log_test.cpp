@@ -1,18 +1,12 @@
 // What a server's job log tells of jobs: history --server-log.
-#include <gmock/gmock.h>
 #include <optional>
 
 #include "tlmctl/tlmctl_fixture.h"
 
 namespace tlm::test {
 namespace {
-
-using testing::ContainsRegex;
-using testing::HasSubstr;
-
-ProgramEnd History(const std::string& log, Words words) {
-  words.insert(words.begin(), {BIN_DIRECTORY "/tlmctl", "history", "--server-log", log});
-  return RunProgram(words);
+ProgramEnd History(const std::string& log, const Words& words) {
+  return RunProgram(Words{BIN_DIRECTORY "/tlmctl", "history", "--server-log", log} + words);
 }
 
 TEST(ServerLog, TellsOfJobsOverRestartsOfTheServer) {
@@ -22,9 +16,7 @@ TEST(ServerLog, TellsOfJobsOverRestartsOfTheServer) {
   const Environment settings = server->Settings();
   {
     JobClient client(server->Port(), "desk");
-    Submission job;
-    job.WorkDir = disk.Root();
-    job.ResultStem = job.InputStem = "stem";
+    Submission job = JobIn(disk.Root(), "", "stem");
     job.AnalysisID = "\x01\xFF\"\xED\xA0\x80\\\xC3\xBC\n";
     job.ClientNote = "tlmctl:0123456789ab a note";
     for (const std::string command :
@@ -76,12 +68,10 @@ TEST(ServerLog, IsReadWhateverStandsInIt) {
                         state("16", "starting", R"(,"submitted":"2011-05-31T15:04:00Z")") +
                         state("20", "running").substr(0, 60));
   const ProgramEnd end = History(disk / "log", {});
-  EXPECT_THAT(end.Output, HasSubstr("torn, or none of a job log: 13\n"));
-  EXPECT_THAT(end.Output, HasSubstr("could not write them: 5\n"));
+  EXPECT_THAT(end.Output, AllOf(HasSubstr("torn, or none of a job log: 13\n"), HasSubstr("could not write them: 5\n")));
   EXPECT_THAT(end.Output, ContainsRegex("- +4 .* finished, exit code 0, on beta\n- +8 .* \\?\\[31mred .* aborted\n"
                                         "- +16 .*2010.* lost\n- +16 .*2011.* starting\n$"));
   EXPECT_EQ(History(disk / "none", {}).ExitCode, 77);
 }
-
 }  // namespace
 }  // namespace tlm::test

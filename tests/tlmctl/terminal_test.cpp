@@ -6,14 +6,14 @@
 
 namespace tlm::test {
 namespace {
-
 constexpr int kInterrupted = 130, kRefused = 77, kAborted = 120;
 constexpr char kFrame[] = "\033[?25l\033[?7l\r";
 
 struct Terminal : Tlmctl {
-  std::unique_ptr<PtySession> At(Words words, int columns = 80, int lines = 24, Environment environment = {}) const {
-    words.insert(words.begin(), BIN_DIRECTORY "/tlmctl");
-    return std::make_unique<PtySession>(words, ClientSettings(server, disk, std::move(environment)), columns, lines);
+  std::unique_ptr<PtySession> At(const Words& words, int columns = 80, int lines = 24,
+                                 const Environment& environment = {}) const {
+    return std::make_unique<PtySession>(Words{BIN_DIRECTORY "/tlmctl"} + words,
+                                        ClientSettings(server, disk, environment), columns, lines);
   }
   void SubmitWaiters(int count, const std::string& stem = "job") const {
     AddWaiter();
@@ -23,12 +23,6 @@ struct Terminal : Tlmctl {
     ASSERT_TRUE(EventuallyShows("4", "Running"));
   }
 };
-
-std::size_t Count(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
-  return count;
-}
 
 // The lines as they stand on the screen, without colours and the like.
 std::vector<std::string> Lines(const std::string& written) {
@@ -102,10 +96,8 @@ TEST_F(Terminal, HasRoomForEveryLine) {
 TEST_F(Terminal, IsColouredUnlessNobodyWantsThat) {
   SubmitWaiters(1);
   const std::string kBusy = "\033[36mRunning";
-  const struct {
-    Environment Settings;
-    bool Coloured;
-  } cases[] = {{{}, true}, {{{"NO_COLOR", "1"}}, false}, {{{"NO_COLOR", ""}}, true}, {{{"TERM", "dumb"}}, false}};
+  const std::pair<Environment, bool> cases[] = {
+      {{}, true}, {{{"NO_COLOR", "1"}}, false}, {{{"NO_COLOR", ""}}, true}, {{{"TERM", "dumb"}}, false}};
   for (const auto& [settings, coloured] : cases) {
     const auto list = At({"list"}, 80, 24, settings);
     EXPECT_EQ(list->AwaitEnd(), 0);
@@ -117,11 +109,8 @@ TEST_F(Terminal, IsColouredUnlessNobodyWantsThat) {
 TEST_F(Terminal, IsAskedBeforeAJobIsCancelled) {
   SubmitWaiters(1);
   ASSERT_EQ(Ctl({"submit", "-q", "--after", "4", "waiter"}).ExitCode, 0);
-  const struct {
-    std::string Answer;
-    int Code;
-    std::string State;
-  } cases[] = {{"n\n", kRefused, "Running"}, {"\n", kRefused, "Running"}, {"y\n", 0, "Aborted"}};
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"n\n", kRefused, "Running"}, {"\n", kRefused, "Running"}, {"y\n", 0, "Aborted"}};
   for (const auto& [answer, code, state] : cases) {
     const auto cancel = At({"cancel", "4"});
     ASSERT_TRUE(
@@ -134,11 +123,8 @@ TEST_F(Terminal, IsAskedBeforeAJobIsCancelled) {
 
 TEST_F(Terminal, IsAskedWhatBecomesOfAJobWhoseRunIsBrokenOff) {
   AddWaiter();
-  const struct {
-    std::string Keys;
-    int Code;
-    std::string Text;
-  } cases[] = {{"l\n", kInterrupted, " goes on"}, {"r\n", kAborted, " is being removed"}, {"c\n", 0, ": Finished"}};
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"l\n", kInterrupted, " goes on"}, {"r\n", kAborted, " is being removed"}, {"c\n", 0, ": Finished"}};
   int handle = 4;
   for (const auto& [keys, code, text] : cases) {
     const auto run = At({"run", "--dir", disk.Root(), "waiter"});
@@ -158,6 +144,5 @@ TEST_F(Terminal, IsAskedWhatBecomesOfAJobWhoseRunIsBrokenOff) {
     handle += 4;
   }
 }
-
 }  // namespace
 }  // namespace tlm::test

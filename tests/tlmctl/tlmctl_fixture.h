@@ -7,7 +7,6 @@
 #include "support/proxy.h"
 
 namespace tlm::test {
-
 // What tells the client of its server, and where it keeps its own files.
 inline Environment ClientSettings(const ServerProcess& server, const Sandbox& disk, Environment more = {}) {
   more.insert({{"TLM_SERVER", server.Address()}, {"XDG_STATE_HOME", disk.Path("state")}});
@@ -15,19 +14,22 @@ inline Environment ClientSettings(const ServerProcess& server, const Sandbox& di
 }
 
 // In the directory of the jobs.
-inline ProgramEnd RunTlmctl(const ServerProcess& server, const Sandbox& disk, Words words, Environment more = {}) {
-  words.insert(words.begin(), {"/usr/bin/env", "-C", disk.Root(), BIN_DIRECTORY "/tlmctl"});
-  return RunProgram(words, ClientSettings(server, disk, std::move(more)));
+inline ProgramEnd RunTlmctl(const ServerProcess& server, const Sandbox& disk, const Words& words,
+                            const Environment& more = {}) {
+  return RunProgram(Words{"/usr/bin/env", "-C", disk.Root(), BIN_DIRECTORY "/tlmctl"} + words,
+                    ClientSettings(server, disk, more));
 }
 
 struct Tlmctl : testing::Test {
-  ProgramEnd Ctl(Words words) const { return RunTlmctl(server, disk, std::move(words)); }
+  ProgramEnd Ctl(const Words& words) const { return RunTlmctl(server, disk, words); }
   std::future<ProgramEnd> CtlMeanwhile(const Words& words) const {
     return std::async(std::launch::async, [this, words] { return Ctl(words); });
   }
-  static Words Through(const Proxy& proxy, Words words) {
-    words.insert(words.begin(), {"--server", LocalAddress(proxy.Port())});
-    return words;
+  static Words Through(const Proxy& proxy, const Words& words) {
+    return Words{"--server", LocalAddress(proxy.Port())} + words;
+  }
+  testing::AssertionResult EventuallyKeeps(const std::string& text) const {
+    return Eventually([&] { return disk.Read("state/tlmctl/ledger.jsonl").find(text) != std::string::npos; });
   }
   testing::AssertionResult EventuallyShows(const std::string& handle, const std::string& text) const {
     return Eventually([&] { return Ctl({"show", handle}).Output.find(text) != std::string::npos; });
@@ -43,5 +45,4 @@ struct Tlmctl : testing::Test {
   Sandbox disk;
   ServerProcess server;
 };
-
 }  // namespace tlm::test

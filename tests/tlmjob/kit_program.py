@@ -1,8 +1,6 @@
 #!/usr/bin/env python3
 """As kit_program.c."""
-import os
-import sys
-import time
+import os, sys, time
 
 import tlmjob
 

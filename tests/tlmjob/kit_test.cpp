@@ -3,11 +3,9 @@
 #include "platform/host.h"
 #include "report/reporter.h"
 #include "support/job_client.h"
-#include "support/raw_connection.h"
 
 namespace tlm::test {
 namespace {
-
 const Environment kTools{{"PATH", BIN_DIRECTORY ":/usr/bin:/bin"},
                          {"PYTHONPATH", SOURCE_DIRECTORY "/src/tlmjob"},
                          {"PYTHONDONTWRITEBYTECODE", "1"}};
@@ -15,11 +13,9 @@ const Environment kTools{{"PATH", BIN_DIRECTORY ":/usr/bin:/bin"},
 struct Kit : JobTest {
   Kit() : JobTest(kTools) {
     Client.SetDefaultPriority(2);  // programs that are asked to end have to come to it
-    for (const auto& [name, path] :
-         std::map<std::string, std::string>{{"pendulum", SOURCE_DIRECTORY "/examples/python/pendulum.py"},
-                                            {"primes", SOURCE_DIRECTORY "/examples/shell/primes.sh"}}) {
-      std::filesystem::create_symlink(path, Server.Home().Path("bin/" + name));
-    }
+    const std::string bin = Server.Home() / "bin/";
+    std::filesystem::create_symlink(SOURCE_DIRECTORY "/examples/python/pendulum.py", bin + "pendulum");
+    std::filesystem::create_symlink(SOURCE_DIRECTORY "/examples/shell/primes.sh", bin + "primes");
   }
   std::uint64_t SubmitExample(const std::string& program, const std::string& deck) {
     Work.Write(program + ".inp", deck);
@@ -30,19 +26,16 @@ struct Kit : JobTest {
   // Ends the job, and expects that it does so itself, in time and with its own code.
   void ExpectStop(std::uint64_t job) {
     EXPECT_LT(TimeOf([&] { Client.RemoveJob(job); }), std::chrono::seconds(8));
-    const Task task = Client.AwaitEnd(job);
-    EXPECT_EQ(task.Status, std::uint32_t{Aborted});
-    EXPECT_EQ(task.ExitCode, 3U) << Client.Output(job);
+    EXPECT_EQ(Client.Await(job, {Aborted}).ExitCode, 3U) << Client.Output(job);
   }
   testing::AssertionResult EventuallyHasProgress(std::uint64_t job, int least) {
     return Eventually([&] { return Client.Get(job).Progress >= least; });
   }
-  auto RunByHand(std::vector<std::string> words) const {
-    words.insert(words.begin(), {"/usr/bin/env", "-C", Work.Root()});
+  ProgramEnd RunByHand(const Words& words) const {
     Environment environment = kTools;
     environment["TSQOR_JMPORT"] = std::to_string(Server.Port());
     environment["TS_ENTERPRISE_ENV"] = "of a shell that a job has left behind";
-    return RunProgram(words, environment);
+    return RunProgram(Words{"/usr/bin/env", "-C", Work.Root()} + words, environment);
   }
 };
 
@@ -51,7 +44,7 @@ struct KitLanguage : Kit, ::testing::WithParamInterface<const char*> {};
 TEST_P(KitLanguage, ReportsFromBehindAScriptAndEndsOnRequest) {
   const std::uint64_t job = Submit(Do(std::string("ORPC_TRACE=2 ") + GetParam() + "; exit $?"));
   const std::uint64_t stopped = Submit(Do(std::string("cd /; ") + GetParam() + "; exit $?"));
-  const Task task = Client.Await(job, {Running});
+  Client.Await(job, {Running});
   for (const std::uint64_t one : {job, stopped}) {
     EXPECT_TRUE(Eventually([&] { return Client.Get(one).ResultFlags == kResultsAvailable; }));
     EXPECT_EQ(Client.Get(one).Progress, 40);
@@ -82,15 +75,12 @@ TEST_P(KitLanguage, ReportsWhenItsScriptHasLetItGo) {
 TEST_P(KitLanguage, IsQuietByHandAndGoesOnWithoutAJobManager) {
   Work.Write("go");
   std::filesystem::create_symlink("/bin/sh", Work / "nottlmjm");
-  const auto byHand = RunByHand({Work / "nottlmjm", "-c", GetParam() + std::string("; exit $?")});
-  EXPECT_EQ(byHand.ExitCode, 0);
-  EXPECT_EQ(byHand.Output, "");
+  EXPECT_THAT(RunByHand({Work / "nottlmjm", "-c", GetParam() + std::string("; exit $?")}), Ends(0, ""));
   EXPECT_EQ(Client.Jobs(), HandleList());
   const std::uint64_t job =
       Submit(Do("TSQOR_JMPORT=" + std::to_string(FreePort()) + " " + GetParam() + " && echo good"));
   EXPECT_EQ(Client.AwaitEnd(job).Status, std::uint32_t{Aborted});
-  EXPECT_THAT(Client.Output(job),
-              testing::MatchesRegex("kit_[a-z_.]+: no job manager to report to, going on without\ngood\n"));
+  EXPECT_THAT(Client.Output(job), MatchesRegex("kit_[a-z_.]+: no job manager to report to, going on without\ngood\n"));
 }
 
 TEST(KitReports, AwaitASilentJobManagerNoLongerThanTheirPatience) {
@@ -114,7 +104,6 @@ TEST(KitReports, AwaitASilentJobManagerNoLongerThanTheirPatience) {
 INSTANTIATE_TEST_SUITE_P(Of, KitLanguage, ::testing::Values(KIT_PROGRAMS));
 
 // -- the examples
-
 TEST_F(Kit, ThePendulumSwingsInTheExactPeriodAndStopsOnRequest) {
   const std::string deck = "length 2\nangle 120 # far\nsteps 400\nswings ";
   EXPECT_EQ(Client.AwaitEnd(SubmitExample("pendulum", deck + "20\n")).Status, std::uint32_t{Finished});
@@ -136,9 +125,7 @@ TEST_F(Kit, TheScriptCountsPrimesAndStopsOnRequest) {
   const std::uint64_t job = SubmitExample("primes", "1000000\n");
   EXPECT_TRUE(EventuallyHasProgress(job, 10));
   ExpectStop(job);
-  const auto byHand = RunByHand({SOURCE_DIRECTORY "/examples/shell/primes.sh", Work.Write("few.txt", "0100")});
-  EXPECT_EQ(byHand.ExitCode, 0);
-  EXPECT_EQ(byHand.Output, "");
+  EXPECT_THAT(RunByHand({SOURCE_DIRECTORY "/examples/shell/primes.sh", Work.Write("few.txt", "0100")}), Ends(0, ""));
   EXPECT_THAT(Work.Read("few.dat"), HasSubstr("\n100 25\n"));
   EXPECT_EQ(Client.Jobs(), HandleList({good, job}));
 }
@@ -166,6 +153,5 @@ TEST_F(Kit, ASuccessStaysUntilTheNextAttachment) {
   }
   EXPECT_EQ(RunByHand({BIN_DIRECTORY "/tlmctl", "report", "progress"}).ExitCode, 64);
 }
-
 }  // namespace
 }  // namespace tlm::test

@@ -9,7 +9,6 @@
 
 namespace tlm {
 namespace {
-
 namespace fs = std::filesystem;
 
 struct MDirectoryOnDisk : ::testing::Test {
@@ -62,6 +61,5 @@ TEST_F(MDirectoryOnDisk, IsCopiedAlsoIntoItselfAndRemovedButNothingBehindALink) 
   EXPECT_TRUE(MDirectory(disk / "top").RemoveTree(true));
   EXPECT_TRUE(disk.Has("other/kept"));
 }
-
 }  // namespace
 }  // namespace tlm

@@ -10,7 +10,6 @@
 
 namespace tlm {
 namespace {
-
 struct Parts {
   std::string Path, Directory, Name, Stem, Extension, WithoutExtension;
 };
@@ -39,10 +38,7 @@ TEST(MFilePath, ComesApartAtTheLastSeparatorOfEitherKindAndAtTheLastDotAnywhere)
 
 TEST(MFilePath, TakesNewPartsWithTheSeparatorOfTheDirectoryGiven) {
   using Change = void (MFile::*)(const std::string&);
-  const struct {
-    Change Set;
-    std::string Path, Part, Changed;
-  } cases[] = {
+  const std::tuple<Change, std::string, std::string, std::string> cases[] = {
       {&MFile::SetDirectory, "f\\g", "d/e", "d/e/g"},
       {&MFile::SetDirectory, "f\\g", "d\\", "d\\g"},
       {&MFile::SetDirectory, "f/g", "d", "d\\g"},
@@ -89,6 +85,5 @@ TEST(MFilePath, StepsByTheCharactersOfTheLocaleAndOverBrokenOnesByteByByte) {
   std::setlocale(LC_CTYPE, "C");
   if (!big5) GTEST_SKIP() << "the system cannot make a locale with a backslash as a trail byte";
 }
-
 }  // namespace
 }  // namespace tlm

@@ -7,7 +7,6 @@
 
 namespace tlm {
 namespace {
-
 struct MFileOnDisk : ::testing::Test {
   test::Sandbox disk;
 };
@@ -39,10 +38,7 @@ TEST_F(MFileOnDisk, RemovesAndRenamesFilesOnly) {
 }
 
 TEST_F(MFileOnDisk, MakesANameThatIsNotTaken) {
-  const struct {
-    std::string Base, Suffix, Unique;
-    std::vector<std::string> Taken;
-  } cases[] = {
+  const std::tuple<std::string, std::string, std::string, std::vector<std::string>> cases[] = {
       {"a.dat", ".txt", "a.txt", {}},
       {"", "txt", "own.txt", {}},
       {"a.dat", "txt", "a~1.txt", {"a.txt"}},
@@ -64,6 +60,5 @@ TEST_F(MFileOnDisk, MakesANameThatIsNotTaken) {
     EXPECT_EQ(file.Path(), fresh / unique) << base << ' ' << suffix;
   }
 }
-
 }  // namespace
 }  // namespace tlm

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -15,7 +14,6 @@
 
 namespace tlm {
 namespace {
-
 struct LockOnAPath : ::testing::Test {
   bool BothFilesAreThere() const { return disk.Has("data.lck") && disk.Has("data.lci"); }
   bool NothingIsLeft() const { return std::filesystem::is_empty(disk.Root()); }
@@ -105,6 +103,5 @@ TEST_F(LockOnAPath, IsTriedTenTimesASecondApartByAWaiter) {
   std::jthread waiter([&] { EXPECT_TRUE(second.Lock(path, true)); });
   first.Unlock();
 }
-
 }  // namespace
 }  // namespace tlm

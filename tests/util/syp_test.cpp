@@ -9,7 +9,6 @@
 
 namespace tlm {
 namespace {
-
 std::string ErrorsOf(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
   action();
@@ -98,6 +97,5 @@ TEST(MakeFileSpec, JoinsByTheKindOfFileSystemWhatFitsTheBuffer) {
   }
   sypSetFileSystem(sypUNIX);
 }
-
 }  // namespace
 }  // namespace tlm
