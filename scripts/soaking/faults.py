@@ -46,7 +46,13 @@ def trouble_job(worker):
         worker.rng.choice((kill_job, stop_job))(worker, *worker.rng.choice(found))
 
 
+def expect_peer(worker):
+    if (code := worker.soak.peer.process.poll()) is not None:
+        worker.soak.broken(f"the peer has ended by itself with {code}")
+
+
 def stop_peer(worker):
+    expect_peer(worker)
     worker.soak.peer.process.send_signal(signal.SIGSTOP)
     worker.soak.count("stopped peer")
     worker.rest(1, 8)
@@ -54,6 +60,7 @@ def stop_peer(worker):
 
 
 def kill_peer(worker):
+    expect_peer(worker)
     worker.soak.peer.kill()
     worker.soak.count("killed peer")
     worker.rest(0, 5)
