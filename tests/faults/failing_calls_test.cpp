@@ -17,7 +17,9 @@ struct FailingServer : ::testing::Test {
   Sandbox Shared;
   Sandbox Here;
   FailingCalls& Calls{Map()};
-  ServerProcess Server{{{kFailingCalls, Shared / "calls"}}, "debug", BIN_DIRECTORY "/failing/tlmjm"};
+  ServerProcess Server{{{kFailingCalls, Shared / "calls"}, {"TSQOR_CONFINE", "1"}, {"TSQOR_JOB_LOG", Shared / "jobs"}},
+                       "debug",
+                       BIN_DIRECTORY "/failing/tlmjm"};
   std::string There;  // the server's directory for what is here
 
   FailingServer() { There = JobClient(Server.Port()).Map(Here.Root() + "/"); }
@@ -62,8 +64,10 @@ struct FailingServer : ::testing::Test {
   }
 
   Counts DescriptorsAndChildren() const {
-    const std::string process = "/proc/" + std::to_string(Server.Pid());
-    std::ifstream children(process + "/task/" + std::to_string(Server.Pid()) + "/children");
+    std::istringstream children;  // each is that of the thread which has started it
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(Server.Pid()) + "/task")) {
+      children.str(children.str() + ReadFile(thread.path() / "children"));
+    }
     return {Server.OpenDescriptors(), std::distance(std::istream_iterator<int>(children), {})};
   }
   std::string Content(const std::string& name) const { return ReadFile(There + "/" + name); }
