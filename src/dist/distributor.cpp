@@ -107,7 +107,8 @@ void PushForDistribution(JobManagerState& state, JobRef ref) {
 
 void StartDistribution(JobManagerState& state) {
   if (state.DistributionStarted) return;
-  state.DistributionStarted = platform::StartDetachedThread([&state] { DistributionLoop(state); });
+  state.Threads.Start([&state] { DistributionLoop(state); });
+  state.DistributionStarted = true;
 }
 
 }  // namespace tlm

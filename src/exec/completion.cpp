@@ -100,7 +100,7 @@ void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* direct
 }
 
 void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
-  if (!platform::StartDetachedThread([&state, ref] { FollowAttached(state, ref); })) CompleteAttached(state, ref);
+  state.Threads.Start([&state, ref] { FollowAttached(state, ref); });
 }
 
 }  // namespace tlm

@@ -42,9 +42,9 @@ void StartQueue(JobManagerState& state, std::uint64_t delay) {
   const std::int64_t now = platform::SecondsSince1970();
   const auto longest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - now);
   state.QueueStartTime = now + static_cast<std::int64_t>(std::min(delay, longest));
-  if (!state.TimerStarted) {
-    state.TimerStarted = platform::StartDetachedThread([&state] { QueueTimerLoop(state); });
-  }
+  if (state.TimerStarted) return;
+  state.Threads.Start([&state] { QueueTimerLoop(state); });
+  state.TimerStarted = true;
 }
 
 bool StopQueue(JobManagerState& state) {

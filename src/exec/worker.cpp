@@ -89,8 +89,8 @@ std::uint32_t StartableJobCount(const JobManagerState& state) {
 
 void WakeWorkers(JobManagerState& state) {
   if (state.StopRequested || state.IdleWorkers != 0 || StartableJobCount(state) == 0) return;
+  state.Threads.Start([&state] { WorkerLoop(state); });
   ++state.IdleWorkers;
-  if (!platform::StartDetachedThread([&state] { WorkerLoop(state); })) --state.IdleWorkers;
 }
 
 JobRef TakeNextJob(JobManagerState& state) {

@@ -65,8 +65,9 @@ std::optional<std::uint32_t> ParseAddress(const std::string& text);
 std::string FormatAddress(std::uint32_t address);
 // Of an address in network order.
 std::uint32_t HostOrder(std::uint32_t address);
-// First IPv4 address of the name.
-std::optional<std::uint32_t> LookUpHost(const std::string& name);
+// First IPv4 address of the name. With a limit a thread of its own does the asking, which ends when it has an answer.
+std::optional<std::uint32_t> LookUpHost(const std::string& name,
+                                        std::optional<std::chrono::microseconds> limit = std::nullopt);
 
 // The addresses of this machine, in network order, at which it takes connections on the port; 0 stands for all of them.
 // Empty if that cannot be told.

@@ -18,7 +18,13 @@ ORpcClient::ORpcClient(std::uint32_t program, std::uint32_t version, std::uint16
 
 ORpcClient::~ORpcClient() { Disconnect(); }
 
-void ORpcClient::Connect(const std::string& host, std::uint16_t port) { Connect(ORpcResolveName(host), port); }
+void ORpcClient::Connect(const std::string& host, std::uint16_t port) {
+  const auto limit = [this] {
+    const MAutoLock lock(lock_);
+    return TimeLeft();
+  };
+  Connect(ORpcResolveName(host, limit()), port);
+}
 
 void ORpcClient::Connect(std::uint32_t address, std::uint16_t port) {
   const platform::SocketAddress peer{address, port != 0 ? port : defaultPort_};

@@ -115,9 +115,9 @@ void TracedClose(platform::Socket socket, TraceSite where) {
   ORpcTrace(2, where).Print("close(%d)\n", socket);
 }
 
-std::uint32_t ORpcResolveName(const std::string& host) {
+std::uint32_t ORpcResolveName(const std::string& host, std::optional<std::chrono::microseconds> limit) {
   if (const auto address = platform::ParseAddress(host)) return *address;
-  const auto address = platform::LookUpHost(host);
+  const auto address = platform::LookUpHost(host, limit);
   if (!address) RaiseSocketError("ORpcResolveName::gethostbyname", platform::LastSocketError());
   return *address;
 }

@@ -49,7 +49,7 @@ std::int64_t TracedReceive(platform::Socket socket, void* buffer, std::size_t le
                            TraceSite where = TraceSite::Here());
 void TracedClose(platform::Socket socket, TraceSite where = TraceSite::Here());
 
-// IPv4 address, network order, of a host name or a dotted address. Raises OrpcSocketError.
-std::uint32_t ORpcResolveName(const std::string& host);
+// IPv4 address, network order, of a host name or a dotted address. Raises OrpcSocketError, also if it takes longer.
+std::uint32_t ORpcResolveName(const std::string& host, std::optional<std::chrono::microseconds> limit = std::nullopt);
 
 }  // namespace tlm

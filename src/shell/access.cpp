@@ -69,8 +69,8 @@ class Reader {
     if (!path.starts_with('/')) {
       Refuse(name, path, "is no absolute path");
     } else if (platform::GetFileStatus(path.substr(0, path.rfind('/') + 1), status) != 0 ||
-               (platform::GetFileStatus(path, status) == 0 && status.IsDirectory)) {
-      Refuse(name, path, "is no file in a directory that is there");
+               (platform::GetFileStatus(path, status) == 0 && !status.IsRegular)) {
+      Refuse(name, path, "is no file proper in a directory that is there");
     }
     return path;
   }

@@ -93,6 +93,8 @@ void Run(std::uint16_t port) {
   listener = Listener::Open;
   Tell(DescribeAccess(TheAccess(), port, platform::UserName()));
   StartJobLog(port);
+  // A system that has no thread even for that serves all the same.
+  (void)TheState().Threads.Open();
   TheThread().Run();
 }
 

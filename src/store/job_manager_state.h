@@ -14,6 +14,7 @@
 #include "store/job_table.h"
 #include "store/session.h"
 #include "util/mmutex.h"
+#include "util/thread_starter.h"
 
 namespace tlm {
 
@@ -35,6 +36,7 @@ struct JobManagerState {
   MMutex PoolLock;
 
   tlm::Restrictions Restrictions;
+  ThreadStarter Threads;
 
   // Off unless a setting asks for it, and until the server serves.
   tlm::JobLog JobLog GUARDED_BY(StateLock);

@@ -10,11 +10,14 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <initializer_list>
+#include <netdb.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
@@ -125,6 +128,22 @@ int __wrap_fcntl(int file, int command, ...) {
 int __wrap_close(int file) {
   const int result = __real_close(file);
   return Failure("close", {EIO, EINTR, ENOSPC}) != 0 ? -1 : result;
+}
+
+int __real_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found);
+int __wrap_getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found) {
+  if (std::strcmp(name, "slow") == 0) sleep(100);
+  return __real_getaddrinfo(name, service, hints, found);
+}
+
+// Of std::thread, at which it is the library that fails.
+#define START _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE
+#define NAME_(prefix, name) prefix##name
+#define NAME(prefix, name) NAME_(prefix, name)
+void NAME(__real_, START)(std::thread* thread, void* state, void (*depend)());
+void NAME(__wrap_, START)(std::thread* thread, void* state, void (*depend)()) {
+  if (Failure("thread", {EAGAIN}) != 0) throw std::system_error(EAGAIN, std::generic_category());
+  NAME(__real_, START)(thread, state, depend);
 }
 
 int __real_nanosleep(const timespec* time, timespec* left);

@@ -17,7 +17,10 @@ struct FailingServer : ::testing::Test {
   Sandbox Shared;
   Sandbox Here;
   FailingCalls& Calls{Map()};
-  ServerProcess Server{{{kFailingCalls, Shared / "calls"}, {"TSQOR_CONFINE", "1"}, {"TSQOR_JOB_LOG", Shared / "jobs"}},
+  ServerProcess Server{{{kFailingCalls, Shared / "calls"},
+                        {"TSQOR_CALLBACK_LIMIT", "1"},
+                        {"TSQOR_CONFINE", "1"},
+                        {"TSQOR_JOB_LOG", Shared / "jobs"}},
                        "debug",
                        BIN_DIRECTORY "/failing/tlmjm"};
   std::string There;  // the server's directory for what is here
@@ -131,6 +134,13 @@ TEST_F(FailingServer, RunsAJobToAnEndThatIsTold) {
         EXPECT_TRUE(Eventually([&] { return listed().empty(); }));
         EXPECT_EQ(JobClient(Server.Port()).GetJobCount(), 0U);
       });
+}
+
+TEST_F(FailingServer, HoldsNobodyUpForANameThatIsSlowToLookUp) {
+  JobClient desktop(Server.Port());
+  desktop.Hello("tlm2010", "slow", 1);
+  for (int i = 0; i < 3; ++i) EXPECT_LT(TimeOf([&] { JobClient newcomer(Server.Port()); }), std::chrono::seconds(20));
+  EXPECT_EQ(desktop.GetJobCount(), 0U);
 }
 
 TEST_F(FailingServer, RunsItsJobsWhateverTheClockSays) {

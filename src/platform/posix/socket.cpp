@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <future>
+#include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -10,6 +12,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "platform/thread.h"
 
 namespace tlm::platform {
 
@@ -167,19 +171,39 @@ std::string FormatAddress(std::uint32_t address) {
   return text;
 }
 
-std::optional<std::uint32_t> LookUpHost(const std::string& name) {
+namespace {
+
+struct HostAnswer {
+  std::optional<std::uint32_t> Address;
+  int Error = 0;
+};
+
+HostAnswer AskForHost(const std::string& name) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   const int failure = getaddrinfo(name.c_str(), nullptr, &hints, &found);
-  if (failure != 0) {
-    if (failure != EAI_SYSTEM) errno = EHOSTUNREACH;
-    return std::nullopt;
-  }
+  if (failure != 0) return {std::nullopt, failure == EAI_SYSTEM ? errno : EHOSTUNREACH};
   const std::uint32_t address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr.s_addr;
   freeaddrinfo(found);
-  return address;
+  return {address};
+}
+
+HostAnswer AskForHostWithin(std::chrono::microseconds limit, const std::string& name) {
+  const auto promise = std::make_shared<std::promise<HostAnswer>>();
+  std::future<HostAnswer> answer = promise->get_future();
+  if (!StartDetachedThread([promise, name] { promise->set_value(AskForHost(name)); })) return {std::nullopt, EAGAIN};
+  if (answer.wait_for(limit) != std::future_status::ready) return {std::nullopt, kTimedOut};
+  return answer.get();
+}
+
+}  // namespace
+
+std::optional<std::uint32_t> LookUpHost(const std::string& name, std::optional<std::chrono::microseconds> limit) {
+  const HostAnswer answer = limit ? AskForHostWithin(*limit, name) : AskForHost(name);
+  if (!answer.Address) errno = answer.Error;
+  return answer.Address;
 }
 
 int WaitForSockets(std::vector<Socket>* readable, std::vector<Socket>* writable,

@@ -1,7 +1,7 @@
 #include "platform/thread.h"
 
 #include <ctime>
-#include <system_error>
+#include <exception>
 #include <thread>
 #include <utility>
 
@@ -16,7 +16,7 @@ bool StartDetachedThread(std::function<void()> body) {
       }
     }).detach();
     return true;
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {  // For want of memory, too.
     return false;
   }
 }
