@@ -37,7 +37,7 @@ def run_heat(worker):
 
 def submit(worker, job, *options):
     """Its handle, or None if the job is left to others."""
-    done = worker.tlmctl("submit", *(() if job.doomed else ("--complete-on-failure",)), *options, *job.words())
+    done = worker.tlmctl("submit", *(() if job.doomed and not job.after else ("--complete-on-failure",)), *options, *job.words())
     job.submitted = done.code == 0
     if not worker.keeps(job, done):
         return None
@@ -72,10 +72,10 @@ def submit_and_fetch(worker):
 
 
 def chain(worker):
-    """Three jobs, one after the other; now and then the first fails, and all have to be aborted."""
+    """Three jobs, one after the other; now and then the first fails, and the others, which would not, have to be aborted."""
     jobs, handles, fails = [worker.new_job("chain") for _ in range(3)], [], worker.rng.random() < 0.3
-    for job in jobs:
-        job.doomed = fails
+    for job, former in zip(jobs, (None, *jobs)):
+        job.doomed, job.after = fails, former
         if None not in handles:
             handles.append(submit(worker, job, *(("--after", handles[-1]) if handles else ())))
         else:

@@ -11,6 +11,13 @@ top convection 60 25
 bottom insulated
 pace 3
 """
+SUCCESS = ("good", "fetched by others")  # of the outcomes
+AFTER = {  # what may come after a state
+    "queued": ("starting", "aborted", "launch-failed"), "starting": ("running", "aborted", "launch-failed"),
+    "running": ("finished", "aborted", "launch-failed"), "finished": ("removed",), "aborted": ("removed",), "launch-failed": ("removed",),
+    "removed": (),
+}
+ANYTHING = set(AFTER)  # as long as a peer's word counts
 PARTIAL = (".tmp", ".lck", ".lci")
 
 
@@ -27,6 +34,7 @@ class Job:
         self.hurt = False  # its process was killed
         self.removed = False  # a client has removed it
         self.doomed = False  # must end as aborted
+        self.after = None  # the job whose end it has to wait for
         self.orphan = False  # its client has gone; others look after it
 
     def program(self):
@@ -37,6 +45,17 @@ class Job:
         self.directory.mkdir(parents=True, exist_ok=True)
         (self.directory / self.deck).write_bytes(self.written)
         return ["--deck", self.directory / self.deck, "--name", self.key, "--", *self.program()]
+
+    def misruns(self, directory):
+        """What is wrong with the runs that it had, by the notes of its program."""
+        runs = produce.runs(directory, self.key)
+        if self.doomed and self.after and runs:
+            yield "it ran after one that had failed"
+        if len(runs) > 1 and self.kind not in ("distribute", "cancel"):
+            yield f"it ran {len(runs)} times"
+        if self.after and runs and (former := produce.runs(directory, self.after.key)):
+            if not self.after.hurt and runs[0][0] < former[0][-1]:
+                yield f"it ran before {self.after.key} had ended"
 
     def size(self):
         return len(self.written) + len(self.output or b"") + sum(map(len, self.expected.values()))
@@ -62,3 +81,18 @@ class Job:
         if self.kind == "distribute":  # a run that was lost with its peer may have written before
             return set(output.splitlines()[:-1]) <= set(self.output.splitlines())
         return self.output.startswith(output) if self.hurt else output == self.output
+
+
+def flaws_of_course(lines, outcome):
+    """What is wrong with the job log's lines of a job, all of which is over."""
+    course = [line["status"] for line in lines]
+    if course[0] != "queued" or course[-1] != "removed":
+        yield "it does not begin or end"
+    for former, line in zip(lines, lines[1:]):
+        allowed = ANYTHING if former["status"] != "removed" and ("peer" in former or "peer" in line) else AFTER[former["status"]]
+        if line["status"] not in allowed:
+            yield f"{line['status']} after {former['status']}"
+    if outcome in SUCCESS and "finished" not in course:
+        yield f"it has not finished, and is {outcome}"
+    if outcome == "aborted, as it had to" and "finished" in course:
+        yield "it has finished and must not"

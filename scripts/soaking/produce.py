@@ -2,8 +2,12 @@
 """The program of the jobs. All that it writes is a function of its arguments and of its deck, so that others know it:
 
     produce KEY PROFILE SECONDS EXIT_CODE DECK
+
+Its runs are witnessed: each notes when it begins and when it ends.
 """
-import hashlib, os, sys, time
+import hashlib, os, pathlib, sys, time
+
+RUNS = "SOAK_RUNS"  # the variable with the directory of the notes
 
 # Sizes of the results, of the output, of the deck; bytes.
 PROFILES = {
@@ -33,7 +37,18 @@ def results(key, profile, deck_bytes):
     return {**files, f"{key}.sum": hashlib.sha256(deck_bytes).digest()}
 
 
+def runs(directory, key):
+    """Begin and end of each run, in nanoseconds of the same clock; no end if it was killed."""
+    return sorted([int(time) for time in path.read_text().split()] for path in directory.glob(f"{key}.*"))
+
+
+def note_time(key):
+    with open(pathlib.Path(os.environ[RUNS]) / f"{key}.{os.getpid()}", "a") as file:
+        file.write(f"{time.monotonic_ns()}\n")
+
+
 def main(key, profile, seconds, exit_code, deck_name):
+    note_time(key)
     text = output(key, profile)
     with open(deck_name, "rb") as file:
         given = file.read()
@@ -46,6 +61,7 @@ def main(key, profile, seconds, exit_code, deck_name):
         os.rename(file.name, name)
     sys.stdout.buffer.write(text[len(text) // 2:])
     sys.stdout.flush()
+    note_time(key)
     sys.exit(int(exit_code))
 
 
