@@ -86,7 +86,8 @@ class Job:
 def flaws_of_course(lines, outcome):
     """What is wrong with the job log's lines of a job, all of which is over."""
     course = [line["status"] for line in lines]
-    if course[0] != "queued" or course[-1] != "removed":
+    begins = ("queued",) if outcome in SUCCESS else ("queued", "aborted")  # behind one that had failed already
+    if course[0] not in begins or course[-1] != "removed":
         yield "it does not begin or end"
     for former, line in zip(lines, lines[1:]):
         allowed = ANYTHING if former["status"] != "removed" and ("peer" in former or "peer" in line) else AFTER[former["status"]]
