@@ -114,6 +114,7 @@ void Course::PassResults(QorJMClient& client, bool isLast) {
     fetchFailure_.reset();
     delivered_ = isLast;
     AwaitArrival(client);
+    if (!isLast) deliveredOn_ = link_.Connections();
   } catch (const Failure& failure) {
     if (failure.Code == kInterrupted) throw;
     line_.Clear();
@@ -193,11 +194,21 @@ int Course::End() {
                 "'tlmctl results @" + job_.Entry->Id + "' fetches the results once that one has ended"};
 }
 
+// Results of a job that ends on a peer are here a moment before its end is. Who takes them in between takes the last
+// thing that kept it on the server, which lets go no other one by itself.
+bool Course::LeftWithItsResults() const {
+  return job_.State.RunClass == kRunDistributed && deliveredOn_ == link_.Connections() && !fetchFailure_;
+}
+
 int Course::TellVanished(bool removed) {
   if (removed) {
     job_.State.Status = Aborted;
     Remember(job_);
     throw Failure{kAborted, Subject(job_.Handle, job_.State) + " was removed by a client"};
+  }
+  if (LeftWithItsResults()) {
+    job_.State.Status = Finished;
+    job_.State.ResultFlags = 0;
   }
   const bool hasResults = options_.FetchResults && (job_.State.ResultFlags & kResultsAvailable) != 0;
   if (HasSucceeded(job_.State) && (delivered_ || !hasResults)) {

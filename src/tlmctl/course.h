@@ -43,6 +43,7 @@ class Course {
   std::string WordsOfLeaving() const;
   int Leave() const;
   int End();
+  bool LeftWithItsResults() const;
   int TellVanished(bool removed);
   void TellEnd(int code, const std::vector<Reason>& reasons);
 
@@ -57,6 +58,7 @@ class Course {
   bool vanished_ = false;
   bool removed_ = false;    // by a client
   bool delivered_ = false;  // the results that stood when it had ended are here
+  int deliveredOn_ = 0;     // number of the connection on which results came before its end
   std::optional<Failure> fetchFailure_;
   std::chrono::steady_clock::time_point nextFetch_;
   std::set<std::string> received_;  // paths

@@ -27,6 +27,7 @@ Link::Link(const Settings& settings, std::function<void(QorJMClient&)> greet,
 void Link::Open() {
   client_.emplace();
   connect_(*client_, settings_);
+  ++connections_;
   bool greeted = false;
   Persist([&](QorJMClient& client) {
     if (!std::exchange(greeted, true)) greet_(client);  // Reopen greets by itself
@@ -62,6 +63,7 @@ std::optional<Failure> Link::TryToReopen() {
   try {
     client_.emplace();
     connect_(*client_, once);
+    ++connections_;
     greet_(*client_);
     return std::nullopt;
   } catch (const Failure& failure) {

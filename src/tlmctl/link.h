@@ -25,6 +25,8 @@ class Link {
   QorJMClient& Client() { return *client_; }
   // Ends the connection; the next step makes another.
   void Drop() { client_.reset(); }
+  // How many there have been: while the number stays, so does the server.
+  int Connections() const { return connections_; }
 
   // What the step gives. When the connection is lost in it, it runs again on a new one; so it must do no harm if it had
   // worked already. Throws Failure once the server could not be reached for the time that the settings give, or for
@@ -57,6 +59,7 @@ class Link {
   void (*const connect_)(QorJMClient&, const Settings&);
   std::function<void()> prepare_ = [] {};
   std::optional<QorJMClient> client_;
+  int connections_ = 0;
 };
 
 }  // namespace tlm::ctl

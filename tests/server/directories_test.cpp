@@ -16,7 +16,7 @@ struct Directories : ::testing::Test {
   Environment Settings() const { return {{"TSQOR_TMP", Root.Root()}}; }
   std::string Table() const { return Root.Read("tlm2010.sta"); }
   static std::string Map(JobClient& client, const std::string& key) {
-    const std::string directory = client.Map(key);
+    std::string directory = client.Map(key);
     EXPECT_TRUE(std::filesystem::is_directory(directory)) << directory;
     return directory;
   }

@@ -45,7 +45,7 @@ struct ServerLoop : ::testing::Test {
     return Call(kRequestResults, U64(4) + U32(1) + head + U32(0));
   }
   std::string SparseFile(std::size_t size) const {
-    const std::string file = Server.Root().Write("large");
+    std::string file = Server.Root().Write("large");
     std::filesystem::resize_file(file, size);
     return file;
   }
