@@ -32,6 +32,12 @@ def processes_in(directory):
                 yield int(entry.name), (entry / "cmdline").read_bytes().replace(b"\0", b" ").decode(errors="replace")
 
 
+def is_empty(directory):
+    with contextlib.suppress(OSError):
+        return not os.listdir(directory)
+    return True
+
+
 def signal_job(directory, pid, command, number):
     """False if the process is not that of the job any more."""
     with contextlib.suppress(OSError), os.fdopen(os.pidfd_open(pid)) as held:
@@ -70,8 +76,10 @@ class Server:
 
     def figures(self):
         own, directories, files = pathlib.Path(f"/proc/{self.process.pid}"), 0, set()
+        table = (self.root / "tlm2010.sta").read_text()
         for place, below, names in os.walk(self.root):
-            directories += len(below)
+            # A kill may come between the making of a directory and its record.
+            directories += sum(1 for name in below if name in table or not is_empty(f"{place}/{name}"))
             for name in names:
                 with contextlib.suppress(OSError):
                     if pathlib.Path(place) != self.root:  # where the tables are
