@@ -1,6 +1,7 @@
 #include "shell/access.h"
 
 #include <charconv>
+#include <filesystem>
 #include <limits>
 #include <optional>
 #include <sstream>
@@ -17,6 +18,13 @@ namespace {
 constexpr int kMebibyte = 20;  // bits
 constexpr std::size_t kLongestValue = 255;
 constexpr std::uint32_t kUsualJobLogSize = 10;  // mebibytes
+
+// Whoever writes to one may have to wait for who reads.
+bool IsPipe(const std::string& path) {
+  std::error_code error;
+  const auto type = std::filesystem::status(path, error).type();
+  return type == std::filesystem::file_type::fifo || type == std::filesystem::file_type::socket;
+}
 
 // Of settings that the product's prefix begins, as in TSQOR_LISTEN.
 class Reader {
@@ -69,8 +77,8 @@ class Reader {
     if (!path.starts_with('/')) {
       Refuse(name, path, "is no absolute path");
     } else if (platform::GetFileStatus(path.substr(0, path.rfind('/') + 1), status) != 0 ||
-               (platform::GetFileStatus(path, status) == 0 && !status.IsRegular)) {
-      Refuse(name, path, "is no file proper in a directory that is there");
+               (platform::GetFileStatus(path, status) == 0 && (status.IsDirectory || IsPipe(path)))) {
+      Refuse(name, path, "is no file in a directory that is there");
     }
     return path;
   }

@@ -1,6 +1,7 @@
 // Who gets in, and who may change what holds for all.
 #include <deque>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include "rpc/admission.h"
 #include "server/qorjmserver.h"
@@ -50,8 +51,9 @@ TEST(Access, WithSettingsThatNobodyUnderstandsIsNone) {
       {{{"TSQOR_ALLOW", std::string(255, ' ')}}, "TSQOR_ALLOW: a value of this length may have been cut off\n"},
       {{{"TSQOR_MAX_CONNECTIONS", "many"}}, "TSQOR_MAX_CONNECTIONS: many is no number\n"},
       {{{"TSQOR_JOB_LOG", "jobs"}}, "TSQOR_JOB_LOG: jobs is no absolute path\n"},
-      {{{"TSQOR_JOB_LOG", disk.Path("sub/jobs")}}, "sub/jobs is no file proper in a directory that is there\n"},
-      {{{"TSQOR_JOB_LOG", "/dev/null"}}, "/dev/null is no file proper in a directory that is there\n"}};
+      {{{"TSQOR_JOB_LOG", disk.Path("sub/jobs")}}, "sub/jobs is no file in a directory that is there\n"},
+      {{{"TSQOR_JOB_LOG", disk.Path("pipe")}}, "pipe is no file in a directory that is there\n"}};
+  ASSERT_EQ(mkfifo(disk.Path("pipe").c_str(), 0600), 0);
   for (auto [environment, text] : cases) {
     environment.insert({{"TSQOR_JMPORT", std::to_string(FreePort())}, {"TSQOR_TMP", disk.Root()}});
     EXPECT_THAT(RunProgram({TLMJM, "debug"}, environment), Ends(1, HasSubstr(text)));
