@@ -1,6 +1,5 @@
 // Encoding and decoding without a network.
 #include <benchmark/benchmark.h>
-#include <cstring>
 #include <string>
 
 #include "jm/file_transfer.h"
@@ -8,29 +7,11 @@
 #include "platform/file.h"
 #include "platform/file_system.h"
 #include "rpc/orpcrecordio.h"
+#include "tape.h"
 
 namespace tlm::bench {
 
 namespace {
-
-// Keeps what is written; it can be read any number of times.
-class Tape : public ORpcIO {
- public:
-  explicit Tape(std::string& bytes) : bytes_(bytes) {}
-  std::uint32_t Write(const void* buffer, std::uint32_t length) override {
-    bytes_.append(static_cast<const char*>(buffer), length);
-    return length;
-  }
-  std::uint32_t Read(void* buffer, std::uint32_t length) override {
-    std::memcpy(buffer, bytes_.data() + position_, length);
-    position_ += length;
-    return length;
-  }
-
- private:
-  std::string& bytes_;
-  std::size_t position_ = 0;
-};
 
 Task TypicalTask() {
   Task task;
