@@ -6,12 +6,13 @@
 #include "dist/remote_jobs.h"
 #include "dist/server_pool.h"
 #include "exec/worker.h"
-#include "platform/thread.h"
 #include "store/trace.h"
 
 namespace tlm {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPassInterval{1000};
 
@@ -30,7 +31,12 @@ std::uint32_t LocalLoad(const JobManagerState& state) REQUIRES(state.StateLock) 
   return state.RunningCount - std::min(lite, state.RunningCount) + StartableJobCount(state);
 }
 
-enum class Choice { Done, Wait, AskPeers };
+bool HasRoomHere(JobManagerState& state) {
+  const MAutoLock lock(state.StateLock);
+  return LocalLoad(state) < state.LocalLimit;
+}
+
+enum class Choice { Done, Blocked, NoRoom, AskPeers };
 
 Choice PlaceHere(JobManagerState& state, JobRef ref, const StringList& pool) {
   const MAutoLock lock(state.StateLock);
@@ -39,7 +45,7 @@ Choice PlaceHere(JobManagerState& state, JobRef ref, const StringList& pool) {
   Trace(state, "Distributing job %s", job->ResultStem.c_str());
   if (state.Jobs.IsBlocked(*job)) {
     Trace(state, "...predecessor not complete\n");
-    return Choice::Wait;
+    return Choice::Blocked;
   }
   if (LocalLoad(state) < state.LocalLimit) {
     Trace(state, " to localhost\n");
@@ -49,15 +55,15 @@ Choice PlaceHere(JobManagerState& state, JobRef ref, const StringList& pool) {
     return Choice::Done;
   }
   Trace(state, pool.empty() ? "-NO DIST SERVERS\n" : "\n");
-  return pool.empty() ? Choice::Wait : Choice::AskPeers;
+  return pool.empty() ? Choice::NoRoom : Choice::AskPeers;
 }
 
-// False if the job has to wait for a later pass.
-bool DistributeJob(JobManagerState& state, JobRef ref, const StringList& pool) {
+// Done, or why the job has to wait for a later pass.
+Choice DistributeJob(JobManagerState& state, JobRef ref, const StringList& pool) {
   const Choice choice = PlaceHere(state, ref, pool);
-  if (choice != Choice::AskPeers) return choice == Choice::Done;
+  if (choice != Choice::AskPeers) return choice;
   const std::shared_ptr<Peer> peer = SelectBestServer(state, pool);
-  return peer && PlaceOnPeer(state, peer, ref) != Placement::Failed;
+  return peer && PlaceOnPeer(state, peer, ref) != Placement::Failed ? Choice::Done : Choice::NoRoom;
 }
 
 void TraceQueueLength(JobManagerState& state, std::size_t& traced) {
@@ -70,33 +76,61 @@ void TraceQueueLength(JobManagerState& state, std::size_t& traced) {
   traced = length;
 }
 
-// Places jobs until one cannot be placed, which is given back.
-JobRef PlaceWaitingJobs(JobManagerState& state, const StringList& pool) {
-  while (const JobRef ref = PopWaiting(state)) {
-    if (!DistributeJob(state, ref, pool)) return ref;
-  }
-  return 0;
-}
+// A regular pass comes once a second; between two of them the distributor is woken to place what can be placed at once.
+class Distributor {
+ public:
+  explicit Distributor(JobManagerState& state) : state_(state) {}
 
-// False once the server ends.
-bool RunPass(JobManagerState& state, std::size_t& traced) {
-  StringList pool;
-  {
-    const MAutoLock lock(state.StateLock);
-    if (state.StopRequested) return false;
-    pool = state.ServerPool;
+  void Run() {
+    while (true) {
+      const std::uint64_t number = state_.PlaceComes.Number();
+      if (!RunPass(Clock::now() >= regular_)) return;
+      state_.PlaceComes.WaitFor(number, std::chrono::ceil<std::chrono::milliseconds>(regular_ - Clock::now()));
+    }
   }
-  TraceQueueLength(state, traced);
-  const JobRef kept = PlaceWaitingJobs(state, pool);
-  PollRemoteJobs(state);
-  if (kept != 0) PushForDistribution(state, kept);
-  return true;
-}
 
-void DistributionLoop(JobManagerState& state) {
-  std::size_t traced = 0;
-  while (RunPass(state, traced)) platform::Sleep(kPassInterval);
-}
+ private:
+  // False once the server ends.
+  bool RunPass(bool isRegular) {
+    StringList pool;
+    {
+      const MAutoLock lock(state_.StateLock);
+      if (state_.StopRequested) return false;
+      pool = state_.ServerPool;
+    }
+    TraceQueueLength(state_, traced_);
+    if (isRegular) held_ = Choice::Done;
+    const JobRef kept = PlaceWaitingJobs(pool);
+    if (isRegular) {
+      PollRemoteJobs(state_);
+      regular_ = Clock::now() + kPassInterval;
+    }
+    if (kept != 0) PushForDistribution(state_, kept);
+    return true;
+  }
+
+  // Places jobs until one cannot be placed, which is given back.
+  JobRef PlaceWaitingJobs(const StringList& pool) {
+    while (MayPlaceNext()) {
+      const JobRef ref = PopWaiting(state_);
+      if (ref == 0) break;
+      const Choice choice = DistributeJob(state_, ref, pool);
+      if (choice == Choice::Done) continue;
+      held_ = choice;
+      return ref;
+    }
+    return 0;
+  }
+
+  // Behind a job that has found no place there is nothing to be had from peers until the next regular pass, but perhaps
+  // something here.
+  bool MayPlaceNext() { return held_ == Choice::Done || (held_ == Choice::NoRoom && HasRoomHere(state_)); }
+
+  JobManagerState& state_;
+  std::size_t traced_ = 0;
+  Clock::time_point regular_;   // time of the next regular pass
+  Choice held_ = Choice::Done;  // why a job has found no place since the last one
+};
 
 }  // namespace
 
@@ -106,8 +140,8 @@ void PushForDistribution(JobManagerState& state, JobRef ref) {
 }
 
 void StartDistribution(JobManagerState& state) {
-  if (state.DistributionStarted) return;
-  state.Threads.Start([&state] { DistributionLoop(state); });
+  if (state.DistributionStarted) return state.PlaceComes.Raise();
+  state.Threads.Start([&state] { Distributor(state).Run(); });
   state.DistributionStarted = true;
 }
 

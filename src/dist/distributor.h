@@ -5,10 +5,11 @@
 
 namespace tlm {
 
-// Puts the job behind those that wait for a place.
+// Puts the job behind those that wait for a place. It is not looked at before the next pass: one that a peer has lost
+// must not go back to it at once.
 void PushForDistribution(JobManagerState& state, JobRef ref) EXCLUDES(state.PoolLock);
 
-// Starts the thread that places the waiting jobs and follows those on peers, unless it runs already.
+// Has the waiting jobs placed now: starts the thread that does so and follows those on peers, or wakes it.
 void StartDistribution(JobManagerState& state) REQUIRES(state.StateLock);
 
 }  // namespace tlm

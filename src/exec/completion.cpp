@@ -4,8 +4,8 @@
 
 #include "exec/launch.h"
 #include "exec/retirement.h"
+#include "exec/worker.h"
 #include "jm/qorjmmsgstream.h"
-#include "platform/thread.h"
 #include "store/trace.h"
 #include "util/mfile.h"
 
@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kSuccessCode = 4;  // in a message file
 constexpr std::chrono::milliseconds kWatchInterval{1000};
+constexpr std::chrono::milliseconds kReportPatience{900};
 
 // A process that has reported success itself needs no message file; else the file decides.
 void TakeMessageFile(Job& job, const std::string& directory) {
@@ -53,32 +54,37 @@ void CompleteAttached(JobManagerState& state, JobRef ref) {
   const std::int32_t killed = job->Killed;
   ForgetPid(state, *job);
   SweepAfterKill(state, killed);
+  WakeWorkers(state);
 }
 
 void FollowAttached(JobManagerState& state, JobRef ref) {
+  std::shared_ptr<platform::Process> process;
   {
     const MAutoLock lock(state.StateLock);
     if (Job* job = state.Jobs.Find(ref)) {
       NotifyJobChange(state, *job, Queued);
       NotifyJobChange(state, *job, Running);
+      process = ProcessHandle(state, job->Pid);
     }
   }
   while (true) {
-    {
-      const MAutoLock lock(state.StateLock);
-      Job* job = state.Jobs.Find(ref);
-      std::uint32_t exitCode = 0;
-      if (!job || state.StopRequested || TestProcessEnd(state, job->Pid, exitCode)) break;
-    }
-    platform::Sleep(kWatchInterval);
+    const bool hasEnded = !process || process->WaitForEnd(kWatchInterval, &state.Stopping);
+    if (hasEnded) AwaitReports(state);
+    const MAutoLock lock(state.StateLock);
+    const Job* job = state.Jobs.Find(ref);
+    std::uint32_t exitCode = 0;
+    if (!job || state.StopRequested || (hasEnded && TestProcessEnd(state, job->Pid, exitCode))) break;
   }
   CompleteAttached(state, ref);
 }
 
 }  // namespace
 
+void AwaitReports(JobManagerState& state) { state.Served.Await(kReportPatience); }
+
 void ReleaseRunSlot(JobManagerState& state) {
   if (state.RunningCount != 0) --state.RunningCount;
+  if (state.DistributionStarted) state.PlaceComes.Raise();
 }
 
 void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* directory, bool isOverdue) {

@@ -6,6 +6,10 @@
 
 namespace tlm {
 
+// After the end of a process: returns once what it had told the server by then has been served, but not so late that
+// the end would be told later than within a second.
+void AwaitReports(JobManagerState& state) EXCLUDES(state.StateLock);
+
 // Turns the end of the job's last process, or the failure to start one, into its final Status, by what the process
 // reported or left in its message file. Gives the worker's run slot back. Null for a directory that was refused.
 // A job that was ended for being overdue has failed unless it has reported success.

@@ -15,14 +15,11 @@ namespace {
 
 using platform::Process;
 
-constexpr int kPoliteWaits = 10;
-constexpr std::chrono::milliseconds kPoliteWait{1000};
+constexpr std::chrono::milliseconds kPoliteWait{10000};
 
-bool EndsWithinPatience(const Process& process) {
-  for (int i = 0; i < kPoliteWaits; ++i) {
-    if (process.WaitForEnd(kPoliteWait)) return true;
-  }
-  return false;
+// False if it cannot be asked.
+bool AskToEnd(JobManagerState& state, std::int32_t pid) REQUIRES(state.StateLock) {
+  return state.KillViaEvent && platform::SetStopEvent(StopEventName(pid));
 }
 
 }  // namespace
@@ -33,9 +30,9 @@ std::int32_t KillProcess(JobManagerState& state, std::int32_t pid) {
   {
     const MAutoLock lock(state.StateLock);
     process = ProcessHandle(state, pid);
-    asked = process && state.KillViaEvent && platform::SetStopEvent(StopEventName(pid));
+    asked = process && AskToEnd(state, pid);
   }
-  const bool endedByItself = asked && EndsWithinPatience(*process);
+  const bool endedByItself = asked && process->WaitForEnd(kPoliteWait);
   const MAutoLock lock(state.StateLock);
   if (process) {
     process->Terminate();  // also what an ended leader left of its group
@@ -49,6 +46,21 @@ void KillProcess(JobManagerState& state, Job& job) {
   if (state.StopRequested) return;
   job.Killed = KillProcess(state, job.Pid);
   state.Jobs.Changed(job);
+}
+
+void KillWithoutWait(JobManagerState& state, Job& job) {
+  const std::shared_ptr<Process> process = ProcessHandle(state, job.Pid);
+  // Without an event nobody waits.
+  if (state.StopRequested || !process || !AskToEnd(state, job.Pid)) return KillProcess(state, job);
+  job.Killed = kEndedOnStopEvent;
+  state.Jobs.Changed(job);
+  state.Threads.Start([&state, process, ref = JobRef{job.Handle}] {
+    if (process->WaitForEnd(kPoliteWait, &state.Stopping)) return;
+    const MAutoLock lock(state.StateLock);
+    if (state.StopRequested) return;  // its worker sees to it
+    process->Terminate();
+    if (Job* asked = state.Jobs.Find(ref)) asked->Killed = kTerminated;
+  });
 }
 
 bool RemoveJob(JobManagerState& state, JobRef ref) {

@@ -11,7 +11,10 @@ namespace tlm {
 // such event. Only Killed of the job changes; whoever follows the process sees its end and goes on from there. Does
 // nothing once the server is ending.
 void KillProcess(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
-// The same for a process that is followed by the caller. Gives what Killed becomes. A caller without
+// The same, but whoever calls does not wait: Killed is set at once, and what does not end when it is asked to is
+// terminated later. Several processes are stopped side by side so.
+void KillWithoutWait(JobManagerState& state, Job& job) REQUIRES(state.StateLock);
+// The same as the first for a process that is followed by the caller. Gives what Killed becomes. A caller without
 // StateLock finds it taken for moments only.
 std::int32_t KillProcess(JobManagerState& state, std::int32_t pid);
 

@@ -1,6 +1,9 @@
 #include "exec/launch.h"
 
+#include <chrono>
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 #include "exec/command_line.h"
 #include "libtsenv/runtime_identity.h"
@@ -12,8 +15,38 @@ namespace tlm {
 
 using platform::Process;
 
-std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const ClientDirectory& directory,
-                           const std::vector<std::string>& tokens) {
+namespace {
+
+// No launch should take that long. One that does, for want of a file system that answers, holds up nobody else.
+constexpr std::chrono::seconds kLaunchPatience{5};
+
+}  // namespace
+
+LaunchUnderWay::LaunchUnderWay(JobManagerState& state) : state_(state), number_(++state.LastLaunch) {
+  state.Launches.insert(number_);
+}
+
+LaunchUnderWay::~LaunchUnderWay() {
+  const MAutoLock lock(state_.StateLock);
+  state_.Launches.erase(number_);
+  state_.LaunchDone.RaiseForAll();
+}
+
+void AwaitItsLaunch(JobManagerState& state, std::int32_t pid) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + kLaunchPatience;
+  std::optional<std::uint64_t> last;  // of those that can have been the process's
+  std::uint64_t number = 0;
+  do {
+    number = state.LaunchDone.Number();
+    const MAutoLock lock(state.StateLock);
+    if (!last) last = state.LastLaunch;
+    if (state.Launches.empty() || *state.Launches.begin() > *last || state.Jobs.FindByPid(pid)) return;
+  } while (state.LaunchDone.WaitFor(number, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())));
+}
+
+platform::LaunchRequest RequestOf(const JobManagerState& state, const Job& job, const ClientDirectory& directory,
+                                  const std::vector<std::string>& tokens) {
   platform::LaunchRequest request;
   request.CommandLine = JoinTokens(tokens);
   request.Environment = ChildEnvironment(job.Env, job.TaskKey, job.ProcessID);
@@ -22,15 +55,16 @@ std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const ClientD
   request.OutputMayBeLink = !directory.IsHeld();
   request.FailureText = FailureText(request.CommandLine);
   request.OwnGroup = state.KillViaEvent;
-  std::puts(request.CommandLine.c_str());
+  return request;
+}
 
+std::shared_ptr<Process> LaunchProcess(const platform::LaunchRequest& request) {
+  std::puts(request.CommandLine.c_str());
   const auto before = platform::StopEventTime();
   std::optional<Process> process = Process::Launch(request);
-  if (!process) return 0;
-  const std::int32_t pid = process->Id();
-  platform::RemoveStopEventBefore(StopEventName(pid), before);
-  state.ProcessHandles[pid] = std::make_shared<Process>(std::move(*process));
-  return pid;
+  if (!process) return nullptr;
+  platform::RemoveStopEventBefore(StopEventName(process->Id()), before);
+  return std::make_shared<Process>(std::move(*process));
 }
 
 std::shared_ptr<Process> ProcessHandle(JobManagerState& state, std::int32_t pid) {

@@ -11,11 +11,30 @@
 
 namespace tlm {
 
-// Starts one command of the job in its directory, with its output behind what stands in OutFile. Gives the
-// process id, 0 if it could not be started; then OutFile tells so. The tokens are those of the command, BinPath in
-// front.
-std::int32_t LaunchProcess(JobManagerState& state, const Job& job, const ClientDirectory& directory,
-                           const std::vector<std::string>& tokens) REQUIRES(state.StateLock);
+// A launch that is under way: its process may run before its id has become its job's.
+class LaunchUnderWay {
+ public:
+  explicit LaunchUnderWay(JobManagerState& state) REQUIRES(state.StateLock);
+  LaunchUnderWay(const LaunchUnderWay&) = delete;
+  LaunchUnderWay& operator=(const LaunchUnderWay&) = delete;
+  ~LaunchUnderWay();
+
+ private:
+  JobManagerState& state_;
+  std::uint64_t number_;
+};
+
+// Returns once the process, if a launch under way has just started it, is its job's. For a process that tells of
+// itself.
+void AwaitItsLaunch(JobManagerState& state, std::int32_t pid) EXCLUDES(state.StateLock);
+
+// What it takes to start one command of the job in its directory, with its output behind what stands in OutFile. The
+// tokens are those of the command, BinPath in front.
+platform::LaunchRequest RequestOf(const JobManagerState& state, const Job& job, const ClientDirectory& directory,
+                                  const std::vector<std::string>& tokens) REQUIRES(state.StateLock);
+
+// Starts it, for as long as that takes. Null if it could not be started; then OutFile tells so.
+std::shared_ptr<platform::Process> LaunchProcess(const platform::LaunchRequest& request);
 
 // Null for a process whose end has been seen, and for one that nobody has started or attached here.
 std::shared_ptr<platform::Process> ProcessHandle(JobManagerState& state, std::int32_t pid) REQUIRES(state.StateLock);

@@ -11,10 +11,22 @@ namespace tlm {
 
 namespace {
 
-constexpr std::chrono::milliseconds kTimerInterval{15000};
+constexpr std::chrono::seconds kTimerInterval{15};
+
+// Every full second while a start is to come, so that a clock that is set meanwhile makes no difference.
+std::chrono::milliseconds TimeToLook(std::int64_t startTime) {
+  using std::chrono::milliseconds, std::chrono::seconds, std::chrono::system_clock;
+  if (startTime <= platform::SecondsSince1970()) return kTimerInterval;
+  // The count of seconds may lag behind the clock for a moment.
+  constexpr milliseconds kLag{10};
+  const auto intoSecond = system_clock::now().time_since_epoch() % seconds(1);
+  return intoSecond < kLag ? kLag : std::chrono::ceil<milliseconds>(seconds(1) - intoSecond) + milliseconds(1);
+}
 
 void QueueTimerLoop(JobManagerState& state) {
   while (true) {
+    const std::uint64_t number = state.QueueTimeSet.Number();
+    std::chrono::milliseconds pause{};
     {
       const MAutoLock lock(state.StateLock);
       if (state.StopRequested) return;
@@ -23,8 +35,9 @@ void QueueTimerLoop(JobManagerState& state) {
         state.QueueRunning = true;
         WakeWorkers(state);
       }
+      pause = TimeToLook(state.QueueStartTime);
     }
-    platform::Sleep(kTimerInterval);
+    state.QueueTimeSet.WaitFor(number, pause);
   }
 }
 
@@ -42,7 +55,7 @@ void StartQueue(JobManagerState& state, std::uint64_t delay) {
   const std::int64_t now = platform::SecondsSince1970();
   const auto longest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - now);
   state.QueueStartTime = now + static_cast<std::int64_t>(std::min(delay, longest));
-  if (state.TimerStarted) return;
+  if (state.TimerStarted) return state.QueueTimeSet.Raise();
   state.Threads.Start([&state] { QueueTimerLoop(state); });
   state.TimerStarted = true;
 }

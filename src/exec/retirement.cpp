@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "exec/kill.h"
+#include "exec/worker.h"
 #include "store/trace.h"
 
 namespace tlm {
@@ -28,7 +29,7 @@ void RetireJob(JobManagerState& state, Job* job, std::set<JobRef>& retired) REQU
 
 // The peer of a job that runs there is told when it has time; whether it hears of it shows in the polling.
 void StopRunning(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
-  if (job.RemoteJob == 0) return KillProcess(state, job);
+  if (job.RemoteJob == 0) return KillWithoutWait(state, job);
   if (job.RemoteServer) job.RemoteServer->Post([ref = job.RemoteJob](QorJMClient& client) { client.RemoveJob(ref); });
   job.Killed = kTerminated;
   state.Jobs.Changed(job);
@@ -49,6 +50,7 @@ void SweepJobs(JobManagerState& state) {
   for (JobRef ref : retirable) RetireJob(state, state.Jobs.Find(ref), retired);
   const std::set<JobRef> removed = state.Jobs.RemovedJobs();
   for (JobRef ref : removed) state.Jobs.Erase(ref);
+  if (!removed.empty()) WakeWorkers(state);  // for what had waited for one of these
 }
 
 void EndWithoutProcess(JobManagerState& state, Job& job) {

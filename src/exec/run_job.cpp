@@ -23,9 +23,11 @@ namespace tlm {
 namespace {
 
 using platform::File;
+using platform::Process;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPollInterval{1000};
+constexpr std::chrono::milliseconds kEndPause{10};
 constexpr std::uint32_t kLaunchFailedCode = 255;
 
 enum class Outcome {
@@ -71,26 +73,47 @@ std::optional<Run> PrepareRun(JobManagerState& state, JobRef ref, std::string& c
 // Removed while it was being started, or killed between two commands: nothing further is started.
 bool IsGivenUp(const Job* job) { return !job || job->Status == Aborted || job->Killed != 0; }
 
-// Starts the command. 0 if no process came of it: then nothing further is tried.
-std::int32_t StartCommand(JobManagerState& state, const Run& run, std::vector<std::string> tokens) {
+// The process, if there is one, becomes the job's. If the job was given up while its process was being started, that is
+// ended.
+void TakeProcess(JobManagerState& state, const Run& run, const std::shared_ptr<Process>& process) {
   const MAutoLock lock(state.StateLock);
+  const std::int32_t pid = process ? process->Id() : 0;
+  if (process) state.ProcessHandles[pid] = process;
   Job* job = state.Jobs.Find(run.Ref);
-  if (IsGivenUp(job) || state.StopRequested) return 0;
-  tokens.front().insert(0, job->BinPath);
-  const std::int32_t pid = LaunchProcess(state, *job, run.Directory, tokens);
+  const bool isGivenUp = IsGivenUp(job);
+  if (isGivenUp && process) process->Terminate();
+  if (!job) return;
   ApplyPriority(state, pid, job->Priority);
   state.Jobs.Detach(job->Pid);  // the process of the command before has ended
   job->Pid = pid;
   job->Started = platform::SecondsSince1970();
-  SetStatus(state, *job, pid != 0 ? Running : LaunchFailed);
+  if (isGivenUp) return state.Jobs.Changed(*job);
+  SetStatus(state, *job, process ? Running : LaunchFailed);
   NotifyJobChange(state, *job, job->Status);
-  return pid;
+}
+
+// Starts the command. Null if no process came of it: then nothing further is tried. The lock is not held meanwhile, so
+// that a slow start holds up nobody.
+std::shared_ptr<Process> StartCommand(JobManagerState& state, const Run& run, std::vector<std::string> tokens) {
+  platform::LaunchRequest request;
+  std::optional<LaunchUnderWay> launch;
+  {
+    const MAutoLock lock(state.StateLock);
+    const Job* job = state.Jobs.Find(run.Ref);
+    if (IsGivenUp(job) || state.StopRequested) return nullptr;
+    tokens.front().insert(0, job->BinPath);
+    request = RequestOf(state, *job, run.Directory, tokens);
+    launch.emplace(state);
+  }
+  std::shared_ptr<Process> process = LaunchProcess(request);
+  TakeProcess(state, run, process);
+  return process;
 }
 
 // The words about a process that has ended.
 void RecordEnd(JobManagerState& state, Job& job, std::uint32_t exitCode) REQUIRES(state.StateLock) {
   if (exitCode == kLaunchFailedCode) {
-    SetStatus(state, job, LaunchFailed);
+    if (job.Status == Running) SetStatus(state, job, LaunchFailed);
   } else {
     std::puts("Done");
   }
@@ -115,13 +138,17 @@ bool TellOverdue(const JobManagerState& state, const Job& job, const Run& run) R
 
 enum class Polled { Runs, HasEnded, Overdue, Stop };
 
-Polled PollProcess(JobManagerState& state, const Run& run, std::int32_t pid) {
+// One pass. An end counts only if it was seen before the reports of the process were waited for.
+Polled PollProcess(JobManagerState& state, const Run& run, std::int32_t pid, bool hasEnded) {
   const MAutoLock lock(state.StateLock);
   Job* job = state.Jobs.Find(run.Ref);
-  std::uint32_t exitCode = 0;
-  const bool ended = TestProcessEnd(state, pid, exitCode);
+  std::uint32_t exitCode = platform::kUnknownExitCode;
+  // What an ended leader left of its group ends with it.
+  if (const auto process = ProcessHandle(state, pid); hasEnded && process && job && job->Killed != 0)
+    process->Terminate();
+  const bool isOver = hasEnded && TestProcessEnd(state, pid, exitCode);
   if (job) job->ExitCode = exitCode;
-  if (ended) {
+  if (isOver) {
     if (job) RecordEnd(state, *job, exitCode);
     return Polled::HasEnded;
   }
@@ -131,9 +158,13 @@ Polled PollProcess(JobManagerState& state, const Run& run, std::int32_t pid) {
   return Polled::Runs;
 }
 
-Outcome FollowProcess(JobManagerState& state, Run& run, std::int32_t pid) {
+Outcome FollowProcess(JobManagerState& state, Run& run, const Process& process) {
+  const std::int32_t pid = process.Id();
+  std::chrono::milliseconds pause{0};
   while (true) {
-    switch (PollProcess(state, run, pid)) {
+    const bool hasEnded = process.WaitForEnd(pause, &state.Stopping);
+    if (hasEnded) AwaitReports(state);
+    switch (PollProcess(state, run, pid, hasEnded)) {
       case Polled::Overdue:
         run.IsOverdue = true;  // and not Killed: it stays for its owner to see, since nobody has removed it
         KillProcess(state, pid);
@@ -145,7 +176,8 @@ Outcome FollowProcess(JobManagerState& state, Run& run, std::int32_t pid) {
         KillProcess(state, pid);
         return Outcome::Stopping;
       case Polled::Runs:
-        platform::Sleep(kPollInterval);
+        pause = kPollInterval;
+        if (hasEnded) platform::Sleep(kEndPause);  // its exit code is not there yet: a debugger has it first, say
     }
   }
 }
@@ -172,8 +204,8 @@ Outcome RunCommands(JobManagerState& state, Run& run, std::string_view buffer) {
       return Outcome::Over;
     }
     if (tokens.empty()) continue;
-    const std::int32_t pid = StartCommand(state, run, std::move(tokens));
-    outcome = pid != 0 ? FollowProcess(state, run, pid) : Outcome::Over;
+    const std::shared_ptr<Process> process = StartCommand(state, run, std::move(tokens));
+    outcome = process ? FollowProcess(state, run, *process) : Outcome::Over;
   }
   return outcome;
 }

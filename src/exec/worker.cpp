@@ -5,14 +5,12 @@
 #include "exec/completion.h"
 #include "exec/kill.h"
 #include "exec/run_job.h"
-#include "platform/thread.h"
 
 namespace tlm {
 
 namespace {
 
 constexpr std::chrono::milliseconds kIdleInterval{1000};
-constexpr std::chrono::milliseconds kAwaitInterval{10};
 
 bool QueueMayStart(const JobManagerState& state) REQUIRES(state.StateLock) {
   return state.QueueRunning && state.RunningCount < state.QueueLimit;
@@ -45,30 +43,35 @@ void RunOneJob(JobManagerState& state, JobRef ref) {
   }
   const MAutoLock lock(state.StateLock);
   if (broken) SettleBrokenRun(state, ref);
-  --state.BusyWorkers;
+  if (--state.BusyWorkers == 0) state.WorkersDone.RaiseForAll();
   ++state.IdleWorkers;
 }
 
-// False if the worker is to leave.
-bool WorkOnce(JobManagerState& state) {
+// False if the worker is to leave. Who was woken and comes too late for the job does not leave for that: it leaves
+// after a whole interval without one.
+bool WorkOnce(JobManagerState& state, bool& wasWoken) {
   bool tooManyIdle = false;
+  std::uint64_t number = 0;
   {
     const MAutoLock lock(state.StateLock);
     if (state.StopRequested) return false;
     tooManyIdle = state.IdleWorkers > std::uint64_t{state.QueueLimit} + state.LocalLimit + state.RunningCount;
+    number = state.WorkComes.Number();
   }
   if (const JobRef ref = TakeNextJob(state)) {
     RunOneJob(state, ref);
+    wasWoken = false;
     return true;
   }
-  if (tooManyIdle) return false;
-  platform::Sleep(kIdleInterval);
+  if (tooManyIdle && !wasWoken) return false;
+  wasWoken = state.WorkComes.WaitFor(number, kIdleInterval);
   return true;
 }
 
 void WorkerLoop(JobManagerState& state) {
   try {
-    while (WorkOnce(state)) {
+    bool wasWoken = false;
+    while (WorkOnce(state, wasWoken)) {
     }
   } catch (...) {  // The head of a thread: a worker that cannot go on leaves like any other.
   }
@@ -88,7 +91,8 @@ std::uint32_t StartableJobCount(const JobManagerState& state) {
 }
 
 void WakeWorkers(JobManagerState& state) {
-  if (state.StopRequested || state.IdleWorkers != 0 || StartableJobCount(state) == 0) return;
+  if (state.StopRequested || StartableJobCount(state) == 0) return;
+  if (state.IdleWorkers != 0) return state.WorkComes.Raise();
   state.Threads.Start([&state] { WorkerLoop(state); });
   ++state.IdleWorkers;
 }
@@ -112,14 +116,14 @@ JobRef TakeNextJob(JobManagerState& state) {
 }
 
 bool AwaitWorkers(JobManagerState& state, std::chrono::milliseconds limit) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < end) {
-    {
-      const MAutoLock lock(state.StateLock);
-      if (state.BusyWorkers == 0) return true;
-    }
-    platform::Sleep(kAwaitInterval);
-  }
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + limit;
+  std::uint64_t number = 0;
+  do {
+    number = state.WorkersDone.Number();
+    const MAutoLock lock(state.StateLock);
+    if (state.BusyWorkers == 0) return true;
+  } while (state.WorkersDone.WaitFor(number, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())));
   return false;
 }
 

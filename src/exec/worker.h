@@ -12,8 +12,9 @@ namespace tlm {
 // only while the queue runs and fewer jobs run than its limit allows.
 std::uint32_t StartableJobCount(const JobManagerState& state) REQUIRES(state.StateLock);
 
-// Starts a worker if a job can start and no worker is idle. One call starts at most one: each worker that takes a job
-// calls again.
+// Sees to it that a job that can start is taken at once: wakes one idle worker or, if there is none, starts one. One
+// call does so for one job: each worker that takes one calls again. To be called by whatever lets a job start, except
+// on a worker's thread at the end of its job: it looks for the next one itself.
 void WakeWorkers(JobManagerState& state) REQUIRES(state.StateLock);
 
 // Takes the first job, in order of creation, that may start, or none. It is marked Starting and holds a run slot before

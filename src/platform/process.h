@@ -22,6 +22,21 @@ struct LaunchRequest {
   bool OwnGroup = true;                  // the child leads a process group of its own
 };
 
+// Ends waits for processes before their time: raised once, and then for good. If the system has no descriptor for it,
+// those waits last as long as without it. Any thread.
+class Interruption {
+ public:
+  Interruption();
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+  ~Interruption();
+  void Raise() noexcept;
+
+ private:
+  friend class Process;
+  int descriptor_;
+};
+
 // A running or ended process. Only its holder may end it. Used by one thread at a time.
 class Process {
  public:
@@ -45,9 +60,9 @@ class Process {
   // Never waits. Empty while the process runs, then its exit code, the same at each call: the program's own; 128 and
   // the signal's number if a signal ended it; 0 if Terminate did; kUnknownExitCode if it was not started here.
   std::optional<std::uint32_t> ExitCode();
-  // True as soon as the process has ended, false if it has not within the limit. Also for other threads, whatever else
-  // is being done with the process.
-  bool WaitForEnd(std::chrono::milliseconds limit) const;
+  // True as soon as the process has ended, false if it has not within the limit or before the interruption. Also for
+  // other threads, whatever else is being done with the process.
+  bool WaitForEnd(std::chrono::milliseconds limit, const Interruption* interruption = nullptr) const;
   // Ends the process at once, with its group if it was started to lead one. A group whose leader has ended is still
   // ended, as long as ExitCode has not told the leader's end.
   void Terminate() noexcept;

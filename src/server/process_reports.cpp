@@ -18,8 +18,9 @@ std::int32_t PidOf(std::uint64_t processId) { return static_cast<std::int32_t>(p
 
 std::uint64_t QorJMServer::AttachProcess(std::uint64_t processId, const std::string& command,
                                          const std::string& directory) {
-  const MAutoLock lock(state_.StateLock);
   const std::int32_t pid = PidOf(processId);
+  AwaitItsLaunch(state_, pid);
+  const MAutoLock lock(state_.StateLock);
   const Attachment attachment = tlm::AttachProcess(state_, session_, pid, command, directory);
   const JobRef ref = attachment.Record.Handle;
   if (attachment.IsStranger) {

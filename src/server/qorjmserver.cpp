@@ -81,7 +81,7 @@ bool QorJMServer::MayAdminister(const char* operation) {
 void QorJMServer::Shutdown() {
   if (!MayAdminister("Shutdown")) return;
   const MAutoLock lock(state_.StateLock);
-  state_.StopRequested = true;
+  RequestStop(state_);
   thread_.Stop();
 }
 

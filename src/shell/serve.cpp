@@ -45,7 +45,7 @@ bool IsListening() { return listener == Listener::Open && !TheThread().IsStopped
 void EndWorkers() {
   {
     const MAutoLock lock(TheState().StateLock);
-    TheState().StopRequested = true;
+    RequestStop(TheState());
   }
   if (!AwaitWorkers(TheState(), kWorkersPatience)) TerminateChildren();
 }

@@ -2,6 +2,15 @@
 
 namespace tlm {
 
+void RequestStop(JobManagerState& state) {
+  state.StopRequested = true;
+  state.WorkComes.RaiseForAll();
+  state.QueueTimeSet.RaiseForAll();
+  state.PlaceComes.RaiseForAll();
+  state.Stopping.Raise();
+  state.Served.Close();
+}
+
 void RecordRemovedHandle(JobManagerState& state, std::uint64_t handle) {
   constexpr std::size_t kMostRemovedHandles = 100;
   const MAutoLock lock(state.PoolLock);

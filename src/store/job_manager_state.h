@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,9 @@
 #include "store/job_log.h"
 #include "store/job_table.h"
 #include "store/session.h"
+#include "util/catch_up.h"
 #include "util/mmutex.h"
+#include "util/signal.h"
 #include "util/thread_starter.h"
 
 namespace tlm {
@@ -37,6 +40,15 @@ struct JobManagerState {
 
   tlm::Restrictions Restrictions;
   ThreadStarter Threads;
+
+  // What threads wait for, each at most until its next look is due. Whoever waits holds neither lock.
+  Signal WorkComes;                 // an idle worker: a job may start
+  Signal WorkersDone;               // the end of the server: no worker has a job
+  Signal QueueTimeSet;              // the queue timer
+  Signal PlaceComes;                // the distributor: a job was submitted, or a run slot has become free
+  Signal LaunchDone;                // a process that attaches: see Launches
+  platform::Interruption Stopping;  // whoever follows a process: StopRequested
+  CatchUp Served;                   // reports of processes that have ended
 
   // Off unless a setting asks for it, and until the server serves.
   tlm::JobLog JobLog GUARDED_BY(StateLock);
@@ -63,6 +75,10 @@ struct JobManagerState {
   bool ProgressPending GUARDED_BY(StateLock) = false;  // the next GetJob, on whatever job, reports a notice
   bool KillViaEvent GUARDED_BY(StateLock) = true;      // ask a process to end before it is terminated
 
+  // Those under way, by number: the process may run already, and its id is not yet its job's.
+  std::set<std::uint64_t> Launches GUARDED_BY(StateLock);
+  std::uint64_t LastLaunch GUARDED_BY(StateLock) = 0;
+
   // By process id, from the start of a process, or from its attachment, to the moment at which its end was seen.
   std::map<std::int32_t, std::shared_ptr<platform::Process>> ProcessHandles GUARDED_BY(StateLock);
 
@@ -73,6 +89,9 @@ struct JobManagerState {
   std::deque<JobRef> DistributionQueue GUARDED_BY(PoolLock);
   std::deque<std::uint64_t> RemovedHandles GUARDED_BY(PoolLock);  // the last ones that clients removed, oldest first
 };
+
+// For good: no job starts any more, and every thread that waits looks at StopRequested at once.
+void RequestStop(JobManagerState& state) REQUIRES(state.StateLock);
 
 // Keeps the last 100.
 void RecordRemovedHandle(JobManagerState& state, std::uint64_t handle) EXCLUDES(state.PoolLock);

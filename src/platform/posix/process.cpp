@@ -11,10 +11,12 @@
 #include <poll.h>
 #include <spawn.h>
 #include <string_view>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -175,6 +177,16 @@ std::optional<int> NiceValue(std::uint32_t level) {
 
 }  // namespace
 
+Interruption::Interruption() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+Interruption::~Interruption() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+void Interruption::Raise() noexcept {
+  if (descriptor_ >= 0) eventfd_write(descriptor_, 1);
+}
+
 std::optional<Process> Process::Launch(const LaunchRequest& request) {
   const auto pass = TheChildren().Enter();
   if (!pass) return std::nullopt;
@@ -239,15 +251,19 @@ std::optional<std::uint32_t> Process::ExitCode() {
   return exitCode_;
 }
 
-bool Process::WaitForEnd(std::chrono::milliseconds limit) const {
+bool Process::WaitForEnd(std::chrono::milliseconds limit, const Interruption* interruption) const {
   using std::chrono::milliseconds;
   using std::chrono::steady_clock;
   const steady_clock::time_point end = steady_clock::now() + std::clamp(limit, milliseconds(0), milliseconds(INT_MAX));
   for (;;) {
     const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
-    pollfd entry = {descriptor_, POLLIN, 0};
-    const int ready = poll(&entry, 1, static_cast<int>(std::max<milliseconds::rep>(left.count(), 0)));
-    if (ready >= 0 || errno != EINTR) return ready > 0;
+    // One below 0 is passed over.
+    pollfd entries[] = {{descriptor_, POLLIN, 0}, {interruption ? interruption->descriptor_ : -1, POLLIN, 0}};
+    const int ready = poll(entries, std::size(entries), static_cast<int>(std::max<milliseconds::rep>(left.count(), 0)));
+    if (ready >= 0) return entries[0].revents != 0;
+    if (errno == EINTR) continue;
+    std::this_thread::sleep_for(left);  // who asks again and again must not do so without a pause
+    return false;
   }
 }
 

@@ -1,0 +1,48 @@
+// How a thread makes sure that the loop has served what had come to it.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+namespace tlm {
+
+// A process may end before the loop has read what it sent. What it sent lies in the loop's sockets by then, a
+// connection that it had just made in the listener's queue. So a look at all sockets that begins after the end, finds
+// nothing to read and nothing to accept, and leaves no call half served, shows that all of it has been served.
+//
+// The loop's part, on its own thread:
+//   1. Open before its first look, Close after its last one.
+//   2. Before each look with no call in progress it takes the Request. If there is one the look must not sleep.
+//   3. If that look found no connection and no listener ready, it gives the Request to Answer. Else it serves and looks
+//      again. That the loop was only woken does not count as something found.
+// With a call in progress, in a nested pass, or while it accepts nobody for want of resources, it neither answers nor
+// goes without sleep because of a Request.
+class CatchUp {
+ public:
+  // `wake` makes a loop that sleeps look again at once, and one that is about to sleep not to. It is called from any
+  // thread, under this object's lock: it neither waits nor calls back.
+  void Open(std::function<void()> wake);
+  // Ends all waits.
+  void Close();
+  // Empty while nobody waits, which costs no lock.
+  std::optional<std::uint64_t> Request() const;
+  void Answer(std::uint64_t request);
+
+  // Waits until all that had come at the time of the call has been served. False if it has not been within the limit.
+  // At once if no loop is open. Not for the loop's thread, nor with a lock that an operation takes.
+  bool Await(std::chrono::milliseconds limit);
+
+ private:
+  std::mutex lock_;  // guards what follows, and is held for each write
+  std::condition_variable answered_;
+  std::function<void()> wake_;
+  std::atomic<std::uint64_t> asked_ = 0;
+  std::atomic<std::uint64_t> served_ = 0;
+};
+
+}  // namespace tlm
