@@ -1,8 +1,10 @@
 #include "jm/file_transfer.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
+#include <span>
 
 #include "platform/file.h"
 #include "platform/file_system.h"
@@ -17,30 +19,73 @@ namespace {
 using platform::File;
 
 constexpr std::uint32_t kPiece = 4096;  // bytes of a chunk that is sent, and of a step in receiving one
+constexpr std::size_t kLengthSize = 4;
+constexpr std::size_t kChunk = kLengthSize + kPiece;
+constexpr std::size_t kMostChunks = 64;  // that are moved at once
 
 // Not on the stack, where hundreds of calls may wait for their clients, one above the other.
 using Buffer = std::vector<char>;
 
 std::string TemporaryName(const FileTransferItem& item) { return item.Path + ".tmp"; }
 
+struct Source {
+  File Content;
+  std::uint64_t Left;  // bytes that are there to be read, as far as is known
+};
+
 // Only what is a file can be read to an end.
-std::optional<File> OpenSource(const FileTransferItem& item) {
+std::optional<Source> OpenSource(const FileTransferItem& item) {
   platform::FileStatus status;
   if (platform::GetFileStatus(item.Source, status) != 0 || !status.IsRegular) return std::nullopt;
-  std::optional<File> source = File::Open(item.Source, File::Mode::Read);
-  if (source && !source->Seek(item.Offset)) source.reset();
-  return source;
+  std::optional<File> content = File::Open(item.Source, File::Mode::Read);
+  if (!content || !content->Seek(item.Offset)) return std::nullopt;
+  return Source{*std::move(content), status.Size - std::min<std::uint64_t>(item.Offset, status.Size)};
+}
+
+// How many whole chunks go into the record.
+std::size_t ChunksInRecord(const ORpcIO& io) {
+  const std::size_t room = io.RoomInRecord();
+  return room > kLengthSize ? (room - kLengthSize + kChunk - 1) / kChunk : 0;
+}
+
+// Reads whole chunks into the place where they are sent from. Gives the bytes of the file, less than the chunks hold
+// only at its end.
+std::size_t SendChunks(ORpcIO& io, Source& source, std::size_t count) {
+  std::array<std::span<unsigned char>, kMostChunks> pieces;
+  unsigned char* const begin = io.Extend(count * kChunk);
+  for (std::size_t i = 0; i < count; ++i) pieces[i] = {begin + i * kChunk + kLengthSize, kPiece};
+  const std::size_t length = source.Content.ReadPieces(std::span(pieces).first(count));
+  const std::size_t whole = length / kPiece;
+  for (std::size_t i = 0; i < whole; ++i) StoreBigEndian(kPiece, begin + i * kChunk);
+  std::size_t used = whole * kChunk;
+  if (const auto rest = static_cast<std::uint32_t>(length % kPiece)) {
+    StoreBigEndian(rest, begin + used);
+    std::fill_n(begin + used + kLengthSize + rest, PaddingOf(rest), static_cast<unsigned char>(0));
+    used += kLengthSize + rest + PaddingOf(rest);
+  }
+  io.TakeBack(count * kChunk - used);
+  return length;
+}
+
+std::size_t SendChunk(ORpcIO& io, Source& source) {
+  Buffer piece(kPiece);
+  const auto length = static_cast<std::uint32_t>(source.Content.Read(piece.data(), piece.size()).value_or(0));
+  if (length == 0) return 0;
+  Encode(io, length);
+  EncodeBytes(io, piece.data(), length);
+  return length;
 }
 
 void SendData(ORpcIO& io, const FileTransferItem& item, FileTransferWatcher* watcher) {
-  if (std::optional<File> source = OpenSource(item)) {
-    Buffer piece(kPiece);
-    while (true) {
-      const std::size_t length = source->Read(piece.data(), piece.size()).value_or(0);
-      if (length == 0) break;
-      Encode(io, static_cast<std::uint32_t>(length));
-      EncodeBytes(io, piece.data(), static_cast<std::uint32_t>(length));
-      if (watcher) watcher->Moved(item, static_cast<std::uint32_t>(length));
+  if (std::optional<Source> source = OpenSource(item)) {
+    bool mayHaveMore = true;
+    while (mayHaveMore) {
+      const std::uint64_t expected = source->Left / kPiece + 1;
+      const auto count = static_cast<std::size_t>(std::min<std::uint64_t>({ChunksInRecord(io), expected, kMostChunks}));
+      const std::size_t length = count != 0 ? SendChunks(io, *source, count) : SendChunk(io, *source);
+      source->Left -= std::min<std::uint64_t>(length, source->Left);
+      mayHaveMore = length != 0;
+      if (watcher && length != 0) watcher->Moved(item, static_cast<std::uint32_t>(length));
     }
   }
   Encode(io, std::uint32_t{0});
@@ -76,6 +121,34 @@ bool ReceiveChunk(ORpcIO& io, std::optional<File>& file, std::uint32_t length, B
   return written;
 }
 
+// Moves those chunks into the file that have come whole already. False if the file did not take them. Gives the number
+// of their bytes.
+bool ReceiveChunks(ORpcIO& io, std::optional<File>& file, std::uint32_t& length) {
+  std::array<std::span<const unsigned char>, kMostChunks> pieces;
+  const std::span<const unsigned char> bytes = io.Peek();
+  std::size_t used = 0, count = 0;
+  length = 0;
+  while (count < pieces.size() && bytes.size() - used >= kLengthSize) {
+    const auto size = LoadBigEndian<std::uint32_t>(bytes.data() + used);
+    const std::size_t padded = std::size_t{size} + PaddingOf(size);
+    if (size == 0 || bytes.size() - used - kLengthSize < padded) break;
+    pieces[count++] = bytes.subspan(used + kLengthSize, size);
+    used += kLengthSize + padded;
+    length += size;
+  }
+  const bool written = file && file->WritePieces(std::span(pieces).first(count));
+  io.Skip(used);
+  return written;
+}
+
+bool ReceiveData(ORpcIO& io, std::optional<File>& file, std::uint32_t& length) {
+  const bool written = ReceiveChunks(io, file, length);
+  if (length != 0) return written;
+  Buffer piece(kPiece);
+  length = Decoded<std::uint32_t>(io);
+  return length == 0 || ReceiveChunk(io, file, length, piece);
+}
+
 void ReceiveItem(ORpcIO& io, FileTransferItem& item, FileTransferWatcher* watcher) {
   Decode(io, item.Destination);
   Decode(io, item.Source);
@@ -88,15 +161,15 @@ void ReceiveItem(ORpcIO& io, FileTransferItem& item, FileTransferWatcher* watche
     file = OpenTemporary(item);
   }
   item.Stored = file.has_value();
-  Buffer piece(kPiece);
-  while (const auto length = Decoded<std::uint32_t>(io)) {
-    if (ReceiveChunk(io, file, length, piece)) {
-      if (watcher) watcher->Moved(item, length);
+  std::uint32_t length = 0;
+  do {
+    if (ReceiveData(io, file, length)) {
+      if (watcher && length != 0) watcher->Moved(item, length);
       continue;
     }
     item.Stored = false;
     file.reset();  // what was written is the beginning of the data, from which a later transfer can go on
-  }
+  } while (length != 0);
   if (file && !file->Close()) item.Stored = false;
 }
 

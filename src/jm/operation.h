@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "jm/iqorjm.h"
+#include "jm/recycled_task.h"
 #include "rpc/callheader.h"
 #include "rpc/orpcclient.h"
 #include "rpc/orpcerror.h"
@@ -33,6 +34,15 @@ struct WireParameter<Out<Value>> {
   static constexpr bool kInReply = true;
   static Out<Value> Pass(Held& held) { return {held}; }
   static void DecodeReply(ORpcIO& io, const Out<Value>& value) { tlm::DecodeReply(io, value.Ref); }
+};
+
+template <>
+struct WireParameter<Task&> {
+  using Held = RecycledTask;
+  static constexpr bool kInRequest = true;
+  static constexpr bool kInReply = true;
+  static Task& Pass(const RecycledTask& held) { return held; }
+  static void DecodeReply(ORpcIO& io, Task& value) { Decode(io, value); }
 };
 
 // What a server needs to answer one call.

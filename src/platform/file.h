@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -38,6 +39,9 @@ class File {
   // True if all of it was written.
   [[nodiscard]] bool Write(const void* data, std::size_t length) { return WriteSome(data, length) == length; }
   [[nodiscard]] bool Write(std::string_view text) { return Write(text.data(), text.size()); }
+  // The same for several pieces of memory, one after the other. What came before a failure counts.
+  [[nodiscard]] std::size_t ReadPieces(std::span<const std::span<unsigned char>> pieces);
+  [[nodiscard]] bool WritePieces(std::span<const std::span<const unsigned char>> pieces);
   bool Seek(std::uint64_t position);
   // Cuts the file off, or fills it up with zeros.
   bool Resize(std::uint64_t size);

@@ -18,12 +18,15 @@ namespace {
 constexpr std::uint32_t kMarkSize = 4;
 constexpr std::uint32_t kLastFragment = 0x80000000;
 constexpr std::uint32_t kInitialCapacity = 8192;
+// A stream that has carried more gives the memory back after the call.
+constexpr std::size_t kKeptCapacity = 0x10000;
 constexpr std::uint32_t kSmallestPacket = 4096;
 constexpr std::uint32_t kDefaultPacket = 0x200000;
 // Leaves room in the 31 bits of a mark for the longest write that may follow.
 constexpr std::uint32_t kLargestPacket = 0x40000000;
 // Memory for a record grows with the bytes that arrive, at most by this at once.
 constexpr std::uint32_t kLargestReadPiece = 0x40000;
+constexpr std::size_t kMostAtOnce = 0x400000;
 
 // No sender makes a longer record, whatever its packet size: a packet and the longest single write behind it, with room
 // to spare.
@@ -50,61 +53,115 @@ std::uint32_t PacketSize() {
 
 ORpcRecordIO::ORpcRecordIO(std::unique_ptr<ORpcIO> inner, std::uint32_t longest)
     : inner_(std::move(inner)), longest_(longest == 0 ? kLargestRecord : std::min(longest, kLargestRecord)) {
-  writeBuffer_.reserve(kInitialCapacity);
-  readBuffer_.reserve(kInitialCapacity);
-  writeBuffer_.resize(kMarkSize);
+  Shrink();
 }
 
 std::uint32_t ORpcRecordIO::Write(const void* buffer, std::uint32_t length) {
-  if (writeBuffer_.size() >= PacketSize()) Flush();
-  const auto* bytes = static_cast<const unsigned char*>(buffer);
-  writeBuffer_.insert(writeBuffer_.end(), bytes, bytes + length);
+  if (written_ >= PacketSize()) Flush();
+  if (length != 0) std::memcpy(Extend(length), buffer, length);
   return length;
 }
 
+std::size_t ORpcRecordIO::RoomInRecord() const { return written_ < PacketSize() ? PacketSize() - written_ : 0; }
+
+unsigned char* ORpcRecordIO::Extend(std::size_t length) {
+  const std::size_t begin = written_;
+  if (writeBuffer_.size() - begin < length) writeBuffer_.resize(std::max(begin + length, 2 * writeBuffer_.size()));
+  written_ += length;
+  return writeBuffer_.data() + begin;
+}
+
 void ORpcRecordIO::Flush() {
-  if (writeBuffer_.size() <= kMarkSize) return;
-  StoreBigEndian(static_cast<std::uint32_t>(writeBuffer_.size() - kMarkSize) | kLastFragment, writeBuffer_.data());
-  inner_->Write(writeBuffer_.data(), static_cast<std::uint32_t>(writeBuffer_.size()));
-  writeBuffer_.resize(kMarkSize);
+  if (written_ <= kMarkSize) return;
+  StoreBigEndian(static_cast<std::uint32_t>(written_ - kMarkSize) | kLastFragment, writeBuffer_.data());
+  inner_->Write(writeBuffer_.data(), static_cast<std::uint32_t>(written_));
+  written_ = kMarkSize;
 }
 
 std::uint32_t ORpcRecordIO::Read(void* buffer, std::uint32_t length) {
   const std::uint32_t count = Offer(length);
-  if (count > 0) std::memcpy(buffer, readBuffer_.data() + readBuffer_.size() - unread_, count);
-  unread_ -= count;
+  if (count > 0) std::memcpy(buffer, readBuffer_.data() + next_, count);
+  next_ += count;
   return count;
 }
 
+std::span<const unsigned char> ORpcRecordIO::Peek() const {
+  return std::span(readBuffer_).subspan(next_, recordEnd_ - next_);
+}
+
 std::uint32_t ORpcRecordIO::Offer(std::uint32_t length) {
-  if (unread_ == 0 && length > 0) FetchRecord();
-  return std::min(length, unread_);
+  if (next_ == recordEnd_ && length > 0) FetchRecord();
+  return static_cast<std::uint32_t>(std::min<std::size_t>(length, recordEnd_ - next_));
+}
+
+void ORpcRecordIO::EndCall() {
+  next_ = recordEnd_;
+  if (!HasMore() && std::max(readBuffer_.size(), writeBuffer_.size()) > kKeptCapacity) Shrink();
+}
+
+void ORpcRecordIO::Shrink() {
+  readBuffer_ = std::vector<unsigned char>(kInitialCapacity);
+  next_ = recordEnd_ = end_ = 0;
+  writeBuffer_ = std::vector<unsigned char>(kInitialCapacity);
+  written_ = kMarkSize;
 }
 
 void ORpcRecordIO::FetchRecord() {
-  readBuffer_.clear();
+  if (!HasMore()) next_ = recordEnd_ = end_ = 0;
   bool last = false;
   int emptyFragments = 0;
   while (!last) {
-    unsigned char bytes[kMarkSize];
-    inner_->Read(bytes, kMarkSize);
-    const std::uint32_t mark = LoadBigEndian<std::uint32_t>(bytes);
+    const std::uint32_t mark = FetchMark();
     last = (mark & kLastFragment) != 0;
     const std::uint32_t size = mark & ~kLastFragment;
     if (size == 0 && !last && ++emptyFragments > kMostEmptyFragments) RefuseFragment(size);
-    ReadFragment(size);
+    FetchFragment(size);
   }
 }
 
-void ORpcRecordIO::ReadFragment(std::uint32_t size) {
-  if (size > longest_ - unread_) RefuseFragment(size);
+// Takes the mark out from between the fragments of a record.
+std::uint32_t ORpcRecordIO::FetchMark() {
+  Await(kMarkSize);
+  const auto mark = LoadBigEndian<std::uint32_t>(readBuffer_.data() + recordEnd_);
+  if (next_ == recordEnd_) {
+    next_ = recordEnd_ += kMarkSize;
+  } else {
+    const auto begin = readBuffer_.begin() + static_cast<std::ptrdiff_t>(recordEnd_);
+    std::copy(begin + kMarkSize, readBuffer_.begin() + static_cast<std::ptrdiff_t>(end_), begin);
+    end_ -= kMarkSize;
+  }
+  return mark;
+}
+
+void ORpcRecordIO::FetchFragment(std::uint32_t size) {
+  if (size > longest_ - (recordEnd_ - next_)) RefuseFragment(size);
   while (size > 0) {
-    const std::uint32_t piece = std::min(size, std::clamp(unread_, kInitialCapacity, kLargestReadPiece));
-    readBuffer_.resize(readBuffer_.size() + piece);
-    inner_->Read(readBuffer_.data() + readBuffer_.size() - piece, piece);
-    unread_ += piece;
+    const auto unread = static_cast<std::uint32_t>(recordEnd_ - next_);
+    const std::uint32_t piece = std::min(size, std::clamp(unread, kInitialCapacity, kLargestReadPiece));
+    Await(piece);
+    recordEnd_ += piece;
     size -= piece;
   }
+}
+
+// Until so many bytes are there behind those of the record.
+void ORpcRecordIO::Await(std::size_t count) {
+  const std::size_t ahead = end_ - recordEnd_;
+  if (ahead >= count) return;
+  const std::size_t least = count - ahead;
+  if (readBuffer_.size() - end_ < least) MakeRoom(least);
+  const std::size_t most = readsAhead_ ? readBuffer_.size() - end_ : least;
+  end_ += inner_->ReadSome(readBuffer_.data() + end_, static_cast<std::uint32_t>(least),
+                           static_cast<std::uint32_t>(std::min(most, kMostAtOnce)));
+}
+
+void ORpcRecordIO::MakeRoom(std::size_t count) {
+  const auto begin = readBuffer_.begin();
+  std::copy(begin + static_cast<std::ptrdiff_t>(next_), begin + static_cast<std::ptrdiff_t>(end_), begin);
+  end_ -= next_;
+  recordEnd_ -= next_;
+  next_ = 0;
+  if (readBuffer_.size() - end_ < count) readBuffer_.resize(end_ + count);
 }
 
 }  // namespace tlm

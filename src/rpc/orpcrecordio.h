@@ -24,14 +24,35 @@ class ORpcRecordIO : public ORpcIO {
   // Sends the bytes gathered so far as one record; nothing if there are none.
   void Flush() override;
   std::uint32_t Offer(std::uint32_t length) override;
+  std::span<const unsigned char> Peek() const override;
+  void Skip(std::size_t length) override { next_ += length; }
+  std::size_t RoomInRecord() const override;
+  unsigned char* Extend(std::size_t length) override;
+  void TakeBack(std::size_t length) override { written_ -= length; }
+
+  // From now on takes what has come of later records along, so that a short one costs one Read of the inner stream.
+  void ReadAhead() { readsAhead_ = true; }
+  // Forgets what is left of the current record. Gives memory back that an ordinary call does not take.
+  void EndCall();
+  // True if bytes of later records have come already.
+  bool HasMore() const { return end_ > recordEnd_; }
 
  private:
+  void Shrink();
   void FetchRecord();
-  void ReadFragment(std::uint32_t size);
+  std::uint32_t FetchMark();
+  void FetchFragment(std::uint32_t size);
+  void Await(std::size_t count);
+  void MakeRoom(std::size_t count);
 
   std::vector<unsigned char> writeBuffer_;  // bytes 0 to 3 are kept for the mark
+  std::size_t written_ = 0;                 // bytes at its front, mark included; the others are room
+  // In this order: what is used up, what has not been delivered of the current record, later ones, room.
   std::vector<unsigned char> readBuffer_;
-  std::uint32_t unread_ = 0;  // bytes at the end of the read buffer that have not been delivered
+  std::size_t next_ = 0;
+  std::size_t recordEnd_ = 0;
+  std::size_t end_ = 0;
+  bool readsAhead_ = false;
   std::unique_ptr<ORpcIO> inner_;
   std::uint32_t longest_;
 };

@@ -16,18 +16,18 @@ constexpr std::chrono::seconds kReadWait{5};  // a wait that ends without data i
 
 }  // namespace
 
-std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
-  auto* position = static_cast<unsigned char*>(buffer);
-  std::uint32_t remaining = length;
+std::uint32_t ORpcSockIO::ReadSome(void* buffer, std::uint32_t least, std::uint32_t most) {
+  auto* const bytes = static_cast<unsigned char*>(buffer);
+  std::uint32_t count = 0;
   auto moved = std::chrono::steady_clock::now();
-  if (thread_ && length >= kLongRead) WaitUntilReadable();
+  if (thread_ && least >= kLongRead) WaitUntilReadable();
   while (true) {
-    const std::int64_t received = TracedReceive(socket_, position, remaining);
+    const std::int64_t received = TracedReceive(socket_, bytes + count, most - count);
     const int error = platform::LastSocketError();
-    if (received == remaining) return length;
+    if (thread_) thread_->NoteReceived(socket_, received, most - count);
     if (received > 0) {
-      position += received;
-      remaining -= static_cast<std::uint32_t>(received);
+      count += static_cast<std::uint32_t>(received);
+      if (count >= least) return count;
       moved = std::chrono::steady_clock::now();
     } else if (received == 0) {
       RaiseSocketError("ECONNRESET", platform::kConnectionReset);
@@ -41,17 +41,11 @@ std::uint32_t ORpcSockIO::Read(void* buffer, std::uint32_t length) {
 }
 
 void ORpcSockIO::WaitUntilReadable() {
+  if (thread_) return thread_->Await(socket_, Direction::Read);
   DescriptorSet readSet{socket_};
-  if (!thread_) {
-    ORpcTrace(1).Print("select\n");
-    TracedSelect(socket_ + 1, &readSet, nullptr, kReadWait);
-    ORpcTrace(1).Print(".\n");
-    return;
-  }
-  DescriptorSet writeSet;
-  thread_->PollOnce(socket_, readSet, writeSet);
-  // A peer that never goes on must not keep a loop alive that is to end.
-  if (thread_->IsStopped()) throw OrpcSocketError(platform::kConnectionAborted);
+  ORpcTrace(1).Print("select\n");
+  TracedSelect(socket_ + 1, &readSet, nullptr, kReadWait);
+  ORpcTrace(1).Print(".\n");
 }
 
 std::uint32_t ORpcSockIO::Write(const void* buffer, std::uint32_t length) {

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "platform/environment.h"
 #include "platform/thread.h"
 #include "rpc/orpcerror.h"
-#include "rpc/orpcrecordio.h"
 
 namespace tlm {
 
@@ -22,6 +22,9 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 // else be filled up by half calls. One takes about 2 KB of the usual 8 MB, four times as much with address checks.
 constexpr std::size_t kDeepestNesting = 500;
 constexpr std::chrono::milliseconds kNestingPause{1};
+// A call that waits for its socket tries again after so long: what it waits for may be there untold, since urgent data
+// and want of memory make the system give up before all is moved.
+constexpr std::chrono::milliseconds kSecondLook{50};
 // Between looks for connections that are late with their first call.
 constexpr std::chrono::seconds kStrangersPause{1};
 // So many more connections than the others may have come from this machine.
@@ -30,24 +33,23 @@ constexpr std::size_t kLocalReserve = 100;
 constexpr std::uint32_t kShortestCall = 44;
 // Without a byte, of a first call that is not whole while there are many calls on the stack.
 constexpr std::chrono::seconds kStrangersPatience{1};
+constexpr std::size_t kMostSpareStreams = 16;
 // A call on top of others on the stack may wait so long for a byte to move.
 constexpr std::chrono::seconds kStallLimit{60};
 
 thread_local ORpcThread* currentThread = nullptr;
 
-template <class Container>
-class Membership {  // of one value in a set, for a scope
+// Undoes what begins with a scope.
+template <class Function>
+class AtEnd {
  public:
-  Membership(Container& container, platform::Socket value) : container_(container), value_(value) {
-    container_.insert(value_);
-  }
-  ~Membership() { container_.erase(value_); }
-  Membership(const Membership&) = delete;
-  Membership& operator=(const Membership&) = delete;
+  explicit AtEnd(Function function) : function_(std::move(function)) {}
+  ~AtEnd() { function_(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
 
  private:
-  Container& container_;
-  platform::Socket value_;
+  Function function_;
 };
 
 // ORPC_STALL_LIMIT sets it, in seconds.
@@ -70,8 +72,15 @@ std::string NameOf(platform::SocketAddress peer) {
   return platform::FormatAddress(peer.Address) + ':' + std::to_string(peer.Port);
 }
 
-bool Contains(const DescriptorSet& set, platform::Socket socket) {
-  return std::find(set.begin(), set.end(), socket) != set.end();
+// Has made no call, and has none here that could be begun.
+bool IsMereStranger(const Connection& connection) {
+  return connection.StrangerSince && !connection.Busy && platform::BytesReadable(connection.Socket) < kShortestCall;
+}
+
+std::string Describe(const DescriptorSet& sockets) {
+  std::string text = "[";
+  for (const platform::Socket socket : sockets) text += (text.size() > 1 ? "," : "") + std::to_string(socket);
+  return text + ']';
 }
 
 }  // namespace
@@ -99,69 +108,137 @@ platform::Socket ORpcThread::AddListener(std::uint16_t port, std::uint32_t addre
   require(platform::BindToPort(socket, {address, port}), "ORpcThread::AddListener::bind");
   require(platform::Listen(socket, kBacklog), "ORpcThread::AddListener::listen");
   require(platform::MakeNonBlocking(socket), "ORpcThread::AddListener::ioctlsocket");
-  listeners_.push_back(socket);
+  require(poller_.Add(socket), "ORpcThread::AddListener::poller");
+  listeners_.push_back({socket, false});
   return socket;
 }
 
 void ORpcThread::Run() {
   currentThread = this;
-  while (!stop_) {
-    DescriptorSet readSet;
-    DescriptorSet writeSet;
-    PollOnce(0, readSet, writeSet);
-  }
+  if (catchUp_) catchUp_->Open([this] { poller_.Wake(); });
+  while (!stop_) Pass(nullptr);
+  if (catchUp_) catchUp_->Close();
   CloseAll();
   currentThread = nullptr;
 }
 
-int ORpcThread::PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet) {
-  AddToReadSet(highest, readSet);
-  std::fflush(stdout);
-  const int result = TracedSelect(highest + 1, &readSet, &writeSet, LongestSleep());
-  Beat();
-  if (stop_) return result;
-  DropStrangers();
-  if (result < 1) return result;
-  ServeReady(readSet);
-  AcceptReady(readSet);
-  return result;
+void ORpcThread::Await(platform::Socket socket, Direction direction) {
+  const Waited waited{socket, direction};
+  const bool isOwn = connections_.Find(socket) != nullptr;
+  if (!isOwn && !poller_.Add(socket)) RaiseSocketError("ORpcThread::Await::poller", platform::LastSocketError());
+  const AtEnd removed([&] {
+    if (!isOwn) poller_.Remove(socket);
+  });
+  Pass(&waited);
+  // A peer that does not go on must not keep a loop alive that is to end.
+  if (stop_) throw OrpcSocketError(platform::kConnectionAborted);
 }
 
-void ORpcThread::AddToReadSet(platform::Socket& highest, DescriptorSet& readSet) {
-  const DescriptorSet given = readSet;
-  const platform::Socket waitedFor = highest;
-  const auto add = [&](platform::Socket socket) {
-    if (!Contains(given, socket)) readSet.push_back(socket);
-    highest = std::max(highest, socket);
-  };
-  // What comes for a call further down the stack cannot be taken yet, and would only wake this pass again and again.
-  for (platform::Socket socket : connections_) {
-    if (socket == waitedFor || !busy_.contains(socket)) add(socket);
+void ORpcThread::Pass(const Waited* waited) {
+  std::fflush(stdout);
+  const std::optional<std::uint64_t> request = CatchUpRequest();
+  WaitForWork(waited, !request);
+  if (request && !HasWork(waited)) catchUp_->Answer(*request);
+  Beat();
+  if (stop_) return;
+  DropStrangers();
+  ServeReady();
+  AcceptReady();
+}
+
+// None while it could not be told that all has been served.
+std::optional<std::uint64_t> ORpcThread::CatchUpRequest() const {
+  if (!catchUp_ || busy_ != 0 || ListenersPaused()) return std::nullopt;
+  return catchUp_->Request();
+}
+
+// What is known to be ready may not be the earliest that is.
+void ORpcThread::WaitForWork(const Waited* waited, bool sleeps) {
+  const auto limit = !sleeps || HasWork(waited) ? std::chrono::microseconds(0) : LongestSleep();
+  const ORpcTrace trace(2);
+  if (trace.IsOn()) trace.Print("select(%s,0,%x)=", DescribeWait(waited).c_str(), limit ? 1 : 0);
+  const int result = poller_.Wait(events_, limit);
+  for (const platform::SocketEvent& event : events_) Note(event);
+  if (trace.IsOn()) ORpcTrace::Continued(2).Print("%d\n", result < 0 ? result : CountReady(waited));
+}
+
+bool ORpcThread::HasWork(const Waited* waited) const {
+  if (connections_.FirstReady() || (waited && IsReady(*waited))) return true;
+  const auto isReady = [](const Listener& listener) { return listener.Ready; };
+  return !ListenersPaused() && std::any_of(listeners_.begin(), listeners_.end(), isReady);
+}
+
+bool ORpcThread::IsReady(const Waited& waited) const {
+  const Connection* connection = connections_.Find(waited.Socket);
+  // A peer that sends more before it has read the reply gets its attempts to take it used up.
+  return connection && (connection->Readable || (waited.Direction == Direction::Write && connection->Writable));
+}
+
+void ORpcThread::Note(const platform::SocketEvent& event) {
+  if (Connection* connection = connections_.Find(event.Which)) {
+    connection->Readable |= event.Readable;
+    connection->Writable |= event.Writable;
+    connection->Ended |= event.Ended;
+    return connections_.Changed(*connection);
   }
-  if (!ListenersPaused()) std::for_each(listeners_.begin(), listeners_.end(), add);
+  for (Listener& listener : listeners_) listener.Ready |= listener.Socket == event.Which;
+}
+
+void ORpcThread::NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted) {
+  if (received == static_cast<std::int64_t>(wanted)) return;
+  Connection* connection = connections_.Find(socket);
+  if (connection && !connection->Ended) connection->Readable = false;  // and its call is in progress
+}
+
+void ORpcThread::NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted) {
+  if (sent == static_cast<std::int64_t>(wanted)) return;
+  Connection* connection = connections_.Find(socket);
+  if (connection) connection->Writable = false;
+}
+
+// What comes for a call further down the stack cannot be taken yet, and so is not waited for.
+std::string ORpcThread::DescribeWait(const Waited* waited) const {
+  DescriptorSet reading, writing;
+  if (waited) (waited->Direction == Direction::Read ? reading : writing).push_back(waited->Socket);
+  for (const auto& [number, connection] : connections_.All()) {
+    if (!connection.Busy) reading.push_back(connection.Socket);
+  }
+  if (!ListenersPaused()) {
+    for (const Listener& listener : listeners_) reading.push_back(listener.Socket);
+  }
+  platform::Socket highest = waited ? waited->Socket : 0;
+  for (const platform::Socket socket : reading) highest = std::max(highest, socket);
+  return std::to_string(highest + 1) + ',' + Describe(reading) + ',' + Describe(writing);
+}
+
+int ORpcThread::CountReady(const Waited* waited) const {
+  const auto isReady = [](const Listener& listener) { return listener.Ready; };
+  const auto listeners = ListenersPaused() ? 0 : std::count_if(listeners_.begin(), listeners_.end(), isReady);
+  return static_cast<int>(connections_.ReadyCount()) + static_cast<int>(listeners) +
+         (waited && IsReady(*waited) ? 1 : 0);
 }
 
 std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
   if (ListenersPaused()) return kAcceptPause;
   std::optional<Clock::duration> sleep;
   const auto atMost = [&sleep](Clock::duration time) { sleep = std::min(sleep.value_or(time), time); };
-  if (!busy_.empty()) atMost(StallLimit());
-  if (!busy_.empty() && admission_.Silence.count() != 0) atMost(admission_.Silence);
-  if (!strangers_.empty() && admission_.FirstCall.count() != 0) atMost(kStrangersPause);
+  if (busy_ != 0) atMost(kSecondLook);
+  if (strangers_ != 0 && admission_.FirstCall.count() != 0) atMost(kStrangersPause);
   if (beat_) atMost(beatInterval_);
   if (!sleep) return std::nullopt;
   return std::chrono::duration_cast<std::chrono::microseconds>(*sleep);
 }
 
 bool ORpcThread::IsTooLong(platform::Socket socket, std::chrono::steady_clock::time_point since) const {
-  const std::size_t own = busy_.contains(socket) ? 1 : 0;
+  const Connection* connection = connections_.Find(socket);
+  const std::size_t own = connection && connection->Busy ? 1 : 0;
   const auto silence = Clock::now() - since;
   if (admission_.Silence.count() != 0 && silence >= admission_.Silence) return true;
-  if (admission_.FirstCall.count() != 0 && strangers_.contains(socket)) {
-    const bool crowded = busy_.size() > kDeepestNesting / 2;
+  if (admission_.FirstCall.count() != 0 && connection && connection->StrangerSince) {
+    const bool crowded = busy_ > kDeepestNesting / 2;
     if (silence >= (crowded ? kStrangersPatience : admission_.FirstCall)) return true;
   }
-  return busy_.size() > own && silence >= StallLimit();
+  return busy_ > own && silence >= StallLimit();
 }
 
 bool ORpcThread::Admits(platform::SocketAddress peer) {
@@ -175,17 +252,14 @@ bool ORpcThread::Admits(platform::SocketAddress peer) {
   const auto holds = [&](const AddressRange& range) { return range.Contains(peer.Address); };
   if (!ranges.empty() && std::none_of(ranges.begin(), ranges.end(), holds)) return refuse("address not allowed");
   const std::size_t reserve = IsLoopback(peer.Address) ? kLocalReserve : 0;
-  if (admission_.MostConnections == 0 || connections_.size() < admission_.MostConnections + reserve) return true;
+  if (admission_.MostConnections == 0 || connections_.Size() < admission_.MostConnections + reserve) return true;
   // Who has shown to be a client goes before who has not.
-  const auto stranger = std::find_if(connections_.begin(), connections_.end(),
-                                     [this](platform::Socket socket) { return IsMereStranger(socket); });
-  if (stranger == connections_.end()) return refuse("too many connections");
-  DropStranger(*stranger, "another takes its place");
+  auto& all = connections_.All();
+  const auto stranger =
+      std::find_if(all.begin(), all.end(), [](const auto& entry) { return IsMereStranger(entry.second); });
+  if (stranger == all.end()) return refuse("too many connections");
+  DropStranger(stranger->second, "another takes its place");
   return true;
-}
-
-bool ORpcThread::IsMereStranger(platform::Socket socket) const {
-  return strangers_.contains(socket) && !busy_.contains(socket) && platform::BytesReadable(socket) < kShortestCall;
 }
 
 void ORpcThread::SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat) {
@@ -200,98 +274,131 @@ void ORpcThread::Beat() {
 }
 
 void ORpcThread::DropStrangers() {
-  if (admission_.FirstCall.count() == 0) return;
+  if (admission_.FirstCall.count() == 0 || strangers_ == 0 || Clock::now() < strangersLook_) return;
+  strangersLook_ = Clock::now() + kStrangersPause / 4;
   const auto latest = Clock::now() - admission_.FirstCall;
-  std::vector<platform::Socket> overdue;
-  for (const auto& [socket, accepted] : strangers_) {
-    if (accepted <= latest && IsMereStranger(socket)) overdue.push_back(socket);
+  auto& all = connections_.All();
+  for (auto next = all.begin(); next != all.end();) {
+    Connection& connection = (next++)->second;
+    if (connection.StrangerSince <= latest && IsMereStranger(connection)) DropStranger(connection, "no call in time");
   }
-  for (platform::Socket socket : overdue) DropStranger(socket, "no call in time");
 }
 
-void ORpcThread::DropStranger(platform::Socket socket, const char* reason) {
+void ORpcThread::DropStranger(Connection& connection, const char* reason) {
   if (admission_.Trace) {
-    const std::optional<platform::SocketAddress> peer = platform::RemoteAddress(socket);
+    const std::optional<platform::SocketAddress> peer = platform::RemoteAddress(connection.Socket);
     admission_.Trace("Dropped connection of " + (peer ? NameOf(*peer) : "one who has gone") + ": " + reason + '\n');
   }
-  DropConnection(socket);
-  Forget(socket);
+  Drop(connection);
+}
+
+// No stranger any more.
+void ORpcThread::Acquaint(Connection& connection) {
+  if (connection.StrangerSince) --strangers_;
+  connection.StrangerSince.reset();
 }
 
 bool ORpcThread::ListenersPaused() const { return acceptAgain_ && std::chrono::steady_clock::now() < *acceptAgain_; }
 
-void ORpcThread::ServeReady(const DescriptorSet& readSet) {
-  DescriptorSet ready = readSet;
-  std::sort(ready.begin(), ready.end());
-  // A connection with a call in progress does not use the pass up, or one that sends while it waits further down the
-  // stack would keep all later ones from being served.
-  const auto next = std::find_if(connections_.begin(), connections_.end(), [&](platform::Socket socket) {
-    return std::binary_search(ready.begin(), ready.end(), socket) && !busy_.contains(socket);
-  });
-  if (next == connections_.end()) return;
-  if (busy_.size() >= kDeepestNesting) return platform::Sleep(kNestingPause);
-
-  const platform::Socket socket = *next;
+// A connection with a call in progress does not use the pass up, or one that sends while it waits further down the
+// stack would keep all later ones from being served.
+void ORpcThread::ServeReady() {
+  Connection* const next = connections_.FirstReady();
+  if (!next) return;
+  if (busy_ >= kDeepestNesting) return platform::Sleep(kNestingPause);
+  const platform::Socket socket = next->Socket;
   try {
-    ServeCall(socket);
+    ServeCall(*next);
   } catch (...) {  // Whatever went wrong with this connection, the others go on.
-    DropConnection(socket);
-    Forget(socket);
-  }
-}
-
-void ORpcThread::Forget(platform::Socket socket) {
-  const auto found = std::find(connections_.begin(), connections_.end(), socket);
-  if (found == connections_.end()) {
+    Connection* const failed = connections_.Find(socket);
+    if (failed) return Drop(*failed);
     std::puts("CONNECTION NOT FOUND");
-    return;
   }
-  connections_.erase(found);
 }
 
-void ORpcThread::AcceptReady(const DescriptorSet& readSet) {
-  for (platform::Socket listener : listeners_) {
-    if (!Contains(readSet, listener)) continue;
+void ORpcThread::AcceptReady() {
+  if (ListenersPaused()) return;
+  for (Listener& listener : listeners_) {
     // All that the short queue of the listener can hold, or a burst of clients would be turned away meanwhile.
-    for (int i = 0; i <= kBacklog && AcceptOne(listener); ++i) {
+    for (int i = 0; i <= kBacklog && listener.Ready && AcceptOne(listener); ++i) {
     }
   }
 }
 
-bool ORpcThread::AcceptOne(platform::Socket listener) {
+// False if nobody has come.
+bool ORpcThread::AcceptOne(Listener& listener) {
   platform::SocketAddress peer;
-  const platform::Socket socket = platform::AcceptSocket(listener, peer);
+  const platform::Socket socket = platform::AcceptSocket(listener.Socket, peer);
   if (socket < 0) {
-    if (platform::IsOutOfResources(platform::LastSocketError())) {
-      acceptAgain_ = std::chrono::steady_clock::now() + kAcceptPause;
-    }
+    const int error = platform::LastSocketError();
+    if (platform::IsOutOfResources(error)) acceptAgain_ = Clock::now() + kAcceptPause;
+    if (platform::IsWouldBlock(error)) listener.Ready = false;
     return false;
   }
   acceptAgain_.reset();
-  ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener, platform::FormatAddress(peer.Address).c_str(), peer.Port,
-                     socket);
-  if (!Admits(peer)) {
+  ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener.Socket, platform::FormatAddress(peer.Address).c_str(),
+                     peer.Port, socket);
+  if (Admits(peer)) {
+    Welcome(socket);
+  } else {
     platform::CloseSocket(socket);
-    return true;
   }
+  return true;
+}
+
+void ORpcThread::Welcome(platform::Socket socket) {
   platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
   platform::SendWithoutDelay(socket);
   // Who sends less than a call takes no place on the stack.
   if (WakesForCalls()) platform::WakeFor(socket, kShortestCall);
-  connections_.push_back(socket);
-  strangers_.emplace(socket, Clock::now());
-  return true;
+  if (!poller_.Add(socket)) return platform::CloseSocket(socket);
+  connections_.Add(socket).StrangerSince = Clock::now();
+  ++strangers_;
 }
 
-void ORpcThread::ServeCall(platform::Socket socket) {
-  const Membership busy(busy_, socket);
-  if (WakesForCalls() && strangers_.contains(socket)) platform::WakeFor(socket, 1);
-  ORpcRecordIO stream(std::make_unique<ORpcSockIO>(socket, this), admission_.LongestRecord);
-  const auto call = Decoded<CallHeader>(stream);
-  strangers_.erase(socket);
+void ORpcThread::ServeCall(Connection& connection) {
+  connection.Busy = true;
+  ++busy_;
+  connections_.Changed(connection);
+  const AtEnd over([&] {
+    connection.Busy = false;
+    --busy_;
+    connections_.Changed(connection);
+  });
+  std::unique_ptr<CallStream> stream = TakeStream(connection);
+  if (WakesForCalls() && connection.StrangerSince) platform::WakeFor(connection.Socket, 1);
+  const auto call = Decoded<CallHeader>(stream->Record());
+  Acquaint(connection);
   const MAutoLock lock(lock_);
-  Answer(socket, call, stream);
-  stream.Flush();
+  Answer(connection.Socket, call, stream->Record());
+  stream->Record().Flush();
+  GiveBack(connection, std::move(stream));
+  // All that was asked for has come, and perhaps that was all there is: the next call would wait on the stack for it.
+  if (connection.Readable && !connection.Ended) connection.Readable = platform::BytesReadable(connection.Socket) != 0;
+}
+
+std::unique_ptr<CallStream> ORpcThread::TakeStream(Connection& connection) {
+  if (connection.Ahead) return std::move(connection.Ahead);
+  std::unique_ptr<CallStream> stream;
+  if (spareStreams_.empty()) {
+    stream = std::make_unique<CallStream>(this, admission_.LongestRecord);
+    // A trace shows each mark and each record by itself.
+    if (!ORpcTrace(2).IsOn()) stream->Record().ReadAhead();
+  } else {
+    stream = std::move(spareStreams_.back());
+    spareStreams_.pop_back();
+  }
+  stream->Attach(connection.Socket);
+  return stream;
+}
+
+void ORpcThread::GiveBack(Connection& connection, std::unique_ptr<CallStream> stream) {
+  stream->Record().EndCall();
+  if (stream->Record().HasMore()) {
+    connection.Ahead = std::move(stream);
+  } else if (spareStreams_.size() < kMostSpareStreams) {
+    spareStreams_.push_back(std::move(stream));
+  }
 }
 
 void ORpcThread::Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) {
@@ -336,47 +443,44 @@ std::shared_ptr<ORpcServer> ORpcThread::FindOrCreateServer(platform::Socket sock
 
 std::uint32_t ORpcThread::Send(platform::Socket socket, const void* buffer, std::uint32_t length) {
   if (stop_) return length;
-  SendQueue& queue = sendQueues_[socket];
   const auto* bytes = static_cast<const unsigned char*>(buffer);
-  queue.Bytes.insert(queue.Bytes.end(), bytes, bytes + length);
-  if (queue.InUse) return length;  // each of its attempts offers the whole queue
-
-  queue.InUse = true;
-  try {
-    SendQueued(socket, queue, length);
-  } catch (...) {  // What waits for a failed connection waits for nothing.
-    sendQueues_.erase(socket);
-    throw;
+  const auto outer = std::find_if(sending_.begin(), sending_.end(),
+                                  [socket](const SendInProgress* one) { return one->Socket == socket; });
+  if (outer != sending_.end()) {
+    (*outer)->Behind.insert((*outer)->Behind.end(), bytes, bytes + length);
+    return length;
   }
-  queue.InUse = false;
-  if (queue.Sent == queue.Bytes.size()) sendQueues_.erase(socket);
+  SendInProgress own{socket, {}};
+  sending_.push_back(&own);
+  const AtEnd over([this] { sending_.pop_back(); });
+  SendAll(socket, bytes, length);
+  while (!own.Behind.empty()) {
+    const std::vector<unsigned char> behind = std::exchange(own.Behind, {});
+    SendAll(socket, behind.data(), behind.size());
+  }
   return length;
 }
 
-void ORpcThread::SendQueued(platform::Socket socket, SendQueue& queue, std::size_t length) {
-  std::size_t sentHere = 0;
+void ORpcThread::SendAll(platform::Socket socket, const unsigned char* bytes, std::size_t length) {
   int blocked = 0;
-  auto moved = std::chrono::steady_clock::now();
+  std::optional<Clock::time_point> moved;
   while (true) {
-    const std::int64_t sent = TracedSend(socket, queue.Bytes.data() + queue.Sent, queue.Bytes.size() - queue.Sent);
+    const std::int64_t sent = TracedSend(socket, bytes, length);
+    if (sent == static_cast<std::int64_t>(length)) return;
     const int error = platform::LastSocketError();
+    NoteSent(socket, sent, length);
     if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
+    if (sent >= 0 || !moved) moved = Clock::now();
     if (sent < 0) {
-      if (IsTooLong(socket, moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
+      if (IsTooLong(socket, *moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
       if (blocked > kBlockedRetries) RaiseSocketError("ORpcThread::Send::blocked", platform::kWouldBlock);
       platform::YieldTimeSlice();
       ++blocked;
     } else {
-      queue.Sent += static_cast<std::size_t>(sent);
-      sentHere += static_cast<std::size_t>(sent);
-      moved = std::chrono::steady_clock::now();
-      if (sentHere >= length) return;
+      bytes += sent;
+      length -= static_cast<std::size_t>(sent);
     }
-    DescriptorSet readSet;
-    DescriptorSet writeSet{socket};
-    PollOnce(socket, readSet, writeSet);
-    // A reply without an end, or a peer that reads slowly, must not keep a loop alive that is to end.
-    if (stop_) throw OrpcSocketError(platform::kConnectionAborted);
+    Await(socket, Direction::Write);
   }
 }
 
@@ -393,21 +497,20 @@ void ORpcThread::DeleteServer(const ORpcServer* server) {
   }
 }
 
-void ORpcThread::DropConnection(platform::Socket socket) {
+void ORpcThread::Drop(Connection& connection) {
   const MAutoLock lock(lock_);
-  const auto node = servers_.extract(socket);
+  const auto node = servers_.extract(connection.Socket);
   if (node) {
     for (const auto& [key, server] : node.mapped()) server->Abandon();
   }
-  sendQueues_.erase(socket);
-  strangers_.erase(socket);
-  TracedClose(socket);
+  Acquaint(connection);
+  TracedClose(connection.Socket);
+  connections_.Remove(connection);
 }
 
 void ORpcThread::CloseAll() {
-  for (platform::Socket socket : connections_) DropConnection(socket);
-  for (platform::Socket socket : listeners_) TracedClose(socket);
-  connections_.clear();
+  while (connections_.Size() != 0) Drop(connections_.All().begin()->second);
+  for (const Listener& listener : listeners_) TracedClose(listener.Socket);
   listeners_.clear();
 }
 

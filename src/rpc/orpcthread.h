@@ -6,19 +6,25 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
+#include "platform/poller.h"
 #include "rpc/admission.h"
+#include "rpc/connections.h"
 #include "rpc/orpcserver.h"
 #include "rpc/orpctrace.h"
+#include "util/catch_up.h"
 #include "util/mmutex.h"
 
 namespace tlm {
+
+enum class Direction { Read, Write };
 
 // Everything but Stop, IsStopped and DeleteServer is for the thread that calls Run.
 class ORpcThread {
@@ -36,6 +42,8 @@ class ORpcThread {
   // Before Run: from then on a pass happens at least once in the interval, and `beat` runs after one that has been
   // made, no more often than twice in the interval.
   void SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat);
+  // Before Run: whoever waits there learns when all that had come has been served.
+  void SetCatchUp(CatchUp& catchUp) { catchUp_ = &catchUp; }
   // A new listener at the port of a local address in network order, 0 for all of them; port 0 lets the system choose.
   // Raises OrpcSocketError.
   platform::Socket AddListener(std::uint16_t port, std::uint32_t address = 0);
@@ -49,10 +57,13 @@ class ORpcThread {
   // Stop nothing is sent any more. Raises OrpcSocketError if the connection fails, stays full for too many attempts,
   // holds others up for too long, or if Stop comes while it is full.
   std::uint32_t Send(platform::Socket socket, const void* buffer, std::uint32_t length);
-  // One pass: waits until a socket of the sets, a connection or a listener has work, serves one call of the earliest
-  // accepted connection that is ready and has none in progress, then accepts. The sets come back with what is ready.
-  // Gives the number of ready sockets, below 1 if the wait ended without any.
-  int PollOnce(platform::Socket highest, DescriptorSet& readSet, DescriptorSet& writeSet);
+  // One pass of the loop, for a caller that cannot go on with the socket, one of the loop's connections or another:
+  // waits until the socket, a connection or a listener has work, serves one call of the earliest accepted connection
+  // that is ready and has none in progress, then accepts. Raises OrpcSocketError after Stop.
+  void Await(platform::Socket socket, Direction direction);
+  // What a Receive or a Send has moved, of what it was asked for; negative if it failed.
+  void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted);
+  void NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted);
 
   // True for a wait for the socket that has gone on since then without a byte for too long: for the admission, or while
   // calls of other connections wait below it on the stack. It has to end, so that they can go on.
@@ -67,45 +78,67 @@ class ORpcThread {
   std::uint16_t GetRemotePort(platform::Socket socket);
 
  private:
+  using Clock = std::chrono::steady_clock;
   using ServersOfConnection = std::map<ORpcProgramKey, std::shared_ptr<ORpcServer>>;
-  struct SendQueue {
-    std::vector<unsigned char> Bytes;
-    std::size_t Sent = 0;  // bytes at the front that have gone
-    bool InUse = false;    // a Send further down the stack is working on it
+
+  struct Listener {
+    platform::Socket Socket;
+    bool Ready;  // as far as is known: no accept has found it empty since
+  };
+  struct Waited {
+    platform::Socket Socket;
+    tlm::Direction Direction;
+  };
+  struct SendInProgress {
+    platform::Socket Socket;
+    std::vector<unsigned char> Behind;  // what calls on top of it have to send there
   };
 
-  using Clock = std::chrono::steady_clock;
-  void AddToReadSet(platform::Socket& highest, DescriptorSet& readSet);
-  void Beat();
-  bool ListenersPaused() const;
+  void Pass(const Waited* waited);
+  void WaitForWork(const Waited* waited, bool sleeps);
+  bool HasWork(const Waited* waited) const;
+  std::optional<std::uint64_t> CatchUpRequest() const;
+  bool IsReady(const Waited& waited) const;
+  void Note(const platform::SocketEvent& event);
+  std::string DescribeWait(const Waited* waited) const;
+  int CountReady(const Waited* waited) const;
   std::optional<std::chrono::microseconds> LongestSleep() const;
-  void ServeReady(const DescriptorSet& readSet);
-  void AcceptReady(const DescriptorSet& readSet);
-  bool AcceptOne(platform::Socket listener);
+  bool ListenersPaused() const;
+  void Beat();
+
+  void AcceptReady();
+  bool AcceptOne(Listener& listener);
+  void Welcome(platform::Socket socket);
   bool Admits(platform::SocketAddress peer);
-  // Has made no call, and has none here that could be begun.
-  bool IsMereStranger(platform::Socket socket) const;
   bool WakesForCalls() const { return admission_.FirstCall.count() != 0 || admission_.MostConnections != 0; }
   void DropStrangers();
-  void DropStranger(platform::Socket socket, const char* reason);
-  void ServeCall(platform::Socket socket);
-  void Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) REQUIRES(lock_);
-  std::shared_ptr<ORpcServer> FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) REQUIRES(lock_);
-  void SendQueued(platform::Socket socket, SendQueue& queue, std::size_t length);
-  void DropConnection(platform::Socket socket);
-  void Forget(platform::Socket socket);
+  void DropStranger(Connection& connection, const char* reason);
+  void Acquaint(Connection& connection);
+  void Drop(Connection& connection);
   void CloseAll();
 
+  void ServeReady();
+  void ServeCall(Connection& connection);
+  std::unique_ptr<CallStream> TakeStream(Connection& connection);
+  void GiveBack(Connection& connection, std::unique_ptr<CallStream> stream);
+  void Answer(platform::Socket socket, const CallHeader& call, ORpcIO& stream) REQUIRES(lock_);
+  std::shared_ptr<ORpcServer> FindOrCreateServer(platform::Socket socket, ORpcProgramKey key) REQUIRES(lock_);
+  void SendAll(platform::Socket socket, const unsigned char* bytes, std::size_t length);
+
   std::atomic<bool> stop_ = false;
-  std::vector<platform::Socket> listeners_;
   Admission admission_;
-  std::vector<platform::Socket> connections_;  // in the order of acceptance
-  // Those that have made no call yet, each with the time of its acceptance.
-  std::unordered_map<platform::Socket, Clock::time_point> strangers_;
-  std::unordered_map<platform::Socket, SendQueue> sendQueues_;
-  std::map<platform::Socket, ServersOfConnection> servers_ GUARDED_BY(lock_);
-  std::unordered_set<platform::Socket> busy_;                         // a call of the connection is on the stack
-  std::optional<std::chrono::steady_clock::time_point> acceptAgain_;  // set while accepting is out of resources
+  platform::Poller poller_;
+  std::vector<platform::SocketEvent> events_;  // of the last wait
+  std::vector<Listener> listeners_;
+  std::optional<Clock::time_point> acceptAgain_;  // set while accepting is out of resources
+  Connections connections_;
+  std::size_t strangers_ = 0;             // connections that have made no call yet
+  Clock::time_point strangersLook_;       // the next one for those who are late
+  std::size_t busy_ = 0;                  // calls on the stack
+  std::vector<SendInProgress*> sending_;  // on the stack, the innermost last
+  std::vector<std::unique_ptr<CallStream>> spareStreams_;
+  std::unordered_map<platform::Socket, ServersOfConnection> servers_ GUARDED_BY(lock_);
+  CatchUp* catchUp_ = nullptr;
   std::function<void()> beat_;
   Clock::duration beatInterval_{};
   Clock::time_point lastBeat_;

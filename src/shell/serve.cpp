@@ -95,6 +95,7 @@ void Run(std::uint16_t port) {
   StartJobLog(port);
   // A system that has no thread even for that serves all the same.
   (void)TheState().Threads.Open();
+  TheThread().SetCatchUp(TheState().Served);
   TheThread().Run();
 }
 

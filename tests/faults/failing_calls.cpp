@@ -13,9 +13,11 @@
 #include <netdb.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -92,6 +94,11 @@ CALL(int, chmod, (const char* path, mode_t mode), (path, mode), -1, EPERM)
 CALL(int, poll, (pollfd * entries, nfds_t count, int limit), (entries, count, limit), -1, EINTR)
 CALL(int, ppoll, (pollfd * entries, nfds_t count, const timespec* limit, const sigset_t* mask),
      (entries, count, limit, mask), -1, EINTR, ENOMEM)
+CALL(int, epoll_ctl, (int poller, int what, int file, epoll_event* event), (poller, what, file, event), -1, ENOSPC)
+CALL(int, epoll_wait, (int poller, epoll_event* events, int count, int limit), (poller, events, count, limit), -1,
+     EINTR)
+CALL(ssize_t, readv, (int file, const iovec* pieces, int count), (file, pieces, count), -1, EIO, EINTR)
+CALL(ssize_t, writev, (int file, const iovec* pieces, int count), (file, pieces, count), -1, ENOSPC, EIO, EINTR)
 CALL(int, accept4, (int listener, sockaddr* address, socklen_t* length, int flags), (listener, address, length, flags),
      -1, EMFILE, ECONNABORTED, EINTR)
 CALL(int, getsockname, (int socket, sockaddr* address, socklen_t* length), (socket, address, length), -1, ENOBUFS)

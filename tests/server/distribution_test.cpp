@@ -98,8 +98,8 @@ TEST_F(Distribution, TakesAJobToAPeerAndBringsAllOfItBack) {
   Occupy("free");
   Client->SetListening(true);
   const std::uint64_t job = Submit("second", "echo one; " + Wait("go") + "; echo two");
-  const std::uint64_t next = Submit("third", ":", job);
   Client->Await(job, {Running});
+  const std::uint64_t next = Submit("third", ":", job);
   EXPECT_TRUE(Eventually([&] { return Client->Output(job) == "one\n"; })) << "somebody listens";
   EXPECT_THAT(Trace(), AllOf(HasSubstr("Distributing job second\nTrying...127.0.0.3. BEST: 127.0.0.3\n"),
                              HasSubstr("Status of second now 3\n")));

@@ -1,8 +1,12 @@
 #include "platform/file.h"
 
+#include <algorithm>
+#include <array>
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
+#include <sys/uio.h>
+#include <type_traits>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -16,7 +20,8 @@ namespace tlm::platform {
 namespace {
 
 constexpr std::size_t kReadPiece = 0x10000;
-constexpr mode_t kNewFile = 0666;  // less the umask
+constexpr std::size_t kMostPieces = 128;  // in one call of the system
+constexpr mode_t kNewFile = 0666;         // less the umask
 
 int FlagsOf(File::Mode mode) {
   switch (mode) {
@@ -35,6 +40,30 @@ int FlagsOf(File::Mode mode) {
 bool IsDirectory(int descriptor) {
   struct stat status;
   return fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Until all is moved, or no more is. Gives the number of bytes.
+template <class Byte, class Move>
+std::size_t MovePieces(std::span<const std::span<Byte>> pieces, Move move) {
+  std::array<iovec, kMostPieces> entries;
+  std::size_t total = 0;
+  std::size_t within = 0;  // bytes of the first piece that have been moved
+  while (!pieces.empty()) {
+    const std::size_t count = std::min(pieces.size(), entries.size());
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::span<Byte> piece = pieces[i].subspan(i == 0 ? within : 0);
+      entries[i] = {const_cast<std::remove_const_t<Byte>*>(piece.data()), piece.size()};
+    }
+    const ssize_t moved = RetryInterrupted([&] { return move(entries.data(), static_cast<int>(count)); });
+    if (moved <= 0) break;
+    total += static_cast<std::size_t>(moved);
+    within += static_cast<std::size_t>(moved);
+    while (!pieces.empty() && within >= pieces.front().size()) {
+      within -= pieces.front().size();
+      pieces = pieces.subspan(1);
+    }
+  }
+  return total;
 }
 
 }  // namespace
@@ -85,6 +114,16 @@ std::size_t File::WriteSome(const void* data, std::size_t length) {
     total += static_cast<std::size_t>(count);
   }
   return total;
+}
+
+std::size_t File::ReadPieces(std::span<const std::span<unsigned char>> pieces) {
+  return MovePieces(pieces, [this](const iovec* first, int count) { return readv(descriptor_, first, count); });
+}
+
+bool File::WritePieces(std::span<const std::span<const unsigned char>> pieces) {
+  std::size_t all = 0;
+  for (const auto& piece : pieces) all += piece.size();
+  return all == MovePieces(pieces, [this](const iovec* first, int count) { return writev(descriptor_, first, count); });
 }
 
 bool File::Seek(std::uint64_t position) {
