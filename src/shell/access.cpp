@@ -71,7 +71,7 @@ class Reader {
 
   // Of a file that may not be there yet.
   std::string File(const char* name) {
-    const std::string path = ValueOf(name).value_or("");
+    std::string path = ValueOf(name).value_or("");
     platform::FileStatus status;
     if (path.empty()) return path;
     if (!path.starts_with('/')) {

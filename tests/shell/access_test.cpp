@@ -28,11 +28,11 @@ TEST(AddressRange, HoldsAddressesWithItsFirstBits) {
 TEST(Access, IsToldAtTheStart) {
   const ServerProcess local(Environment{{"TSQOR_LISTEN", "127.0.0.1"}});
   const std::string line = "Listening on " + local.Address() + " as ";
-  JobClient{local.Port()};
+  const JobClient greeted(local.Port());
   EXPECT_THAT(local.Output(), AllOf(HasSubstr(line), HasSubstr(": whoever reaches it can run commands as that user"),
                                     Not(HasSubstr("every address is let in"))));
   const ServerProcess open;
-  JobClient{open.Port()};
+  const JobClient welcome(open.Port());
   EXPECT_THAT(open.Output(), HasSubstr("WARNING: every address is let in; TSQOR_LISTEN and TSQOR_ALLOW change that"));
   const ServerProcess elsewhere(
       Environment{{"TSQOR_LISTEN", "127.0.0.7"}, {"TSQOR_ALLOW", "192.0.2.0/24, 198.51.100.1"}});
