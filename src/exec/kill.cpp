@@ -59,7 +59,10 @@ void KillWithoutWait(JobManagerState& state, Job& job) {
     const MAutoLock lock(state.StateLock);
     if (state.StopRequested) return;  // its worker sees to it
     process->Terminate();
-    if (Job* asked = state.Jobs.Find(ref)) asked->Killed = kTerminated;
+    if (Job* asked = state.Jobs.Find(ref)) {
+      asked->Killed = kTerminated;
+      state.Jobs.Changed(*asked);
+    }
   });
 }
 
