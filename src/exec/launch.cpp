@@ -49,7 +49,7 @@ platform::LaunchRequest RequestOf(const JobManagerState& state, const Job& job, 
                                   const std::vector<std::string>& tokens) {
   platform::LaunchRequest request;
   request.CommandLine = JoinTokens(tokens);
-  request.Environment = ChildEnvironment(job.Env, job.TaskKey, job.ProcessID);
+  request.Environment = ChildEnvironment(job.Installed->Env, job.TaskKey, job.ProcessID);
   request.Directory = directory.Path();
   request.OutputFile = OutFileIn(directory, job);
   request.OutputMayBeLink = !directory.IsHeld();

@@ -38,7 +38,7 @@ void StopRunning(JobManagerState& state, Job& job) REQUIRES(state.StateLock) {
 // The first follower comes to lie on top.
 void PushFollowers(const JobManagerState& state, JobRef leader, std::vector<JobRef>& pending)
     REQUIRES(state.StateLock) {
-  const std::set<JobRef>& followers = state.Jobs.FollowersOf(leader);
+  const std::vector<JobRef> followers = state.Jobs.FollowersOf(leader);
   pending.insert(pending.end(), followers.rbegin(), followers.rend());
 }
 

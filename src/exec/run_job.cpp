@@ -101,7 +101,7 @@ std::shared_ptr<Process> StartCommand(JobManagerState& state, const Run& run, st
     const MAutoLock lock(state.StateLock);
     const Job* job = state.Jobs.Find(run.Ref);
     if (IsGivenUp(job) || state.StopRequested) return nullptr;
-    tokens.front().insert(0, job->BinPath);
+    tokens.front().insert(0, job->Installed->BinPath);
     request = RequestOf(state, *job, run.Directory, tokens);
     launch.emplace(state);
   }

@@ -16,8 +16,6 @@ namespace {
 
 constexpr int kBacklog = 10;
 constexpr int kBlockedRetries = 500;
-// How long the listeners rest after an accept that failed for want of descriptors or memory.
-constexpr std::chrono::milliseconds kAcceptPause{100};
 // Calls in progress on the stack. A peer that stops in the middle of a call keeps its frame, so that the stack could
 // else be filled up by half calls. One takes about 2 KB of the usual 8 MB, four times as much with address checks.
 constexpr std::size_t kDeepestNesting = 500;
@@ -25,6 +23,9 @@ constexpr std::chrono::milliseconds kNestingPause{1};
 // A call that waits for its socket tries again after so long: what it waits for may be there untold, since urgent data
 // and want of memory make the system give up before all is moved.
 constexpr std::chrono::milliseconds kSecondLook{50};
+// So long one who asks for what ended processes have sent waits also for connections that have not ended. With more
+// calls than can be served there is always one of these.
+constexpr std::chrono::milliseconds kPatienceForLive{50};
 // Between looks for connections that are late with their first call.
 constexpr std::chrono::seconds kStrangersPause{1};
 // So many more connections than the others may have come from this machine.
@@ -77,12 +78,6 @@ bool IsMereStranger(const Connection& connection) {
   return connection.StrangerSince && !connection.Busy && platform::BytesReadable(connection.Socket) < kShortestCall;
 }
 
-std::string Describe(const DescriptorSet& sockets) {
-  std::string text = "[";
-  for (const platform::Socket socket : sockets) text += (text.size() > 1 ? "," : "") + std::to_string(socket);
-  return text + ']';
-}
-
 }  // namespace
 
 ORpcThread::~ORpcThread() {
@@ -108,14 +103,13 @@ platform::Socket ORpcThread::AddListener(std::uint16_t port, std::uint32_t addre
   require(platform::BindToPort(socket, {address, port}), "ORpcThread::AddListener::bind");
   require(platform::Listen(socket, kBacklog), "ORpcThread::AddListener::listen");
   require(platform::MakeNonBlocking(socket), "ORpcThread::AddListener::ioctlsocket");
-  require(poller_.Add(socket), "ORpcThread::AddListener::poller");
-  listeners_.push_back({socket, false});
+  require(sockets_.AddListener(socket), "ORpcThread::AddListener::poller");
   return socket;
 }
 
 void ORpcThread::Run() {
   currentThread = this;
-  if (catchUp_) catchUp_->Open([this] { poller_.Wake(); });
+  if (catchUp_) catchUp_->Open([this] { sockets_.Wake(); });
   while (!stop_) Pass(nullptr);
   if (catchUp_) catchUp_->Close();
   CloseAll();
@@ -125,9 +119,9 @@ void ORpcThread::Run() {
 void ORpcThread::Await(platform::Socket socket, Direction direction) {
   const Waited waited{socket, direction};
   const bool isOwn = connections_.Find(socket) != nullptr;
-  if (!isOwn && !poller_.Add(socket)) RaiseSocketError("ORpcThread::Await::poller", platform::LastSocketError());
+  if (!isOwn && !sockets_.Watch(socket)) RaiseSocketError("ORpcThread::Await::poller", platform::LastSocketError());
   const AtEnd removed([&] {
-    if (!isOwn) poller_.Remove(socket);
+    if (!isOwn) sockets_.Unwatch(socket);
   });
   Pass(&waited);
   // A peer that does not go on must not keep a loop alive that is to end.
@@ -136,9 +130,9 @@ void ORpcThread::Await(platform::Socket socket, Direction direction) {
 
 void ORpcThread::Pass(const Waited* waited) {
   std::fflush(stdout);
-  const std::optional<std::uint64_t> request = CatchUpRequest();
-  WaitForWork(waited, !request);
-  if (request && !HasWork(waited)) catchUp_->Answer(*request);
+  const bool isNew = TakeRequest();
+  sockets_.Look(waited, isNew ? std::chrono::microseconds(0) : LongestSleep(), isNew);
+  if (request_ && HasCaughtUp(waited)) catchUp_->Answer(*std::exchange(request_, std::nullopt));
   Beat();
   if (stop_) return;
   DropStrangers();
@@ -146,80 +140,23 @@ void ORpcThread::Pass(const Waited* waited) {
   AcceptReady();
 }
 
-// None while it could not be told that all has been served.
-std::optional<std::uint64_t> ORpcThread::CatchUpRequest() const {
-  if (!catchUp_ || busy_ != 0 || ListenersPaused()) return std::nullopt;
-  return catchUp_->Request();
+// True if there is one that was not there before.
+bool ORpcThread::TakeRequest() {
+  if (!catchUp_ || request_) return false;
+  request_ = catchUp_->Request();
+  if (request_) requestTaken_ = Clock::now();
+  return request_.has_value();
 }
 
-// What is known to be ready may not be the earliest that is.
-void ORpcThread::WaitForWork(const Waited* waited, bool sleeps) {
-  const auto limit = !sleeps || HasWork(waited) ? std::chrono::microseconds(0) : LongestSleep();
-  const ORpcTrace trace(2);
-  if (trace.IsOn()) trace.Print("select(%s,0,%x)=", DescribeWait(waited).c_str(), limit ? 1 : 0);
-  const int result = poller_.Wait(events_, limit);
-  for (const platform::SocketEvent& event : events_) Note(event);
-  if (trace.IsOn()) ORpcTrace::Continued(2).Print("%d\n", result < 0 ? result : CountReady(waited));
-}
-
-bool ORpcThread::HasWork(const Waited* waited) const {
-  if (connections_.FirstReady() || (waited && IsReady(*waited))) return true;
-  const auto isReady = [](const Listener& listener) { return listener.Ready; };
-  return !ListenersPaused() && std::any_of(listeners_.begin(), listeners_.end(), isReady);
-}
-
-bool ORpcThread::IsReady(const Waited& waited) const {
-  const Connection* connection = connections_.Find(waited.Socket);
-  // A peer that sends more before it has read the reply gets its attempts to take it used up.
-  return connection && (connection->Readable || (waited.Direction == Direction::Write && connection->Writable));
-}
-
-void ORpcThread::Note(const platform::SocketEvent& event) {
-  if (Connection* connection = connections_.Find(event.Which)) {
-    connection->Readable |= event.Readable;
-    connection->Writable |= event.Writable;
-    connection->Ended |= event.Ended;
-    return connections_.Changed(*connection);
-  }
-  for (Listener& listener : listeners_) listener.Ready |= listener.Socket == event.Which;
-}
-
-void ORpcThread::NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted) {
-  if (received == static_cast<std::int64_t>(wanted)) return;
-  Connection* connection = connections_.Find(socket);
-  if (connection && !connection->Ended) connection->Readable = false;  // and its call is in progress
-}
-
-void ORpcThread::NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted) {
-  if (sent == static_cast<std::int64_t>(wanted)) return;
-  Connection* connection = connections_.Find(socket);
-  if (connection) connection->Writable = false;
-}
-
-// What comes for a call further down the stack cannot be taken yet, and so is not waited for.
-std::string ORpcThread::DescribeWait(const Waited* waited) const {
-  DescriptorSet reading, writing;
-  if (waited) (waited->Direction == Direction::Read ? reading : writing).push_back(waited->Socket);
-  for (const auto& [number, connection] : connections_.All()) {
-    if (!connection.Busy) reading.push_back(connection.Socket);
-  }
-  if (!ListenersPaused()) {
-    for (const Listener& listener : listeners_) reading.push_back(listener.Socket);
-  }
-  platform::Socket highest = waited ? waited->Socket : 0;
-  for (const platform::Socket socket : reading) highest = std::max(highest, socket);
-  return std::to_string(highest + 1) + ',' + Describe(reading) + ',' + Describe(writing);
-}
-
-int ORpcThread::CountReady(const Waited* waited) const {
-  const auto isReady = [](const Listener& listener) { return listener.Ready; };
-  const auto listeners = ListenersPaused() ? 0 : std::count_if(listeners_.begin(), listeners_.end(), isReady);
-  return static_cast<int>(connections_.ReadyCount()) + static_cast<int>(listeners) +
-         (waited && IsReady(*waited) ? 1 : 0);
+// After a look that began when the request was there.
+bool ORpcThread::HasCaughtUp(const Waited* waited) const {
+  if (sockets_.ListenersPaused()) return false;
+  if (busy_ == 0 && !sockets_.HasWork(waited)) return true;
+  return Clock::now() - requestTaken_ >= kPatienceForLive && !sockets_.HasReadyListener() &&
+         !sockets_.HasEndedConnection();
 }
 
 std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
-  if (ListenersPaused()) return kAcceptPause;
   std::optional<Clock::duration> sleep;
   const auto atMost = [&sleep](Clock::duration time) { sleep = std::min(sleep.value_or(time), time); };
   if (busy_ != 0) atMost(kSecondLook);
@@ -298,8 +235,6 @@ void ORpcThread::Acquaint(Connection& connection) {
   connection.StrangerSince.reset();
 }
 
-bool ORpcThread::ListenersPaused() const { return acceptAgain_ && std::chrono::steady_clock::now() < *acceptAgain_; }
-
 // A connection with a call in progress does not use the pass up, or one that sends while it waits further down the
 // stack would keep all later ones from being served.
 void ORpcThread::ServeReady() {
@@ -317,8 +252,8 @@ void ORpcThread::ServeReady() {
 }
 
 void ORpcThread::AcceptReady() {
-  if (ListenersPaused()) return;
-  for (Listener& listener : listeners_) {
+  if (sockets_.ListenersPaused()) return;
+  for (LoopSockets::Listener& listener : sockets_.Listeners()) {
     // All that the short queue of the listener can hold, or a burst of clients would be turned away meanwhile.
     for (int i = 0; i <= kBacklog && listener.Ready && AcceptOne(listener); ++i) {
     }
@@ -326,16 +261,16 @@ void ORpcThread::AcceptReady() {
 }
 
 // False if nobody has come.
-bool ORpcThread::AcceptOne(Listener& listener) {
+bool ORpcThread::AcceptOne(LoopSockets::Listener& listener) {
   platform::SocketAddress peer;
   const platform::Socket socket = platform::AcceptSocket(listener.Socket, peer);
   if (socket < 0) {
     const int error = platform::LastSocketError();
-    if (platform::IsOutOfResources(error)) acceptAgain_ = Clock::now() + kAcceptPause;
+    if (platform::IsOutOfResources(error)) sockets_.PauseListeners();
     if (platform::IsWouldBlock(error)) listener.Ready = false;
     return false;
   }
-  acceptAgain_.reset();
+  sockets_.ResumeListeners();
   ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener.Socket, platform::FormatAddress(peer.Address).c_str(),
                      peer.Port, socket);
   if (Admits(peer)) {
@@ -351,8 +286,9 @@ void ORpcThread::Welcome(platform::Socket socket) {
   platform::SendWithoutDelay(socket);
   // Who sends less than a call takes no place on the stack.
   if (WakesForCalls()) platform::WakeFor(socket, kShortestCall);
-  if (!poller_.Add(socket)) return platform::CloseSocket(socket);
-  connections_.Add(socket).StrangerSince = Clock::now();
+  Connection* const connection = sockets_.AddConnection(socket);
+  if (!connection) return platform::CloseSocket(socket);
+  connection->StrangerSince = Clock::now();
   ++strangers_;
 }
 
@@ -468,7 +404,7 @@ void ORpcThread::SendAll(platform::Socket socket, const unsigned char* bytes, st
     const std::int64_t sent = TracedSend(socket, bytes, length);
     if (sent == static_cast<std::int64_t>(length)) return;
     const int error = platform::LastSocketError();
-    NoteSent(socket, sent, length);
+    sockets_.NoteSent(socket, sent, length);
     if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
     if (sent >= 0 || !moved) moved = Clock::now();
     if (sent < 0) {
@@ -510,8 +446,8 @@ void ORpcThread::Drop(Connection& connection) {
 
 void ORpcThread::CloseAll() {
   while (connections_.Size() != 0) Drop(connections_.All().begin()->second);
-  for (const Listener& listener : listeners_) TracedClose(listener.Socket);
-  listeners_.clear();
+  for (const LoopSockets::Listener& listener : sockets_.Listeners()) TracedClose(listener.Socket);
+  sockets_.Listeners().clear();
 }
 
 std::uint16_t ORpcThread::GetListenerPort(platform::Socket socket) {

@@ -14,17 +14,14 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/poller.h"
 #include "rpc/admission.h"
-#include "rpc/connections.h"
+#include "rpc/loop_sockets.h"
 #include "rpc/orpcserver.h"
 #include "rpc/orpctrace.h"
 #include "util/catch_up.h"
 #include "util/mmutex.h"
 
 namespace tlm {
-
-enum class Direction { Read, Write };
 
 // Everything but Stop, IsStopped and DeleteServer is for the thread that calls Run.
 class ORpcThread {
@@ -61,9 +58,10 @@ class ORpcThread {
   // waits until the socket, a connection or a listener has work, serves one call of the earliest accepted connection
   // that is ready and has none in progress, then accepts. Raises OrpcSocketError after Stop.
   void Await(platform::Socket socket, Direction direction);
-  // What a Receive or a Send has moved, of what it was asked for; negative if it failed.
-  void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted);
-  void NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted);
+  // What a Receive has moved, of what it was asked for; negative if it failed.
+  void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted) {
+    sockets_.NoteReceived(socket, received, wanted);
+  }
 
   // True for a wait for the socket that has gone on since then without a byte for too long: for the admission, or while
   // calls of other connections wait below it on the stack. It has to end, so that they can go on.
@@ -81,33 +79,19 @@ class ORpcThread {
   using Clock = std::chrono::steady_clock;
   using ServersOfConnection = std::map<ORpcProgramKey, std::shared_ptr<ORpcServer>>;
 
-  struct Listener {
-    platform::Socket Socket;
-    bool Ready;  // as far as is known: no accept has found it empty since
-  };
-  struct Waited {
-    platform::Socket Socket;
-    tlm::Direction Direction;
-  };
   struct SendInProgress {
     platform::Socket Socket;
     std::vector<unsigned char> Behind;  // what calls on top of it have to send there
   };
 
   void Pass(const Waited* waited);
-  void WaitForWork(const Waited* waited, bool sleeps);
-  bool HasWork(const Waited* waited) const;
-  std::optional<std::uint64_t> CatchUpRequest() const;
-  bool IsReady(const Waited& waited) const;
-  void Note(const platform::SocketEvent& event);
-  std::string DescribeWait(const Waited* waited) const;
-  int CountReady(const Waited* waited) const;
+  bool TakeRequest();
+  bool HasCaughtUp(const Waited* waited) const;
   std::optional<std::chrono::microseconds> LongestSleep() const;
-  bool ListenersPaused() const;
   void Beat();
 
   void AcceptReady();
-  bool AcceptOne(Listener& listener);
+  bool AcceptOne(LoopSockets::Listener& listener);
   void Welcome(platform::Socket socket);
   bool Admits(platform::SocketAddress peer);
   bool WakesForCalls() const { return admission_.FirstCall.count() != 0 || admission_.MostConnections != 0; }
@@ -127,11 +111,8 @@ class ORpcThread {
 
   std::atomic<bool> stop_ = false;
   Admission admission_;
-  platform::Poller poller_;
-  std::vector<platform::SocketEvent> events_;  // of the last wait
-  std::vector<Listener> listeners_;
-  std::optional<Clock::time_point> acceptAgain_;  // set while accepting is out of resources
-  Connections connections_;
+  LoopSockets sockets_;
+  Connections& connections_ = sockets_.Connections();
   std::size_t strangers_ = 0;             // connections that have made no call yet
   Clock::time_point strangersLook_;       // the next one for those who are late
   std::size_t busy_ = 0;                  // calls on the stack
@@ -139,6 +120,8 @@ class ORpcThread {
   std::vector<std::unique_ptr<CallStream>> spareStreams_;
   std::unordered_map<platform::Socket, ServersOfConnection> servers_ GUARDED_BY(lock_);
   CatchUp* catchUp_ = nullptr;
+  std::optional<std::uint64_t> request_;  // of catchUp_, not answered yet
+  Clock::time_point requestTaken_;
   std::function<void()> beat_;
   Clock::duration beatInterval_{};
   Clock::time_point lastBeat_;

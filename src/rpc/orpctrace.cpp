@@ -41,15 +41,7 @@ const char* BaseName(const char* path) {
   return separator ? separator + 1 : path;
 }
 
-std::string Describe(const DescriptorSet* set) {
-  if (!set) return "0";
-  std::string text = "[";
-  for (platform::Socket socket : *set) {
-    if (text.size() > 1) text += ',';
-    text += std::to_string(socket);
-  }
-  return text + ']';
-}
+std::string DescribeSet(const DescriptorSet* set) { return set ? Describe(*set) : "0"; }
 
 unsigned LowBits(const void* pointer) { return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(pointer)); }
 
@@ -85,6 +77,12 @@ void ORpcTrace::Print(const char* format, ...) const {
   if (file) std::fclose(file);
 }
 
+std::string Describe(const DescriptorSet& sockets) {
+  std::string text = "[";
+  for (const platform::Socket socket : sockets) text += (text.size() > 1 ? "," : "") + std::to_string(socket);
+  return text + ']';
+}
+
 void RaiseSocketError(const char* tag, int number, TraceSite where) {
   ORpcTrace(1, where).Print("%s ERROR: %s(%d)\n", tag, std::strerror(number), number);
   throw OrpcSocketError(number);
@@ -94,7 +92,7 @@ int TracedSelect(int count, DescriptorSet* readSet, DescriptorSet* writeSet,
                  const std::optional<std::chrono::microseconds>& timeOut, TraceSite where) {
   const ORpcTrace trace(2, where);
   if (trace.IsOn()) {
-    trace.Print("select(%d,%s,%s,%s,%x)=", count, Describe(readSet).c_str(), Describe(writeSet).c_str(), "0",
+    trace.Print("select(%d,%s,%s,%s,%x)=", count, DescribeSet(readSet).c_str(), DescribeSet(writeSet).c_str(), "0",
                 LowBits(timeOut ? &*timeOut : nullptr));
   }
   return WithResultTraced([&] { return platform::WaitForSockets(readSet, writeSet, timeOut); });

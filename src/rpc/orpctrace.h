@@ -39,6 +39,7 @@ class ORpcTrace {
 
 // Descriptors in the order in which they were added.
 using DescriptorSet = std::vector<platform::Socket>;
+std::string Describe(const DescriptorSet& sockets);
 
 // The system's operations, each traced at level 2 with its result. The last socket error is as the operation left it.
 int TracedSelect(int count, DescriptorSet* readSet, DescriptorSet* writeSet,

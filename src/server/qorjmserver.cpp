@@ -8,6 +8,7 @@
 #include "libtsenv/install_path.h"
 #include "libtsenv/runtime_identity.h"
 #include "platform/environment.h"
+#include "platform/file_system.h"
 #include "rpc/orpcerror.h"
 #include "server/orphan_sweep.h"
 #include "store/ownership.h"
@@ -68,6 +69,9 @@ bool QorJMServer::Hello(const std::string& versionToken, const std::string& clie
   session_.InstallToken = versionToken == "QOR100" ? "plm300" : versionToken;
   session_.InstallPath =
       InstallPath(session_.InstallToken, [this](const std::string& line) { Trace(state_, "%s", line.c_str()); });
+  session_.Installed = std::make_shared<Installation>(
+      Installation{.Env = Identity().RUNTIME_JM_ENVIRONMENT_HOME + "=" + session_.InstallPath,
+                   .BinPath = session_.InstallPath + platform::kPathSeparator + "bin" + platform::kPathSeparator});
   Trace(state_, "Install Path %s\n", session_.InstallPath.c_str());
   return !session_.InstallPath.empty();
 }

@@ -30,8 +30,9 @@ std::string DescribeJob(const Job& job) {
          Entry("Pid", std::to_string(job.Pid), "),") + Entry("Lite", Word(job.Lite), ")") +
          Entry("RemoteJob", std::to_string(job.RemoteJob), "),") +
          Entry("CreatorJob", std::to_string(job.CreatorJob), "),") + Entry("Handle", std::to_string(job.Handle), "),") +
-         Entry("TempDir", job.TempDir, "),") + Entry("OutFile", job.OutFile, "),") + Entry("Env", job.Env, "),") +
-         Entry("BinPath", job.BinPath, "),") + Entry("SentFileSize", ListText(job.SentFileSize, size), "),") +
+         Entry("TempDir", job.TempDir, "),") + Entry("OutFile", job.OutFile, "),") +
+         Entry("Env", job.Installed->Env, "),") + Entry("BinPath", job.Installed->BinPath, "),") +
+         Entry("SentFileSize", ListText(job.SentFileSize, size), "),") +
          Entry("SentFileDate", ListText(job.SentFileDate, date), ")");
 }
 

@@ -18,6 +18,12 @@ using JobRef = std::uint64_t;
 inline constexpr std::int32_t kTerminated = -1;
 inline constexpr std::int32_t kEndedOnStopEvent = -2;
 
+// What a session's jobs have in common, from the place where its product is installed.
+struct Installation {
+  std::string Env;      // one further entry for the child's environment
+  std::string BinPath;  // put in front of each command
+};
+
 // Guarded by StateLock. Whoever changes a field marked with an asterisk calls JobTable::Changed before anything else
 // looks at the table. Of the Task's fields ClientPort, Status, RunClass and ResultFlags are such.
 struct Job : Task {
@@ -36,8 +42,7 @@ struct Job : Task {
   std::uint64_t Handle = 0;            // its identity towards clients
   std::string TempDir;                 // * where it runs and where its results lie
   std::string OutFile;                 // its captured output
-  std::string Env;                     // one further entry for the child's environment
-  std::string BinPath;                 // put in front of each command
+  std::shared_ptr<const Installation> Installed;      // as it was when the job was submitted; never null
   std::map<std::string, std::uint32_t> SentFileSize;  // by name of a result file, as last sent to the client
   std::map<std::string, std::int64_t> SentFileDate;
 };

@@ -1,5 +1,7 @@
 #include "store/job_table.h"
 
+#include <iterator>
+
 namespace tlm {
 
 namespace {
@@ -14,45 +16,59 @@ void SetMember(std::set<JobRef>& set, JobRef ref, bool member) {
   }
 }
 
+template <class First>
+std::vector<JobRef> SecondsOf(const std::set<std::pair<First, JobRef>>& pairs, First first) {
+  std::vector<JobRef> refs;
+  for (auto next = pairs.lower_bound({first, 0}); next != pairs.end() && next->first == first; ++next) {
+    refs.push_back(next->second);
+  }
+  return refs;
+}
+
 }  // namespace
 
 Job& JobTable::Add() {
   lastHandle_ += kHandleStep;
-  Job& job = jobs_[lastHandle_].Record;
-  job.Handle = lastHandle_;
-  byPort_.emplace(job.ClientPort, job.Handle);
-  return job;
+  Entry& entry = jobs_.emplace_back();
+  byHandle_.emplace(lastHandle_, std::prev(jobs_.end()));
+  entry.IndexedDirectory = directories_.end();
+  entry.Record.Handle = lastHandle_;
+  byPort_.emplace(entry.Record.ClientPort, lastHandle_);
+  return entry.Record;
 }
 
 Job* JobTable::Find(JobRef ref) {
-  const auto found = jobs_.find(ref);
-  return found == jobs_.end() ? nullptr : &found->second.Record;
+  const auto found = byHandle_.find(ref);
+  return found == byHandle_.end() ? nullptr : &found->second->Record;
 }
 
 const Job* JobTable::Find(JobRef ref) const {
-  const auto found = jobs_.find(ref);
-  return found == jobs_.end() ? nullptr : &found->second.Record;
+  const auto found = byHandle_.find(ref);
+  return found == byHandle_.end() ? nullptr : &found->second->Record;
 }
 
 void JobTable::Erase(JobRef ref) {
-  auto node = jobs_.extract(ref);
-  if (!node) return;
-  Entry& entry = node.mapped();
-  Unfollow(ref, entry.Record.Predecessor);
-  Unfollow(ref, entry.Record.CreatorJob);
+  const auto found = byHandle_.find(ref);
+  if (found == byHandle_.end()) return;
+  Entry& entry = *found->second;
+  for (const JobRef leader : {entry.Record.Predecessor, entry.Record.CreatorJob}) followers_.erase({leader, ref});
   byPid_.erase({entry.IndexedPid, ref});
   byPort_.erase({entry.IndexedPort, ref});
   IndexDirectory(entry, "");
   if (entry.UsesQueue) --queueUsers_;
   if (entry.RunsLite) --liteRunning_;
   for (std::set<JobRef>* index : {&readyAtOnce_, &readyInQueue_, &retirable_, &removed_}) index->erase(ref);
-  IndexFollowers(entry);
+  jobs_.erase(found->second);
+  byHandle_.erase(found);
+  const std::vector<JobRef> followers = FollowersOf(ref);
+  for (const JobRef follower : followers) followers_.erase({ref, follower});
+  IndexFollowers(followers);
 }
 
 std::vector<JobRef> JobTable::All() const {
   std::vector<JobRef> refs;
   refs.reserve(jobs_.size());
-  for (const auto& [ref, entry] : jobs_) refs.push_back(ref);
+  for (const Entry& entry : jobs_) refs.push_back(entry.Record.Handle);
   return refs;
 }
 
@@ -68,17 +84,11 @@ void JobTable::SetCreator(Job& job, JobRef creator) {
 }
 
 void JobTable::Follow(JobRef follower, JobRef leader) {
-  const auto found = jobs_.find(leader);
-  if (found != jobs_.end()) found->second.Followers.insert(follower);
-}
-
-void JobTable::Unfollow(JobRef follower, JobRef leader) {
-  const auto found = jobs_.find(leader);
-  if (found != jobs_.end()) found->second.Followers.erase(follower);
+  if (Find(leader)) followers_.emplace(leader, follower);
 }
 
 void JobTable::Changed(Job& job) {
-  Entry& entry = jobs_.at(job.Handle);
+  Entry& entry = *byHandle_.at(job.Handle);
   if (entry.IndexedPid != job.Pid) {
     byPid_.erase({entry.IndexedPid, job.Handle});
     if (job.Pid != 0) byPid_.emplace(job.Pid, job.Handle);
@@ -94,10 +104,10 @@ void JobTable::Changed(Job& job) {
   entry.RunsLite = runsLite;
   SetMember(retirable_, job.Handle, IsRetirable(job));
   SetMember(removed_, job.Handle, job.Status == Removed);
-  IndexReadiness(entry);
+  IndexReadiness(job);
   if (entry.IndexedStatus == job.Status) return;
   entry.IndexedStatus = job.Status;
-  IndexFollowers(entry);
+  IndexFollowers(FollowersOf(job.Handle));
   if (observer_) observer_(job);
 }
 
@@ -109,24 +119,22 @@ void JobTable::IndexOwner(Entry& entry, std::uint32_t clientPort) {
 }
 
 void JobTable::IndexDirectory(Entry& entry, const std::string& directory) {
-  if (entry.IndexedDirectory == directory) return;
-  const auto former = directories_.find(entry.IndexedDirectory);
+  const Directories::iterator former = entry.IndexedDirectory;
+  if (former == directories_.end() ? directory.empty() : former->first == directory) return;
   if (former != directories_.end() && --former->second == 0) directories_.erase(former);
-  if (!directory.empty()) ++directories_[directory];
-  entry.IndexedDirectory = directory;
+  entry.IndexedDirectory = directory.empty() ? directories_.end() : directories_.try_emplace(directory).first;
+  if (!directory.empty()) ++entry.IndexedDirectory->second;
 }
 
-void JobTable::IndexReadiness(Entry& entry) {
-  const Job& job = entry.Record;
+void JobTable::IndexReadiness(const Job& job) {
   const bool ready = job.Status == Queued && job.RunClass != kRunDistributed && !IsBlocked(job);
   SetMember(readyAtOnce_, job.Handle, ready && job.RunClass == kRunAtOnce);
   SetMember(readyInQueue_, job.Handle, ready && job.RunClass != kRunAtOnce);
 }
 
-void JobTable::IndexFollowers(const Entry& entry) {
-  for (JobRef follower : entry.Followers) {
-    const auto found = jobs_.find(follower);
-    if (found != jobs_.end()) IndexReadiness(found->second);
+void JobTable::IndexFollowers(const std::vector<JobRef>& followers) {
+  for (const JobRef follower : followers) {
+    if (const Job* job = Find(follower)) IndexReadiness(*job);
   }
 }
 
@@ -135,19 +143,9 @@ bool JobTable::IsBlocked(const Job& job) const {
   return predecessor && predecessor->Status != Finished;
 }
 
-const std::set<JobRef>& JobTable::FollowersOf(JobRef ref) const {
-  static const std::set<JobRef> none;
-  const auto found = jobs_.find(ref);
-  return found == jobs_.end() ? none : found->second.Followers;
-}
+std::vector<JobRef> JobTable::FollowersOf(JobRef ref) const { return SecondsOf(followers_, ref); }
 
-std::vector<JobRef> JobTable::OwnedThrough(std::uint32_t clientPort) const {
-  std::vector<JobRef> refs;
-  for (auto next = byPort_.lower_bound({clientPort, 0}); next != byPort_.end() && next->first == clientPort; ++next) {
-    refs.push_back(next->second);
-  }
-  return refs;
-}
+std::vector<JobRef> JobTable::OwnedThrough(std::uint32_t clientPort) const { return SecondsOf(byPort_, clientPort); }
 
 Job* JobTable::FindByPid(std::int32_t pid) {
   const auto found = byPid_.lower_bound({pid, 0});

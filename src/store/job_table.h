@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -13,8 +15,8 @@
 
 namespace tlm {
 
-// Guarded by StateLock. A reference to a job lasts until the job is erased. Costs are logarithmic in the number of jobs
-// unless a comment says otherwise.
+// Guarded by StateLock. A reference to a job lasts until the job is erased. Find costs the same for any number of jobs,
+// all else the logarithm of it unless a comment says otherwise.
 class JobTable {
  public:
   // A new job with record defaults at the end of the table. Handles are 4, 8, 12 and so on. Its caller fills it in and
@@ -51,7 +53,7 @@ class JobTable {
   // Running jobs that do not count as load.
   std::size_t LiteCount() const { return liteRunning_; }
   // Jobs that name this one as predecessor or creator, in order of creation.
-  const std::set<JobRef>& FollowersOf(JobRef ref) const;
+  std::vector<JobRef> FollowersOf(JobRef ref) const;
 
   // Jobs that belong to the client at this port, in order of creation; port 0 gives those that belong to nobody.
   std::vector<JobRef> OwnedThrough(std::uint32_t clientPort) const;
@@ -73,32 +75,33 @@ class JobTable {
   const std::set<JobRef>& RemovedJobs() const { return removed_; }
 
  private:
+  using Directories = std::map<std::string, std::size_t>;
   struct Entry {
     Job Record;
-    std::set<JobRef> Followers;
+    Directories::iterator IndexedDirectory;
     std::uint32_t IndexedStatus = 0;
     std::int32_t IndexedPid = 0;
     std::uint32_t IndexedPort = 0;
-    std::string IndexedDirectory;
     bool UsesQueue = false;
     bool RunsLite = false;
   };
 
   void Follow(JobRef follower, JobRef leader);
-  void Unfollow(JobRef follower, JobRef leader);
   void IndexOwner(Entry& entry, std::uint32_t clientPort);
   void IndexDirectory(Entry& entry, const std::string& directory);
-  void IndexReadiness(Entry& entry);
-  void IndexFollowers(const Entry& entry);
+  void IndexReadiness(const Job& job);
+  void IndexFollowers(const std::vector<JobRef>& followers);
   void ReindexProcess(std::int32_t pid);
 
   Observer observer_;
-  std::map<JobRef, Entry> jobs_;
+  std::list<Entry> jobs_;
+  std::unordered_map<JobRef, std::list<Entry>::iterator> byHandle_;
   JobRef lastHandle_ = 0;
   std::map<std::int32_t, JobRef> processTable_;
   std::set<std::pair<std::int32_t, JobRef>> byPid_;
   std::set<std::pair<std::uint32_t, JobRef>> byPort_;
-  std::map<std::string, std::size_t> directories_;  // how many jobs are in each
+  std::set<std::pair<JobRef, JobRef>> followers_;  // behind their leaders
+  Directories directories_;                        // how many jobs are in each
   std::set<JobRef> readyAtOnce_;
   std::set<JobRef> readyInQueue_;
   std::set<JobRef> retirable_;

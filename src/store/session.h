@@ -23,6 +23,7 @@ struct Session {
   JobRef AttachedJob = 0;        // the job whose process speaks on this connection
   std::uint16_t ClientPort = 0;  // of the client's end of the connection; 0 before Hello
   std::string InstallPath;       // empty: no job may be submitted
+  std::shared_ptr<const Installation> Installed = std::make_shared<Installation>();  // what is there for its jobs
   std::uint16_t CallbackPort = 0;
   // For the thread of the server loop alone: the object that answers on the connection, and the connection back to the
   // client, none until the first sweep for orphans.

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "libtsenv/runtime_identity.h"
 #include "platform/file_system.h"
 #include "platform/thread.h"
 #include "store/trace.h"
@@ -36,8 +35,7 @@ std::string OutFileName(const Job& job) { return kPathSeparator + job.ResultStem
 void SetPaths(Job& job, const Session& session) {
   job.TempDir = ServerDirectory(session, job.WorkDir);
   job.OutFile = job.TempDir + OutFileName(job);
-  job.Env = Identity().RUNTIME_JM_ENVIRONMENT_HOME + "=" + session.InstallPath;
-  job.BinPath = session.InstallPath + kPathSeparator + "bin" + kPathSeparator;
+  job.Installed = session.Installed;
 }
 
 }  // namespace

@@ -12,16 +12,17 @@
 namespace tlm {
 
 // A process may end before the loop has read what it sent. What it sent lies in the loop's sockets by then, a
-// connection that it had just made in the listener's queue. So a look at all sockets that begins after the end, finds
-// nothing to read and nothing to accept, and leaves no call half served, shows that all of it has been served.
+// connection that it had just made in the listener's queue, and behind the last bytes of each connection stands its
+// end. So a look at all sockets that begins after the end of the process tells what has to be served before it.
 //
 // The loop's part, on its own thread:
 //   1. Open before its first look, Close after its last one.
-//   2. Before each look with no call in progress it takes the Request. If there is one the look must not sleep.
-//   3. If that look found no connection and no listener ready, it gives the Request to Answer. Else it serves and looks
-//      again. That the loop was only woken does not count as something found.
-// With a call in progress, in a nested pass, or while it accepts nobody for want of resources, it neither answers nor
-// goes without sleep because of a Request.
+//   2. Before each look it takes the Request, unless it is still about an earlier one. The first look with one begins
+//      afresh and does not sleep. That the loop was only woken does not count as something found.
+//   3. It gives the Request to Answer as soon as nothing is to be served or accepted and no call is half served; or,
+//      some time later, nobody is to be accepted and no connection is left that its peer has ended: the others belong
+//      to processes that still run, or at best to children of the one that has ended.
+// While it accepts nobody for want of resources it does not answer.
 class CatchUp {
  public:
   // `wake` makes a loop that sleeps look again at once, and one that is about to sleep not to. It is called from any

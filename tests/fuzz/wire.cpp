@@ -87,6 +87,7 @@ FUZZ(tasks) try {
   MemoryStream stream(input);
   Job job;
   Decode(stream, static_cast<Task&>(job));
+  job.Installed = std::make_shared<Installation>();
   DescribeJob(job);
   ctl::MomentText(job.Scheduled);
   ctl::UtcTimeText(job.Scheduled);

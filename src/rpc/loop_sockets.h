@@ -1,0 +1,78 @@
+// All that a loop waits for, and what is known of it: its connections, its listeners, and the socket for which a call
+// in progress waits.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/poller.h"
+#include "rpc/connections.h"
+
+namespace tlm {
+
+enum class Direction { Read, Write };
+
+struct Waited {
+  platform::Socket Socket;
+  tlm::Direction Direction;
+};
+
+// For the thread of the loop, but Wake.
+class LoopSockets {
+ public:
+  struct Listener {
+    platform::Socket Socket;
+    bool Ready = false;  // as far as is known: no accept has found it empty since
+  };
+
+  // Those that add or watch give false or null on failure, with the error number for LastSocketError.
+  bool AddListener(platform::Socket socket);
+  std::vector<Listener>& Listeners() { return listeners_; }
+  // For a little while nobody is accepted, as after an accept that failed for want of descriptors or memory.
+  void PauseListeners();
+  void ResumeListeners() { acceptAgain_.reset(); }
+  bool ListenersPaused() const { return acceptAgain_ && Clock::now() < *acceptAgain_; }
+
+  Connection* AddConnection(platform::Socket socket);
+  tlm::Connections& Connections() { return connections_; }
+  const tlm::Connections& Connections() const { return connections_; }
+  // A Look ends, too, when something is new with this one, which is none of the others.
+  bool Watch(platform::Socket socket) { return poller_.Add(socket); }
+  void Unwatch(platform::Socket socket) { poller_.Remove(socket); }
+
+  // Waits for something to do, unless there is something already; without a limit for any time. A look may rest upon
+  // one of a moment ago if that has found more than has been done, but not one that has to be fresh.
+  void Look(const Waited* waited, std::optional<std::chrono::microseconds> limit, bool mustBeFresh);
+  // Any thread may call: the Look that is in progress, or else the next one, does not wait.
+  void Wake() { poller_.Wake(); }
+
+  // There is a call to be served, somebody to be accepted, or the socket has become ready.
+  bool HasWork(const Waited* waited) const;
+  bool HasReadyListener() const;
+  // A connection is there that its peer has ended, so that it will be closed when it has been served.
+  bool HasEndedConnection() const;
+
+  // What a Receive or a Send has moved, of what it was asked for; negative if it failed.
+  void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted);
+  void NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool IsReady(const Waited& waited) const;
+  void Note(const platform::SocketEvent& event);
+  std::string DescribeWait(const Waited* waited) const;
+  int CountReady(const Waited* waited) const;
+
+  platform::Poller poller_;
+  std::vector<platform::SocketEvent> events_;  // of the last look
+  Clock::time_point lastLook_;
+  std::vector<Listener> listeners_;
+  std::optional<Clock::time_point> acceptAgain_;
+  tlm::Connections connections_;
+};
+
+}  // namespace tlm
