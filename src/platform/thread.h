@@ -11,6 +11,10 @@ namespace tlm::platform {
 // function throws ends the thread and nothing else.
 [[nodiscard]] bool StartDetachedThread(std::function<void()> body);
 
+// Before other threads start: they share few pools of memory, and large blocks go back to the system at once. Else each
+// thread may come to keep for good what its largest job has needed.
+void ShareMemoryPools();
+
 void Sleep(std::chrono::milliseconds time);
 void YieldTimeSlice();
 

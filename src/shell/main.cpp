@@ -6,6 +6,7 @@
 #include "platform/file.h"
 #include "platform/limits.h"
 #include "platform/signals.h"
+#include "platform/thread.h"
 #include "shell/commands.h"
 #include "shell/serve.h"
 #include "shell/service.h"
@@ -17,6 +18,7 @@ int main(int argc, char** argv) {
   tlm::platform::ReserveStandardStreams();
   tlm::platform::LetWritesFail();
   tlm::platform::RaiseDescriptorLimit();
+  tlm::platform::ShareMemoryPools();
 
   const std::string programName = argc > 0 ? argv[0] : "";
   static auto& service = tlm::MakeImmortal<tlm::Service>();

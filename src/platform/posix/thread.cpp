@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <exception>
+#include <malloc.h>
 #include <thread>
 #include <utility>
 
@@ -19,6 +20,12 @@ bool StartDetachedThread(std::function<void()> body) {
   } catch (const std::exception&) {  // For want of memory, too.
     return false;
   }
+}
+
+void ShareMemoryPools() {
+  mallopt(M_ARENA_MAX, 2);
+  mallopt(M_MMAP_THRESHOLD, 1 << 20);
+  mallopt(M_TRIM_THRESHOLD, 2 << 20);
 }
 
 void Sleep(std::chrono::milliseconds time) { std::this_thread::sleep_for(time); }
