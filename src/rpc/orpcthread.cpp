@@ -26,14 +26,6 @@ constexpr std::chrono::milliseconds kSecondLook{50};
 // So long one who asks for what ended processes have sent waits also for connections that have not ended. With more
 // calls than can be served there is always one of these.
 constexpr std::chrono::milliseconds kPatienceForLive{50};
-// Between looks for connections that are late with their first call.
-constexpr std::chrono::seconds kStrangersPause{1};
-// So many more connections than the others may have come from this machine.
-constexpr std::size_t kLocalReserve = 100;
-// Bytes of the shortest call: a mark and a header.
-constexpr std::uint32_t kShortestCall = 44;
-// Without a byte, of a first call that is not whole while there are many calls on the stack.
-constexpr std::chrono::seconds kStrangersPatience{1};
 constexpr std::size_t kMostSpareStreams = 16;
 // A call on top of others on the stack may wait so long for a byte to move.
 constexpr std::chrono::seconds kStallLimit{60};
@@ -67,15 +59,6 @@ bool IsLocal(platform::Socket socket) {
   const auto peer = platform::RemoteAddress(socket);
   const auto own = platform::LocalAddress(socket);
   return peer && (IsLoopback(peer->Address) || (own && own->Address == peer->Address));
-}
-
-std::string NameOf(platform::SocketAddress peer) {
-  return platform::FormatAddress(peer.Address) + ':' + std::to_string(peer.Port);
-}
-
-// Has made no call, and has none here that could be begun.
-bool IsMereStranger(const Connection& connection) {
-  return connection.StrangerSince && !connection.Busy && platform::BytesReadable(connection.Socket) < kShortestCall;
 }
 
 }  // namespace
@@ -135,7 +118,7 @@ void ORpcThread::Pass(const Waited* waited) {
   if (request_ && HasCaughtUp(waited)) catchUp_->Answer(*std::exchange(request_, std::nullopt));
   Beat();
   if (stop_) return;
-  DropStrangers();
+  door_.DropLateStrangers();
   ServeReady();
   AcceptReady();
 }
@@ -160,7 +143,7 @@ std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
   std::optional<Clock::duration> sleep;
   const auto atMost = [&sleep](Clock::duration time) { sleep = std::min(sleep.value_or(time), time); };
   if (busy_ != 0) atMost(kSecondLook);
-  if (strangers_ != 0 && admission_.FirstCall.count() != 0) atMost(kStrangersPause);
+  if (const auto look = door_.NextLook()) atMost(*look);
   if (beat_) atMost(beatInterval_);
   if (!sleep) return std::nullopt;
   return std::chrono::duration_cast<std::chrono::microseconds>(*sleep);
@@ -170,33 +153,7 @@ bool ORpcThread::IsTooLong(platform::Socket socket, std::chrono::steady_clock::t
   const Connection* connection = connections_.Find(socket);
   const std::size_t own = connection && connection->Busy ? 1 : 0;
   const auto silence = Clock::now() - since;
-  if (admission_.Silence.count() != 0 && silence >= admission_.Silence) return true;
-  if (admission_.FirstCall.count() != 0 && connection && connection->StrangerSince) {
-    const bool crowded = busy_ > kDeepestNesting / 2;
-    if (silence >= (crowded ? kStrangersPatience : admission_.FirstCall)) return true;
-  }
-  return busy_ > own && silence >= StallLimit();
-}
-
-bool ORpcThread::Admits(platform::SocketAddress peer) {
-  const auto refuse = [&](const char* reason) {
-    const std::string name = NameOf(peer);
-    ORpcTrace(1).Print("refused %s: %s\n", name.c_str(), reason);
-    if (admission_.Trace) admission_.Trace("Refused connection of " + name + ": " + reason + '\n');
-    return false;
-  };
-  const auto& ranges = admission_.Ranges;
-  const auto holds = [&](const AddressRange& range) { return range.Contains(peer.Address); };
-  if (!ranges.empty() && std::none_of(ranges.begin(), ranges.end(), holds)) return refuse("address not allowed");
-  const std::size_t reserve = IsLoopback(peer.Address) ? kLocalReserve : 0;
-  if (admission_.MostConnections == 0 || connections_.Size() < admission_.MostConnections + reserve) return true;
-  // Who has shown to be a client goes before who has not.
-  auto& all = connections_.All();
-  const auto stranger =
-      std::find_if(all.begin(), all.end(), [](const auto& entry) { return IsMereStranger(entry.second); });
-  if (stranger == all.end()) return refuse("too many connections");
-  DropStranger(stranger->second, "another takes its place");
-  return true;
+  return door_.IsTooLong(connection, silence, busy_ > kDeepestNesting / 2) || (busy_ > own && silence >= StallLimit());
 }
 
 void ORpcThread::SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat) {
@@ -208,31 +165,6 @@ void ORpcThread::Beat() {
   if (!beat_ || Clock::now() - lastBeat_ < beatInterval_) return;
   lastBeat_ = Clock::now();
   beat_();
-}
-
-void ORpcThread::DropStrangers() {
-  if (admission_.FirstCall.count() == 0 || strangers_ == 0 || Clock::now() < strangersLook_) return;
-  strangersLook_ = Clock::now() + kStrangersPause / 4;
-  const auto latest = Clock::now() - admission_.FirstCall;
-  auto& all = connections_.All();
-  for (auto next = all.begin(); next != all.end();) {
-    Connection& connection = (next++)->second;
-    if (connection.StrangerSince <= latest && IsMereStranger(connection)) DropStranger(connection, "no call in time");
-  }
-}
-
-void ORpcThread::DropStranger(Connection& connection, const char* reason) {
-  if (admission_.Trace) {
-    const std::optional<platform::SocketAddress> peer = platform::RemoteAddress(connection.Socket);
-    admission_.Trace("Dropped connection of " + (peer ? NameOf(*peer) : "one who has gone") + ": " + reason + '\n');
-  }
-  Drop(connection);
-}
-
-// No stranger any more.
-void ORpcThread::Acquaint(Connection& connection) {
-  if (connection.StrangerSince) --strangers_;
-  connection.StrangerSince.reset();
 }
 
 // A connection with a call in progress does not use the pass up, or one that sends while it waits further down the
@@ -273,7 +205,7 @@ bool ORpcThread::AcceptOne(LoopSockets::Listener& listener) {
   sockets_.ResumeListeners();
   ORpcTrace(2).Print("accept(%d, %s:%d)=%d\n", listener.Socket, platform::FormatAddress(peer.Address).c_str(),
                      peer.Port, socket);
-  if (Admits(peer)) {
+  if (door_.Admits(peer)) {
     Welcome(socket);
   } else {
     platform::CloseSocket(socket);
@@ -284,12 +216,10 @@ bool ORpcThread::AcceptOne(LoopSockets::Listener& listener) {
 void ORpcThread::Welcome(platform::Socket socket) {
   platform::SetLinger(socket, true, 0);  // a later close resets the connection at once
   platform::SendWithoutDelay(socket);
-  // Who sends less than a call takes no place on the stack.
-  if (WakesForCalls()) platform::WakeFor(socket, kShortestCall);
+  door_.Prepare(socket);
   Connection* const connection = sockets_.AddConnection(socket);
   if (!connection) return platform::CloseSocket(socket);
-  connection->StrangerSince = Clock::now();
-  ++strangers_;
+  door_.Welcome(*connection);
 }
 
 void ORpcThread::ServeCall(Connection& connection) {
@@ -302,9 +232,9 @@ void ORpcThread::ServeCall(Connection& connection) {
     connections_.Changed(connection);
   });
   std::unique_ptr<CallStream> stream = TakeStream(connection);
-  if (WakesForCalls() && connection.StrangerSince) platform::WakeFor(connection.Socket, 1);
+  door_.LetIn(connection);
   const auto call = Decoded<CallHeader>(stream->Record());
-  Acquaint(connection);
+  door_.Acquaint(connection);
   const MAutoLock lock(lock_);
   Answer(connection.Socket, call, stream->Record());
   stream->Record().Flush();
@@ -317,7 +247,7 @@ std::unique_ptr<CallStream> ORpcThread::TakeStream(Connection& connection) {
   if (connection.Ahead) return std::move(connection.Ahead);
   std::unique_ptr<CallStream> stream;
   if (spareStreams_.empty()) {
-    stream = std::make_unique<CallStream>(this, admission_.LongestRecord);
+    stream = std::make_unique<CallStream>(this, door_.LongestRecord());
     // A trace shows each mark and each record by itself.
     if (!ORpcTrace(2).IsOn()) stream->Record().ReadAhead();
   } else {
@@ -439,7 +369,7 @@ void ORpcThread::Drop(Connection& connection) {
   if (node) {
     for (const auto& [key, server] : node.mapped()) server->Abandon();
   }
-  Acquaint(connection);
+  door_.Acquaint(connection);
   TracedClose(connection.Socket);
   connections_.Remove(connection);
 }

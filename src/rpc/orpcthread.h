@@ -14,7 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "rpc/admission.h"
+#include "rpc/doorkeeper.h"
 #include "rpc/loop_sockets.h"
 #include "rpc/orpcserver.h"
 #include "rpc/orpctrace.h"
@@ -35,7 +35,7 @@ class ORpcThread {
   static ORpcThread* Current();
 
   // Before Run.
-  void SetAdmission(Admission admission) { admission_ = std::move(admission); }
+  void SetAdmission(Admission admission) { door_.SetAdmission(std::move(admission)); }
   // Before Run: from then on a pass happens at least once in the interval, and `beat` runs after one that has been
   // made, no more often than twice in the interval.
   void SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat);
@@ -93,11 +93,6 @@ class ORpcThread {
   void AcceptReady();
   bool AcceptOne(LoopSockets::Listener& listener);
   void Welcome(platform::Socket socket);
-  bool Admits(platform::SocketAddress peer);
-  bool WakesForCalls() const { return admission_.FirstCall.count() != 0 || admission_.MostConnections != 0; }
-  void DropStrangers();
-  void DropStranger(Connection& connection, const char* reason);
-  void Acquaint(Connection& connection);
   void Drop(Connection& connection);
   void CloseAll();
 
@@ -110,11 +105,9 @@ class ORpcThread {
   void SendAll(platform::Socket socket, const unsigned char* bytes, std::size_t length);
 
   std::atomic<bool> stop_ = false;
-  Admission admission_;
   LoopSockets sockets_;
   Connections& connections_ = sockets_.Connections();
-  std::size_t strangers_ = 0;             // connections that have made no call yet
-  Clock::time_point strangersLook_;       // the next one for those who are late
+  Doorkeeper door_{connections_, [this](Connection& connection) { Drop(connection); }};
   std::size_t busy_ = 0;                  // calls on the stack
   std::vector<SendInProgress*> sending_;  // on the stack, the innermost last
   std::vector<std::unique_ptr<CallStream>> spareStreams_;
