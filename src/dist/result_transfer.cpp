@@ -41,7 +41,8 @@ void AddResultFile(JobManagerState& state, Job& job, const MFile& file, FileTran
   files.Items.push_back({destination.Path(), file.Path()});
   sentSize = size;
   sentDate = date;
-  Trace(state, "\tAdded file to output stream \n\t\t%s \n\t\tSize : %u bytes\n", destination.Path().c_str(), size);
+  Trace(state, "\tAdded file to output stream \n\t\t%s \n\t\tSize : %d bytes\n", destination.Path().c_str(),
+        static_cast<int>(size));
 }
 
 void WriteManifest(JobManagerState& state, const Job& job, const std::vector<MFile>& results)

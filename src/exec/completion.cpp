@@ -6,6 +6,7 @@
 #include "exec/retirement.h"
 #include "exec/worker.h"
 #include "jm/qorjmmsgstream.h"
+#include "platform/thread.h"
 #include "store/trace.h"
 #include "util/mfile.h"
 
@@ -16,6 +17,7 @@ namespace {
 constexpr int kSuccessCode = 4;  // in a message file
 constexpr std::chrono::milliseconds kWatchInterval{1000};
 constexpr std::chrono::milliseconds kReportPatience{900};
+constexpr std::chrono::milliseconds kEndPause{10};  // until the exit code of an end that has been seen is there
 
 // A process that has reported success itself needs no message file; else the file decides.
 void TakeMessageFile(Job& job, const std::string& directory) {
@@ -44,6 +46,7 @@ void SweepAfterKill(JobManagerState& state, std::int32_t killed) REQUIRES(state.
 void CompleteAttached(JobManagerState& state, JobRef ref) {
   const MAutoLock lock(state.StateLock);
   ReleaseRunSlot(state);
+  WakeWorkers(state);
   Job* job = state.Jobs.Find(ref);
   if (!job) return;
   if (const auto directory = ClientDirectory::Open(state, job->WorkDir)) TakeMessageFile(*job, directory->Path());
@@ -67,13 +70,14 @@ void FollowAttached(JobManagerState& state, JobRef ref) {
       process = ProcessHandle(state, job->Pid);
     }
   }
-  while (true) {
+  for (auto pause = std::chrono::milliseconds(0);; platform::Sleep(pause)) {
     const bool hasEnded = !process || process->WaitForEnd(kWatchInterval, &state.Stopping);
     if (hasEnded) AwaitReports(state);
     const MAutoLock lock(state.StateLock);
     const Job* job = state.Jobs.Find(ref);
     std::uint32_t exitCode = 0;
     if (!job || state.StopRequested || (hasEnded && TestProcessEnd(state, job->Pid, exitCode))) break;
+    if (hasEnded) pause = kEndPause;
   }
   CompleteAttached(state, ref);
 }
@@ -106,7 +110,12 @@ void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* direct
 }
 
 void WatchAttachedProcess(JobManagerState& state, JobRef ref) {
-  state.Threads.Start([&state, ref] { FollowAttached(state, ref); });
+  ++state.BusyWorkers;
+  state.Threads.Start([&state, ref] {
+    FollowAttached(state, ref);
+    const MAutoLock lock(state.StateLock);
+    if (--state.BusyWorkers == 0) state.WorkersDone.RaiseForAll();
+  });
 }
 
 }  // namespace tlm

@@ -19,8 +19,7 @@ void CompleteJob(JobManagerState& state, Job& job, const ClientDirectory* direct
 // Gives back the run slot of a job, which may have left the table.
 void ReleaseRunSlot(JobManagerState& state) REQUIRES(state.StateLock);
 
-// Starts a thread that follows a process that was not started here to its end and completes its job. Without a thread
-// to be had the job is completed at once.
-void WatchAttachedProcess(JobManagerState& state, JobRef ref);
+// Has a thread follow a process that was not started here to its end, and complete its job.
+void WatchAttachedProcess(JobManagerState& state, JobRef ref) REQUIRES(state.StateLock);
 
 }  // namespace tlm

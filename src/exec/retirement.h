@@ -12,7 +12,7 @@ namespace tlm {
 void SweepJobs(JobManagerState& state) REQUIRES(state.StateLock);
 
 // The failure of the job runs down to all that name it as predecessor or creator, and on to theirs: what runs is
-// killed, which can take 10 seconds for each process, and what does not ends as Aborted. A job that hangs on several
+// killed, without a wait for its end, and what does not ends as Aborted. A job that hangs on several
 // failed ones is failed once.
 void FailDependants(JobManagerState& state, const Job& job) REQUIRES(state.StateLock);
 // The same for several jobs, one call after the other: passes over those that were met before, and adds to them.

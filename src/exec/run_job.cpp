@@ -97,15 +97,18 @@ void TakeProcess(JobManagerState& state, const Run& run, const std::shared_ptr<P
 std::shared_ptr<Process> StartCommand(JobManagerState& state, const Run& run, std::vector<std::string> tokens) {
   platform::LaunchRequest request;
   std::optional<LaunchUnderWay> launch;
+  std::uint32_t priority = 0;
   {
     const MAutoLock lock(state.StateLock);
     const Job* job = state.Jobs.Find(run.Ref);
     if (IsGivenUp(job) || state.StopRequested) return nullptr;
+    priority = job->Priority;
     tokens.front().insert(0, job->Installed->BinPath);
     request = RequestOf(state, *job, run.Directory, tokens);
     launch.emplace(state);
   }
   std::shared_ptr<Process> process = LaunchProcess(request);
+  if (process) process->SetPriority(priority);  // before its first children, though the lock may be long in coming
   TakeProcess(state, run, process);
   return process;
 }
@@ -194,6 +197,11 @@ void RefuseCommand(JobManagerState& state, const Run& run, const std::string& re
   NotifyJobChange(state, *job, job->Status);
 }
 
+bool IsStopping(JobManagerState& state) {
+  const MAutoLock lock(state.StateLock);
+  return state.StopRequested;
+}
+
 Outcome RunCommands(JobManagerState& state, Run& run, std::string_view buffer) {
   Outcome outcome = Outcome::Ended;
   while (!buffer.empty() && outcome == Outcome::Ended) {
@@ -205,7 +213,11 @@ Outcome RunCommands(JobManagerState& state, Run& run, std::string_view buffer) {
     }
     if (tokens.empty()) continue;
     const std::shared_ptr<Process> process = StartCommand(state, run, std::move(tokens));
-    outcome = process ? FollowProcess(state, run, *process) : Outcome::Over;
+    if (process) {
+      outcome = FollowProcess(state, run, *process);
+    } else {
+      outcome = IsStopping(state) ? Outcome::Stopping : Outcome::Over;
+    }
   }
   return outcome;
 }

@@ -29,9 +29,7 @@ void SettleBrokenRun(JobManagerState& state, JobRef ref) REQUIRES(state.StateLoc
   Job* job = state.Jobs.Find(ref);
   if (!job || (job->Status != Starting && job->Status != Running)) return;
   if (job->Pid != 0) KillProcess(state, *job);
-  job->Status = Aborted;
-  state.Jobs.Changed(*job);
-  ReleaseRunSlot(state);
+  CompleteJob(state, *job, nullptr, true);
 }
 
 void RunOneJob(JobManagerState& state, JobRef ref) {
@@ -42,9 +40,9 @@ void RunOneJob(JobManagerState& state, JobRef ref) {
     broken = true;
   }
   const MAutoLock lock(state.StateLock);
-  if (broken) SettleBrokenRun(state, ref);
   if (--state.BusyWorkers == 0) state.WorkersDone.RaiseForAll();
   ++state.IdleWorkers;
+  if (broken) SettleBrokenRun(state, ref);
 }
 
 // False if the worker is to leave. Who was woken and comes too late for the job does not leave for that: it leaves

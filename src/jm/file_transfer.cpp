@@ -60,10 +60,10 @@ std::size_t SendChunks(ORpcIO& io, Source& source, std::size_t count) {
   std::size_t used = whole * kChunk;
   if (const auto rest = static_cast<std::uint32_t>(length % kPiece)) {
     StoreBigEndian(rest, begin + used);
-    std::fill_n(begin + used + kLengthSize + rest, PaddingOf(rest), static_cast<unsigned char>(0));
-    used += kLengthSize + rest + PaddingOf(rest);
+    used += kLengthSize + rest;
   }
   io.TakeBack(count * kChunk - used);
+  EncodePadding(io, static_cast<std::uint32_t>(length));
   return length;
 }
 
@@ -218,6 +218,7 @@ ORpcIO& Encode(ORpcIO& io, const FileTransferList& list) {
 void Decode(ORpcIO& io, FileTransferList& list) {
   list.Items.clear();
   for (auto count = Decoded<std::uint32_t>(io); count > 0; --count) {
+    if (list.Items.size() == kMostItems) throw kMarshalError;
     ReceiveItem(io, list.Items.emplace_back(), list.Watcher);
   }
   MarkSpoiltItems(list);

@@ -45,6 +45,9 @@ struct FileTransferList {
 // Sends each source from its offset on, as it is at that moment. One that cannot be read sends no data.
 ORpcIO& Encode(ORpcIO& io, const FileTransferList& list);
 
+// Throws kMarshalError at the item after these: whoever sends empty ones for ever would fill the memory.
+inline constexpr std::size_t kMostItems = 1'000'000;
+
 // Receives all items into destination + ".tmp", then puts each of these files in the place of its destination. Whatever
 // ends the transfer before that leaves the former destinations whole and what came in the ".tmp" files; a later
 // transfer with an offset continues them. An item that cannot be written, for want of space say, is read to its end all

@@ -9,6 +9,7 @@
 
 #include "platform/environment.h"
 #include "platform/file.h"
+#include "platform/file_system.h"
 
 namespace tlm {
 
@@ -99,7 +100,10 @@ std::vector<ManifestEntry> ReadManifest(const FileTransferList& received) {
   });
   if (manifest == received.Items.end()) return entries;
   const std::string directory = MFile(manifest->Destination).DirectoryPart();
-  std::istringstream words(platform::ReadWholeFile(ReceivedPath(manifest->Destination)).value_or(""));
+  const std::string path = ReceivedPath(manifest->Destination);
+  platform::FileStatus status;
+  if (platform::GetFileStatus(path, status) != 0 || !status.IsRegular) return entries;
+  std::istringstream words(platform::ReadWholeFile(path).value_or(""));
   for (std::string word; words >> word;) {
     if (auto entry = ParseEntry(directory, word)) entries.push_back(*std::move(entry));
   }

@@ -11,11 +11,13 @@ namespace {
 constexpr std::chrono::milliseconds kAcceptPause{100};
 // No client can tell whether what it sent came so long before a look or after it.
 constexpr std::chrono::microseconds kLookHolds{50};
+constexpr std::chrono::milliseconds kLooksApart{10};
+constexpr std::size_t kLeastGain = 0x40000;
 
 }  // namespace
 
 bool LoopSockets::AddListener(platform::Socket socket) {
-  if (!poller_.Add(socket)) return false;
+  if (!poller_.Add(socket, Direction::Read)) return false;
   listeners_.push_back({socket});
   return true;
 }
@@ -42,6 +44,8 @@ void LoopSockets::Look(const Waited* waited, std::optional<std::chrono::microsec
   if (trace.IsOn()) ORpcTrace::Continued(2).Print("%d\n", result < 0 ? result : CountReady(waited));
 }
 
+bool LoopSockets::IsLookDue() const { return Clock::now() - lastLook_ >= kLooksApart; }
+
 bool LoopSockets::HasWork(const Waited* waited) const {
   return connections_.FirstReady() || (waited && IsReady(*waited)) || (HasReadyListener() && !ListenersPaused());
 }
@@ -58,7 +62,8 @@ bool LoopSockets::HasEndedConnection() const {
 bool LoopSockets::IsReady(const Waited& waited) const {
   const Connection* connection = connections_.Find(waited.Socket);
   // A peer that sends more before it has read the reply gets its attempts to take it used up.
-  return connection && (connection->Readable || (waited.Direction == Direction::Write && connection->Writable));
+  if (!connection || waited.Direction == Direction::Read) return connection && connection->Readable;
+  return connection->Writable || connection->Readable || (connection->InCall && connection->InCall->HasMore());
 }
 
 void LoopSockets::Note(const platform::SocketEvent& event) {
@@ -66,6 +71,7 @@ void LoopSockets::Note(const platform::SocketEvent& event) {
     connection->Readable |= event.Readable;
     connection->Writable |= event.Writable;
     connection->Ended |= event.Ended;
+    connection->Urgent |= event.Urgent;
     return connections_.Changed(*connection);
   }
   for (Listener& listener : listeners_) listener.Ready |= listener.Socket == event.Which;
@@ -74,13 +80,24 @@ void LoopSockets::Note(const platform::SocketEvent& event) {
 void LoopSockets::NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted) {
   if (received == static_cast<std::int64_t>(wanted)) return;
   Connection* connection = connections_.Find(socket);
-  if (connection && !connection->Ended) connection->Readable = false;  // and its call is in progress
+  if (!connection || connection->Ended || (connection->Urgent && received > 0)) return;
+  connection->Readable = false;  // and its call is in progress
 }
 
 void LoopSockets::NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted) {
-  if (sent == static_cast<std::int64_t>(wanted)) return;
   Connection* connection = connections_.Find(socket);
-  if (connection) connection->Writable = false;
+  if (!connection) return;
+  if (sent > 0) connection->Gain += static_cast<std::size_t>(sent);
+  if (sent == static_cast<std::int64_t>(wanted)) return;
+  connection->Writable = false;
+  if (connection->SlowSince && connection->Gain < kLeastGain) return;
+  connection->SlowSince = Clock::now();
+  connection->Gain = 0;
+}
+
+LoopSockets::Clock::duration LoopSockets::SlowFor(platform::Socket socket) const {
+  const Connection* connection = connections_.Find(socket);
+  return connection && connection->SlowSince ? Clock::now() - *connection->SlowSince : Clock::duration(0);
 }
 
 // What comes for a call further down the stack cannot be taken yet, and so is not waited for.

@@ -13,7 +13,7 @@
 
 namespace tlm {
 
-enum class Direction { Read, Write };
+using platform::Direction;
 
 struct Waited {
   platform::Socket Socket;
@@ -39,8 +39,9 @@ class LoopSockets {
   Connection* AddConnection(platform::Socket socket);
   tlm::Connections& Connections() { return connections_; }
   const tlm::Connections& Connections() const { return connections_; }
-  // A Look ends, too, when something is new with this one, which is none of the others.
-  bool Watch(platform::Socket socket) { return poller_.Add(socket); }
+  // A Look ends, too, when this one becomes ready, which is none of the others.
+  bool Watch(const Waited& waited) { return poller_.Add(waited.Socket, waited.Direction); }
+  // Of this one no Look tells any more, whether it was watched or is a connection.
   void Unwatch(platform::Socket socket) { poller_.Remove(socket); }
 
   // Waits for something to do, unless there is something already; without a limit for any time. A look may rest upon
@@ -48,6 +49,9 @@ class LoopSockets {
   void Look(const Waited* waited, std::optional<std::chrono::microseconds> limit, bool mustBeFresh);
   // Any thread may call: the Look that is in progress, or else the next one, does not wait.
   void Wake() { poller_.Wake(); }
+
+  // So much time has gone by since a look that others should be seen to, though the caller need not wait.
+  bool IsLookDue() const;
 
   // There is a call to be served, somebody to be accepted, or the socket has become ready.
   bool HasWork(const Waited* waited) const;
@@ -58,6 +62,9 @@ class LoopSockets {
   // What a Receive or a Send has moved, of what it was asked for; negative if it failed.
   void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted);
   void NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted);
+  // For how long the connection has taken so little of its call's reply that it may well have stalled: what the system
+  // keeps for a peer grows a little now and then, though the peer takes nothing.
+  std::chrono::steady_clock::duration SlowFor(platform::Socket socket) const;
 
  private:
   using Clock = std::chrono::steady_clock;

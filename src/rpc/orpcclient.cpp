@@ -88,11 +88,12 @@ std::optional<std::chrono::milliseconds> ORpcClient::TimeLeft() const {
 }
 
 void ORpcClient::AwaitReply() {
-  const auto left = TimeLeft();
-  if (!left) return;
-  std::vector<platform::Socket> sockets{socket_};
-  if (platform::WaitForSockets(&sockets, nullptr, left) == 0) {
-    RaiseSocketError("ORpcClient::EndCall", platform::kTimedOut);
+  for (int ready = -1; ready < 0;) {  // as long as signals end the wait
+    const auto left = TimeLeft();
+    if (!left) return;
+    std::vector<platform::Socket> sockets{socket_};
+    ready = platform::WaitForSockets(&sockets, nullptr, left);
+    if (ready == 0) RaiseSocketError("ORpcClient::EndCall", platform::kTimedOut);
   }
 }
 

@@ -9,6 +9,7 @@
 
 #include "platform/environment.h"
 #include "rpc/orpcerror.h"
+#include "rpc/orpctrace.h"
 #include "rpc/wire.h"
 
 namespace tlm {
@@ -36,7 +37,7 @@ constexpr std::uint32_t kLargestRecord = kLargestPacket + 4 * kMaxStringLength;
 constexpr int kMostEmptyFragments = 1000;
 
 [[noreturn]] void RefuseFragment(std::uint32_t size) {
-  std::printf("ERROR: Fragment size is %d\n", static_cast<int>(size));
+  if (ORpcOutput()) std::fprintf(ORpcOutput(), "ERROR: Fragment size is %d\n", static_cast<int>(size));
   throw kMarshalError;
 }
 
@@ -52,9 +53,11 @@ std::uint32_t PacketSize() {
 }
 
 ORpcRecordIO::ORpcRecordIO(std::unique_ptr<ORpcIO> inner, std::uint32_t longest)
-    : inner_(std::move(inner)), longest_(longest == 0 ? kLargestRecord : std::min(longest, kLargestRecord)) {
-  Shrink();
-}
+    : writeBuffer_(kInitialCapacity),
+      written_(kMarkSize),
+      readBuffer_(kInitialCapacity),
+      inner_(std::move(inner)),
+      longest_(longest == 0 ? kLargestRecord : std::min(longest, kLargestRecord)) {}
 
 std::uint32_t ORpcRecordIO::Write(const void* buffer, std::uint32_t length) {
   if (written_ >= PacketSize()) Flush();
@@ -96,18 +99,21 @@ std::uint32_t ORpcRecordIO::Offer(std::uint32_t length) {
 
 void ORpcRecordIO::EndCall() {
   next_ = recordEnd_;
-  if (!HasMore() && std::max(readBuffer_.size(), writeBuffer_.size()) > kKeptCapacity) Shrink();
-}
-
-void ORpcRecordIO::Shrink() {
-  readBuffer_ = std::vector<unsigned char>(kInitialCapacity);
-  next_ = recordEnd_ = end_ = 0;
-  writeBuffer_ = std::vector<unsigned char>(kInitialCapacity);
+  // What is there of later records is not moved for each of them.
+  const std::size_t more = end_ - ahead_;
+  if (readBuffer_.size() > std::max(kKeptCapacity, 4 * more)) {
+    std::vector<unsigned char> kept(std::max<std::size_t>(more, kInitialCapacity));
+    std::memcpy(kept.data(), readBuffer_.data() + ahead_, more);
+    readBuffer_ = std::move(kept);
+    next_ = recordEnd_ = ahead_ = 0;
+    end_ = more;
+  }
+  if (writeBuffer_.size() > kKeptCapacity) writeBuffer_ = std::vector<unsigned char>(kInitialCapacity);
   written_ = kMarkSize;
 }
 
 void ORpcRecordIO::FetchRecord() {
-  if (!HasMore()) next_ = recordEnd_ = end_ = 0;
+  if (!HasMore()) next_ = recordEnd_ = ahead_ = end_ = 0;
   bool last = false;
   int emptyFragments = 0;
   while (!last) {
@@ -119,17 +125,11 @@ void ORpcRecordIO::FetchRecord() {
   }
 }
 
-// Takes the mark out from between the fragments of a record.
 std::uint32_t ORpcRecordIO::FetchMark() {
   Await(kMarkSize);
-  const auto mark = LoadBigEndian<std::uint32_t>(readBuffer_.data() + recordEnd_);
-  if (next_ == recordEnd_) {
-    next_ = recordEnd_ += kMarkSize;
-  } else {
-    const auto begin = readBuffer_.begin() + static_cast<std::ptrdiff_t>(recordEnd_);
-    std::copy(begin + kMarkSize, readBuffer_.begin() + static_cast<std::ptrdiff_t>(end_), begin);
-    end_ -= kMarkSize;
-  }
+  const auto mark = LoadBigEndian<std::uint32_t>(readBuffer_.data() + ahead_);
+  ahead_ += kMarkSize;
+  if (next_ == recordEnd_) next_ = recordEnd_ = ahead_;
   return mark;
 }
 
@@ -139,16 +139,18 @@ void ORpcRecordIO::FetchFragment(std::uint32_t size) {
     const auto unread = static_cast<std::uint32_t>(recordEnd_ - next_);
     const std::uint32_t piece = std::min(size, std::clamp(unread, kInitialCapacity, kLargestReadPiece));
     Await(piece);
+    if (recordEnd_ != ahead_) std::memmove(readBuffer_.data() + recordEnd_, readBuffer_.data() + ahead_, piece);
     recordEnd_ += piece;
+    ahead_ += piece;
     size -= piece;
   }
 }
 
 // Until so many bytes are there behind those of the record.
 void ORpcRecordIO::Await(std::size_t count) {
-  const std::size_t ahead = end_ - recordEnd_;
-  if (ahead >= count) return;
-  const std::size_t least = count - ahead;
+  const std::size_t there = end_ - ahead_;
+  if (there >= count) return;
+  const std::size_t least = count - there;
   if (readBuffer_.size() - end_ < least) MakeRoom(least);
   const std::size_t most = readsAhead_ ? readBuffer_.size() - end_ : least;
   end_ += inner_->ReadSome(readBuffer_.data() + end_, static_cast<std::uint32_t>(least),
@@ -156,12 +158,15 @@ void ORpcRecordIO::Await(std::size_t count) {
 }
 
 void ORpcRecordIO::MakeRoom(std::size_t count) {
-  const auto begin = readBuffer_.begin();
-  std::copy(begin + static_cast<std::ptrdiff_t>(next_), begin + static_cast<std::ptrdiff_t>(end_), begin);
-  end_ -= next_;
-  recordEnd_ -= next_;
+  unsigned char* const begin = readBuffer_.data();
+  const std::size_t unread = recordEnd_ - next_;
+  const std::size_t there = end_ - ahead_;
+  std::memmove(begin, begin + next_, unread);
+  std::memmove(begin + unread, begin + ahead_, there);
   next_ = 0;
-  if (readBuffer_.size() - end_ < count) readBuffer_.resize(end_ + count);
+  recordEnd_ = ahead_ = unread;
+  end_ = unread + there;
+  if (readBuffer_.size() - end_ < count) readBuffer_.resize(end_ + std::max<std::size_t>(count, kInitialCapacity));
 }
 
 }  // namespace tlm

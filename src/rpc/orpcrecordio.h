@@ -35,10 +35,9 @@ class ORpcRecordIO : public ORpcIO {
   // Forgets what is left of the current record. Gives memory back that an ordinary call does not take.
   void EndCall();
   // True if bytes of later records have come already.
-  bool HasMore() const { return end_ > recordEnd_; }
+  bool HasMore() const { return end_ > ahead_; }
 
  private:
-  void Shrink();
   void FetchRecord();
   std::uint32_t FetchMark();
   void FetchFragment(std::uint32_t size);
@@ -47,10 +46,12 @@ class ORpcRecordIO : public ORpcIO {
 
   std::vector<unsigned char> writeBuffer_;  // bytes 0 to 3 are kept for the mark
   std::size_t written_ = 0;                 // bytes at its front, mark included; the others are room
-  // In this order: what is used up, what has not been delivered of the current record, later ones, room.
+  // In this order: what is used up; up to recordEnd_, what has not been delivered of the current record; a gap where
+  // marks have stood; up to end_, what has come behind; room.
   std::vector<unsigned char> readBuffer_;
   std::size_t next_ = 0;
   std::size_t recordEnd_ = 0;
+  std::size_t ahead_ = 0;
   std::size_t end_ = 0;
   bool readsAhead_ = false;
   std::unique_ptr<ORpcIO> inner_;

@@ -10,8 +10,6 @@ namespace tlm {
 
 namespace {
 
-// A peer that sends faster than it is read would never let its reader wait, and so nobody else be served.
-constexpr std::uint32_t kLongRead = 0x10000;
 constexpr std::chrono::seconds kReadWait{5};  // a wait that ends without data is simply repeated
 
 }  // namespace
@@ -20,7 +18,8 @@ std::uint32_t ORpcSockIO::ReadSome(void* buffer, std::uint32_t least, std::uint3
   auto* const bytes = static_cast<unsigned char*>(buffer);
   std::uint32_t count = 0;
   auto moved = std::chrono::steady_clock::now();
-  if (thread_ && least >= kLongRead) WaitUntilReadable();
+  // A peer that sends faster than it is read would never let its reader wait, and so nobody else be served.
+  if (thread_ && thread_->IsPassDue()) WaitUntilReadable();
   while (true) {
     const std::int64_t received = TracedReceive(socket_, bytes + count, most - count);
     const int error = platform::LastSocketError();

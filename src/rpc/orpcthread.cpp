@@ -27,7 +27,7 @@ constexpr std::chrono::milliseconds kSecondLook{50};
 // calls than can be served there is always one of these.
 constexpr std::chrono::milliseconds kPatienceForLive{50};
 constexpr std::size_t kMostSpareStreams = 16;
-// A call on top of others on the stack may wait so long for a byte to move.
+// A call on top of others on the stack may wait so long for its peer.
 constexpr std::chrono::seconds kStallLimit{60};
 
 thread_local ORpcThread* currentThread = nullptr;
@@ -102,7 +102,7 @@ void ORpcThread::Run() {
 void ORpcThread::Await(platform::Socket socket, Direction direction) {
   const Waited waited{socket, direction};
   const bool isOwn = connections_.Find(socket) != nullptr;
-  if (!isOwn && !sockets_.Watch(socket)) RaiseSocketError("ORpcThread::Await::poller", platform::LastSocketError());
+  if (!isOwn && !sockets_.Watch(waited)) RaiseSocketError("ORpcThread::Await::poller", platform::LastSocketError());
   const AtEnd removed([&] {
     if (!isOwn) sockets_.Unwatch(socket);
   });
@@ -114,7 +114,7 @@ void ORpcThread::Await(platform::Socket socket, Direction direction) {
 void ORpcThread::Pass(const Waited* waited) {
   std::fflush(stdout);
   const bool isNew = TakeRequest();
-  sockets_.Look(waited, isNew ? std::chrono::microseconds(0) : LongestSleep(), isNew);
+  sockets_.Look(waited, isNew ? std::chrono::microseconds(0) : LongestSleep(), request_.has_value());
   if (request_ && HasCaughtUp(waited)) catchUp_->Answer(*std::exchange(request_, std::nullopt));
   Beat();
   if (stop_) return;
@@ -150,10 +150,15 @@ std::optional<std::chrono::microseconds> ORpcThread::LongestSleep() const {
 }
 
 bool ORpcThread::IsTooLong(platform::Socket socket, std::chrono::steady_clock::time_point since) const {
-  const Connection* connection = connections_.Find(socket);
-  const std::size_t own = connection && connection->Busy ? 1 : 0;
   const auto silence = Clock::now() - since;
-  return door_.IsTooLong(connection, silence, busy_ > kDeepestNesting / 2) || (busy_ > own && silence >= StallLimit());
+  return door_.IsTooLong(connections_.Find(socket), silence, busy_ > kDeepestNesting / 2) ||
+         (HoldsOthersUp(socket) && silence >= StallLimit());
+}
+
+// While a call waits for the socket.
+bool ORpcThread::HoldsOthersUp(platform::Socket socket) const {
+  const Connection* connection = connections_.Find(socket);
+  return busy_ > (connection && connection->Busy ? 1U : 0U);
 }
 
 void ORpcThread::SetHeartbeat(std::chrono::microseconds interval, std::function<void()> beat) {
@@ -228,10 +233,13 @@ void ORpcThread::ServeCall(Connection& connection) {
   connections_.Changed(connection);
   const AtEnd over([&] {
     connection.Busy = false;
+    connection.InCall = nullptr;
+    connection.SlowSince.reset();
     --busy_;
     connections_.Changed(connection);
   });
   std::unique_ptr<CallStream> stream = TakeStream(connection);
+  connection.InCall = &stream->Record();
   door_.LetIn(connection);
   const auto call = Decoded<CallHeader>(stream->Record());
   door_.Acquaint(connection);
@@ -240,7 +248,8 @@ void ORpcThread::ServeCall(Connection& connection) {
   stream->Record().Flush();
   GiveBack(connection, std::move(stream));
   // All that was asked for has come, and perhaps that was all there is: the next call would wait on the stack for it.
-  if (connection.Readable && !connection.Ended) connection.Readable = platform::BytesReadable(connection.Socket) != 0;
+  if (connection.Readable && !connection.Ended && !connection.Urgent)
+    connection.Readable = platform::BytesReadable(connection.Socket) != 0;
 }
 
 std::unique_ptr<CallStream> ORpcThread::TakeStream(Connection& connection) {
@@ -332,13 +341,14 @@ void ORpcThread::SendAll(platform::Socket socket, const unsigned char* bytes, st
   std::optional<Clock::time_point> moved;
   while (true) {
     const std::int64_t sent = TracedSend(socket, bytes, length);
-    if (sent == static_cast<std::int64_t>(length)) return;
     const int error = platform::LastSocketError();
     sockets_.NoteSent(socket, sent, length);
+    if (sent == static_cast<std::int64_t>(length)) return;
     if (sent < 0 && !platform::IsWouldBlock(error)) RaiseSocketError("ORpcThread::Send::send", error);
     if (sent >= 0 || !moved) moved = Clock::now();
+    const bool isTooSlow = HoldsOthersUp(socket) && sockets_.SlowFor(socket) >= StallLimit();
+    if (isTooSlow || IsTooLong(socket, *moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
     if (sent < 0) {
-      if (IsTooLong(socket, *moved)) RaiseSocketError("ORpcThread::Send::send", platform::kTimedOut);
       if (blocked > kBlockedRetries) RaiseSocketError("ORpcThread::Send::blocked", platform::kWouldBlock);
       platform::YieldTimeSlice();
       ++blocked;
@@ -370,6 +380,7 @@ void ORpcThread::Drop(Connection& connection) {
     for (const auto& [key, server] : node.mapped()) server->Abandon();
   }
   door_.Acquaint(connection);
+  sockets_.Unwatch(connection.Socket);
   TracedClose(connection.Socket);
   connections_.Remove(connection);
 }

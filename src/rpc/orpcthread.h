@@ -58,6 +58,8 @@ class ORpcThread {
   // waits until the socket, a connection or a listener has work, serves one call of the earliest accepted connection
   // that is ready and has none in progress, then accepts. Raises OrpcSocketError after Stop.
   void Await(platform::Socket socket, Direction direction);
+  // A caller that reads without having to wait should run a pass before it goes on, so that others are served, too.
+  bool IsPassDue() const { return sockets_.IsLookDue(); }
   // What a Receive has moved, of what it was asked for; negative if it failed.
   void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted) {
     sockets_.NoteReceived(socket, received, wanted);
@@ -88,6 +90,7 @@ class ORpcThread {
   bool TakeRequest();
   bool HasCaughtUp(const Waited* waited) const;
   std::optional<std::chrono::microseconds> LongestSleep() const;
+  bool HoldsOthersUp(platform::Socket socket) const;
   void Beat();
 
   void AcceptReady();

@@ -40,8 +40,12 @@ ORpcIO& Encode(ORpcIO& io, const std::string& value) {
 }
 
 void EncodeBytes(ORpcIO& io, const void* bytes, std::uint32_t length) {
-  static constexpr unsigned char kZeros[3] = {};
   if (length > 0) io.Write(bytes, length);
+  EncodePadding(io, length);
+}
+
+void EncodePadding(ORpcIO& io, std::uint32_t length) {
+  static constexpr unsigned char kZeros[3] = {};
   if (PaddingOf(length) > 0) io.Write(kZeros, PaddingOf(length));
 }
 

@@ -60,7 +60,8 @@ inline std::uint32_t PaddingOf(std::uint32_t length) { return -length & 3; }
 
 // The bytes and the padding of an item whose length has been written.
 void EncodeBytes(ORpcIO& io, const void* bytes, std::uint32_t length);
-// Reads the padding of an item of this length and forgets it.
+// The padding of an item of this length; Decode reads it and forgets it.
+void EncodePadding(ORpcIO& io, std::uint32_t length);
 void DecodePadding(ORpcIO& io, std::uint32_t length);
 
 }  // namespace tlm

@@ -43,7 +43,7 @@ struct JobManagerState {
 
   // What threads wait for, each at most until its next look is due. Whoever waits holds neither lock.
   Signal WorkComes;                 // an idle worker: a job may start
-  Signal WorkersDone;               // the end of the server: no worker has a job
+  Signal WorkersDone;               // the end of the server: nobody follows a job any more
   Signal QueueTimeSet;              // the queue timer
   Signal PlaceComes;                // the distributor: a job was submitted, or a run slot has become free
   Signal LaunchDone;                // a process that attaches: see Launches
@@ -68,7 +68,7 @@ struct JobManagerState {
   std::uint32_t LocalLimit GUARDED_BY(StateLock) = 1;     // load from which on the distributor looks for a peer
   std::uint32_t RunningCount GUARDED_BY(StateLock) = 0;   // jobs that hold a run slot
   std::uint32_t IdleWorkers GUARDED_BY(StateLock) = 0;    // workers without a job, one that is just starting included
-  std::uint32_t BusyWorkers GUARDED_BY(StateLock) = 0;    // workers with a job
+  std::uint32_t BusyWorkers GUARDED_BY(StateLock) = 0;    // workers with a job, and watchers of attached processes
   bool TimerStarted GUARDED_BY(StateLock) = false;
   bool StopRequested GUARDED_BY(StateLock) = false;  // never cleared
   std::uint32_t DefaultPriority GUARDED_BY(StateLock) = 1;

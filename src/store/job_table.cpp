@@ -33,6 +33,8 @@ Job& JobTable::Add() {
   byHandle_.emplace(lastHandle_, std::prev(jobs_.end()));
   entry.IndexedDirectory = directories_.end();
   entry.Record.Handle = lastHandle_;
+  static const auto nowhere = std::make_shared<const Installation>();
+  entry.Record.Installed = nowhere;
   byPort_.emplace(entry.Record.ClientPort, lastHandle_);
   return entry.Record;
 }
@@ -96,7 +98,8 @@ void JobTable::Changed(Job& job) {
   }
   IndexOwner(entry, job.ClientPort);
   IndexDirectory(entry, job.TempDir);
-  const bool usesQueue = job.RunClass == kRunQueued && (job.Status == Queued || job.Status == Running);
+  const bool isActive = job.Status == Queued || job.Status == Starting || job.Status == Running;
+  const bool usesQueue = job.RunClass == kRunQueued && isActive;
   queueUsers_ = queueUsers_ + (usesQueue ? 1 : 0) - (entry.UsesQueue ? 1 : 0);
   entry.UsesQueue = usesQueue;
   const bool runsLite = job.Lite && job.Status == Running;

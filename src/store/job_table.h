@@ -31,7 +31,8 @@ class JobTable {
   // All handles, in order of creation. Linear.
   std::vector<JobRef> All() const;
 
-  // Names the job that has to finish first, or the job whose process submitted this one. Either may be none.
+  // Names the job that has to finish first, or the job whose process submitted this one. Either may be none. Once for a
+  // job.
   void SetPredecessor(Job& job, JobRef predecessor);
   void SetCreator(Job& job, JobRef creator);
   // Brings the indexes up to date after a change of the fields that Job marks, or of the Task's ClientPort, Status,
@@ -48,7 +49,8 @@ class JobTable {
   // to the queue's limit. Jobs to be distributed are in neither.
   const std::set<JobRef>& ReadyAtOnce() const { return readyAtOnce_; }
   const std::set<JobRef>& ReadyInQueue() const { return readyInQueue_; }
-  // True while a job of RunClass 1 is Queued or Running.
+  // True while a job of RunClass 1 is Queued, Starting or Running. A look that finds nothing to start while others are
+  // being started must not stop the queue before these.
   bool QueueInUse() const { return queueUsers_ != 0; }
   // Running jobs that do not count as load.
   std::size_t LiteCount() const { return liteRunning_; }

@@ -2,6 +2,7 @@
 #include "platform/file.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "platform/file_lock.h"
 #include "platform/file_system.h"
@@ -26,6 +27,9 @@ TEST_F(FilesOnDisk, AreWrittenAsTheModeSays) {
     fs::remove(disk / "file");
     EXPECT_TRUE(File::Open(disk / "file", mode)) << "made";
   }
+  ASSERT_EQ(mkfifo(disk.Path("pipe").c_str(), 0600), 0);
+  const std::optional<File> reader = File::Open(disk / "pipe", File::Mode::Read);
+  for (const auto& [mode, content] : cases) EXPECT_FALSE(File::Open(disk / "pipe", mode)) << "its reader may rest";
   EXPECT_FALSE(File::Open("/dev/full", File::Mode::Append)->Write("lost"));
 }
 

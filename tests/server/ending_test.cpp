@@ -31,6 +31,27 @@ TEST_F(Overdue, JobsAreEndedWithAWordInTheirOutput) {
   Client.Await(Submit(Succeed(":")), {Finished});
 }
 
+struct LogDirectory {
+  Sandbox Logs;
+};
+struct LoggedEnding : LogDirectory, Ending {
+  LoggedEnding() : Ending({{"TSQOR_JOB_LOG", Logs / "jobs"}}) {}
+};
+
+TEST_F(LoggedEnding, OfTheServerBetweenTwoCommandsOfAJobCompletesItNot) {
+  Submit(Do("echo $$ >first; exec sleep 600") + ";" + Do("touch never"));
+  const std::int32_t first = AwaitNumber("first");
+  kill(Server.Pid(), SIGSTOP);
+  kill(first, SIGTERM);
+  RawConnection(Server.Port()).Send(Record(Call(17)));
+  kill(Server.Pid(), SIGCONT);
+  EXPECT_EQ(Server.AwaitEnd(), 0);
+  EXPECT_FALSE(Work.Has("never"));
+  for (const char* status : {"finished", "aborted", "launch"}) {
+    EXPECT_EQ(Logs.Read("jobs").find(status), std::string::npos) << Logs.Read("jobs");
+  }
+}
+
 TEST_F(Ending, OfARemovedJobDependsOnHowFarItCame) {
   const std::uint64_t running =
       Submit(Do("(echo $$; exec sleep 600) >group & echo $! >grandchild; echo $$ >child; wait"));

@@ -1,9 +1,12 @@
 // The real server among many connections, slow ones, broken ones and hostile ones.
+#include <atomic>
 #include <deque>
 #include <random>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <thread>
 
 #include "platform/limits.h"
 #include "support/eventually.h"
@@ -14,7 +17,7 @@ namespace {
 constexpr std::size_t kMegabyte = 1 << 20;
 
 constexpr std::uint32_t kNull = 0, kHello = 1, kPutFiles = 5, kRequestResults = 24, kRequiredLevel = 45, kListJobs = 47;
-constexpr std::uint32_t kLargestRecord = 0x44000000;
+constexpr std::uint32_t kLargestRecord = 0x44000000, kLast = 0x80000000;
 
 struct ServerLoop : ::testing::Test {
   ServerProcess Server;
@@ -120,8 +123,9 @@ TEST_F(ServerLoop, AReaderThatSendsMoreOrGoesAwayLosesItsConnection) {
   RawConnection impatient(Server.Port(), call);
   impatient.Receive(4);
   impatient.Send(Record(Call(kNull)));
-  EXPECT_TRUE(Eventually(
-      [&] { return Server.HasPrinted(": ORpcThread::Send::blocked ERROR: Resource temporarily unavailable(11)\n"); }));
+  const RawConnection hasty(Server.Port(), call + Record(Call(kNull)));
+  const std::string line = ": ORpcThread::Send::blocked ERROR: Resource temporarily unavailable(11)\n";
+  EXPECT_TRUE(Eventually([&] { return Server.CountPrinted(line) == 2; }));
   RawConnection leaving(Server.Port(), call);
   leaving.Receive(4);
   leaving.CloseAbruptly();
@@ -221,6 +225,37 @@ TEST_F(ServerLoop, AnUploadThatWaitsDoesNotCostADownloadItsConnection) {
   EXPECT_EQ(uploading.ReceiveRecord(), Reply(U32(1)));
 }
 
+TEST_F(ServerLoop, ACallInManySmallPiecesHoldsNobodyUp) {
+  RawConnection busy(Server.Port(), HalfTransfer(1).substr(0, HalfTransfer(1).size() - 4) + U32(16 * kMegabyte));
+  const auto times = [](int count, const std::string& text) {
+    std::string all;
+    while (count-- > 0) all += text;
+    return all;
+  };
+  const std::string pieces = Record(std::string(8 * kMegabyte, 'x')) + times(1'500'000, U32(1) + "y") + U32(kLast) +
+                             times(2'000'000, Record("z"));
+  std::atomic<bool> isSent = false;
+  std::thread sender([&] {
+    busy.Send(pieces);
+    isSent = true;
+  });
+  int answers = 0;
+  while (!isSent && Serves()) ++answers;
+  sender.join();
+  EXPECT_GE(answers, 4);
+}
+
+TEST_F(ServerLoop, UrgentDataHidesNoCall) {
+  RawConnection urgent(Server.Port(), Record(Call(kNull, "", 1)));
+  EXPECT_EQ(urgent.ReceiveRecord(), Reply("", 0, 1));
+  kill(Server.Pid(), SIGSTOP);
+  urgent.Send(Record(Call(kNull, "", 2)));
+  EXPECT_EQ(send(urgent.Descriptor(), "!", 1, MSG_OOB), 1);
+  urgent.Send(Record(Call(kNull, "", 3)));
+  kill(Server.Pid(), SIGCONT);
+  for (const std::uint32_t xid : {2U, 3U}) EXPECT_EQ(urgent.ReceiveRecord(), Reply("", 0, xid));
+}
+
 struct ImpatientLoop : ServerLoop {
   ImpatientLoop() : ServerLoop({{"ORPC_TRACE", "1"}, {"ORPC_STALL_LIMIT", "1"}}) {}
 };
@@ -242,7 +277,17 @@ TEST_F(ImpatientLoop, CallsThatHoldOthersUpForTooLongLoseTheirConnections) {
   RawConnection second(Server.Port(), call);
   ASSERT_TRUE(second.IsReadableWithin(kPatience)) << "it is on top of the first";
   for (std::size_t got = 0; got < kSize;) got += first.ReceiveRecord().size();
-  EXPECT_TRUE(Server.HasPrinted(": ORpcThread::Send::send ERROR: Connection timed out(110)\n"));
+  const std::string line = ": ORpcThread::Send::send ERROR: Connection timed out(110)\n";
+  EXPECT_TRUE(Server.HasPrinted(line));
+
+  std::deque<RawConnection> stalled;
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_TRUE(stalled.emplace_back(Server.Port(), call).IsReadableWithin(kPatience));
+  }
+  const auto haveGone = [&] {
+    return Server.CountPrinted(line) == 12;
+  };  // all but the lowest, which is in nobody's way
+  EXPECT_LT(TimeOf([&] { EXPECT_TRUE(Eventually(haveGone)); }), std::chrono::seconds(6)) << "and not one by one";
   EXPECT_TRUE(Serves());
 }
 }  // namespace

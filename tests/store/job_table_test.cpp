@@ -93,8 +93,9 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     const auto readyInQueue = Where([&](const Job& job) { return ready(job) && job.RunClass % 2 == 1; });
     EXPECT_THAT(Table.ReadyAtOnce(), ElementsAreArray(readyAtOnce));
     EXPECT_THAT(Table.ReadyInQueue(), ElementsAreArray(readyInQueue));
-    const auto queued =
-        Where([](const Job& job) { return job.RunClass == 1 && (job.Status == Queued || job.Status == Running); });
+    const auto queued = Where([](const Job& job) {
+      return job.RunClass == 1 && (job.Status == Queued || job.Status == Starting || job.Status == Running);
+    });
     EXPECT_EQ(Table.QueueInUse(), !queued.empty());
     EXPECT_EQ(Table.LiteCount(), Where([](const Job& job) { return job.Lite && job.Status == Running; }).size());
     EXPECT_THAT(Table.Retirable(), ElementsAreArray(Where([this](const Job& job) { return IsRetirable(job); })));

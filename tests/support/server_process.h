@@ -31,6 +31,12 @@ class ServerProcess {
   // What it has printed so far, both streams.
   std::string Output() const { return home_.Read("server.log"); }
   bool HasPrinted(const std::string& text) const { return Output().find(text) != std::string::npos; }
+  int CountPrinted(const std::string& text) const {
+    const std::string output = Output();
+    int count = 0;
+    for (std::size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size()) ++count;
+    return count;
+  }
   const Environment& Settings() const { return environment_; }
 
   // A program that jobs can name.

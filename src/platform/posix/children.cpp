@@ -21,6 +21,7 @@ std::shared_lock<std::shared_timed_mutex> Children::Enter() {
 void Children::Add(pid_t id, bool leadsGroup) {
   const std::lock_guard lock(mutex_);
   leadsGroup_[id] = leadsGroup;
+  if (closed_) kill(id, SIGKILL);  // it was born in a launch that had hung too long
 }
 
 int Children::Wait(pid_t id, int descriptor, siginfo_t& end) {
@@ -33,8 +34,8 @@ int Children::Wait(pid_t id, int descriptor, siginfo_t& end) {
 std::vector<std::int32_t> Children::TerminateAll() {
   // A launch that hangs, in a file system that does not answer, say, cannot hold up the end for ever.
   const std::unique_lock door(door_, kLaunchPatience);
-  closed_ = true;
   const std::lock_guard lock(mutex_);
+  closed_ = true;
   std::vector<std::int32_t> ids;
   for (const auto& [id, leadsGroup] : leadsGroup_) {
     if (leadsGroup) kill(-id, SIGKILL);

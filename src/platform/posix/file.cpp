@@ -37,9 +37,11 @@ int FlagsOf(File::Mode mode) {
   return O_RDONLY;
 }
 
-bool IsDirectory(int descriptor) {
+// Who writes to a pipe waits for as long as its reader likes.
+bool IsOpenable(int descriptor, File::Mode mode) {
   struct stat status;
-  return fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+  if (fstat(descriptor, &status) != 0) return true;
+  return !S_ISDIR(status.st_mode) && (mode == File::Mode::Read || !S_ISFIFO(status.st_mode));
 }
 
 // Until all is moved, or no more is. Gives the number of bytes.
@@ -75,7 +77,7 @@ std::optional<File> File::Open(const std::string& path, Mode mode, Links links) 
   const int descriptor = RetryInterrupted([&] { return open(SystemPath(path), flags, kNewFile); });
   if (descriptor < 0) return std::nullopt;
   File file(descriptor);
-  if (IsDirectory(descriptor)) return std::nullopt;
+  if (!IsOpenable(descriptor, mode)) return std::nullopt;
   // Writing does wait, so that nothing is lost on a slow terminal.
   if (mode != Mode::Read) fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
   return file;

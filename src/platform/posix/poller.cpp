@@ -10,17 +10,23 @@ namespace tlm::platform {
 
 namespace {
 
+constexpr std::uint32_t kToRead = EPOLLIN | EPOLLRDHUP | EPOLLPRI;
+
 SocketEvent EventOf(const epoll_event& event) {
   const std::uint32_t what = event.events;
   const bool failed = (what & (EPOLLHUP | EPOLLERR)) != 0;
   const bool ended = failed || (what & EPOLLRDHUP) != 0;
-  return {event.data.fd, ended || (what & EPOLLIN) != 0, failed || (what & EPOLLOUT) != 0, ended};
+  return {.Which = event.data.fd,
+          .Readable = ended || (what & EPOLLIN) != 0,
+          .Writable = failed || (what & EPOLLOUT) != 0,
+          .Ended = ended,
+          .Urgent = (what & EPOLLPRI) != 0};
 }
 
 }  // namespace
 
 Poller::Poller() : descriptor_(epoll_create1(EPOLL_CLOEXEC)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  Add(wake_);
+  Add(wake_, Direction::Read);
 }
 
 Poller::~Poller() {
@@ -32,9 +38,15 @@ Poller::~Poller() {
 // Each of them is told, and nobody reads the number that it adds up to.
 void Poller::Wake() { eventfd_write(wake_, 1); }
 
-bool Poller::Add(Socket socket) {
+bool Poller::Add(Socket socket) { return Add(socket, kToRead | EPOLLOUT); }
+
+bool Poller::Add(Socket socket, Direction direction) {
+  return Add(socket, direction == Direction::Read ? kToRead : std::uint32_t{EPOLLOUT});
+}
+
+bool Poller::Add(Socket socket, std::uint32_t events) {
   epoll_event event{};
-  event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+  event.events = events | EPOLLET;
   event.data.fd = socket;
   if (epoll_ctl(descriptor_, EPOLL_CTL_ADD, socket, &event) == 0) return true;
   return errno == EEXIST && epoll_ctl(descriptor_, EPOLL_CTL_MOD, socket, &event) == 0;
