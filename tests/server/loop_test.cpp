@@ -226,14 +226,17 @@ TEST_F(ServerLoop, AnUploadThatWaitsDoesNotCostADownloadItsConnection) {
 }
 
 TEST_F(ServerLoop, ACallInManySmallPiecesHoldsNobodyUp) {
-  RawConnection busy(Server.Port(), HalfTransfer(1).substr(0, HalfTransfer(1).size() - 4) + U32(16 * kMegabyte));
   const auto times = [](int count, const std::string& text) {
     std::string all;
     while (count-- > 0) all += text;
     return all;
   };
-  const std::string pieces = Record(std::string(8 * kMegabyte, 'x')) + times(1'500'000, U32(1) + "y") + U32(kLast) +
-                             times(2'000'000, Record("z"));
+  const std::string fragments = U32(4) + U32(1'500'000) + times(1'500'000, U32(1) + "y") + U32(kLast);
+  const std::string name = Server.Root().Path("pieces");
+  const std::string head = Record(Call(kPutFiles, U32(1) + Text(name) + Text("") + U32(0) + U32(8 * kMegabyte)));
+  const std::string pieces =
+      Record(std::string(8 * kMegabyte, 'x')) + fragments + times(500'000, Record(U32(4) + "zzzz")) + Record(U32(0));
+  RawConnection busy(Server.Port(), head);
   std::atomic<bool> isSent = false;
   std::thread sender([&] {
     busy.Send(pieces);
@@ -243,6 +246,8 @@ TEST_F(ServerLoop, ACallInManySmallPiecesHoldsNobodyUp) {
   while (!isSent && Serves()) ++answers;
   sender.join();
   EXPECT_GE(answers, 4);
+  EXPECT_EQ(busy.ReceiveRecord(), Reply(U32(1)));
+  EXPECT_EQ(std::filesystem::file_size(name), 8 * kMegabyte + 1'500'000 + 4 * 500'000);
 }
 
 TEST_F(ServerLoop, UrgentDataHidesNoCall) {
