@@ -42,9 +42,10 @@ int ServerProcess::AwaitEnd() {
 std::size_t ServerProcess::PeakMemory() const {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)  // they keep what has been given back
   return 0;
-#endif
+#else
   const std::string status = ReadFile("/proc/" + std::to_string(Pid()) + "/status");
   return std::stoul(status.substr(status.find("VmHWM:") + 6)) * 1024;
+#endif
 }
 
 std::ptrdiff_t ServerProcess::OpenDescriptors() const {

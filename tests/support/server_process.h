@@ -48,7 +48,7 @@ class ServerProcess {
   int AwaitEnd();
   bool IsRunning() { return program_ && !program_->ExitCode(); }
   void Kill() { program_.reset(); }
-  // Largest amount of memory that it has held so far, in bytes.
+  // Largest amount of memory that it has held so far, in bytes; 0 under a sanitizer.
   std::size_t PeakMemory() const;
   std::ptrdiff_t OpenDescriptors() const;
 
