@@ -92,6 +92,7 @@ TEST_F(FewDescriptors, AreEnoughForWhoIsServedAndAFailureForWhatIsNot) {
   JobClient client(Server.Port());
   const FileTransferList files{{{client.Map(Work.Root() + "/") + "/deck", Work.Write("deck", "content")}}};
   EXPECT_TRUE(client.PutFiles(files));
+  EXPECT_EQ(client.AwaitEnd(client.SubmitJob(NewJob("true"))).Status, std::uint32_t{Finished});
   std::vector<RawConnection> crowd;
   for (int i = 0; i < 28; ++i) crowd.emplace_back(Server.Port());
   ASSERT_TRUE(Eventually([&] { return Server.OpenDescriptors() == 32; }));
