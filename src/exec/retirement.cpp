@@ -45,10 +45,10 @@ void PushFollowers(const JobManagerState& state, JobRef leader, std::vector<JobR
 }  // namespace
 
 void SweepJobs(JobManagerState& state) {
-  const std::set<JobRef> retirable = state.Jobs.Retirable();
+  const std::vector<JobRef> retirable = state.Jobs.Retirable().All();
   std::set<JobRef> retired;
   for (JobRef ref : retirable) RetireJob(state, state.Jobs.Find(ref), retired);
-  const std::set<JobRef> removed = state.Jobs.RemovedJobs();
+  const std::vector<JobRef> removed = state.Jobs.RemovedJobs().All();
   for (JobRef ref : removed) state.Jobs.Erase(ref);
   if (!removed.empty()) WakeWorkers(state);  // for what had waited for one of these
 }

@@ -18,9 +18,8 @@ bool QueueMayStart(const JobManagerState& state) REQUIRES(state.StateLock) {
 
 // The first of the jobs that may start, 0 for none.
 JobRef FirstStartable(const JobManagerState& state) REQUIRES(state.StateLock) {
-  const auto first = [](const std::set<JobRef>& ready) { return ready.empty() ? 0 : *ready.begin(); };
-  const JobRef atOnce = first(state.Jobs.ReadyAtOnce());
-  const JobRef inQueue = QueueMayStart(state) ? first(state.Jobs.ReadyInQueue()) : 0;
+  const JobRef atOnce = state.Jobs.ReadyAtOnce().First();
+  const JobRef inQueue = QueueMayStart(state) ? state.Jobs.ReadyInQueue().First() : 0;
   return atOnce != 0 && inQueue != 0 ? std::min(atOnce, inQueue) : std::max(atOnce, inQueue);
 }
 
@@ -81,9 +80,9 @@ void WorkerLoop(JobManagerState& state) {
 }  // namespace
 
 std::uint32_t StartableJobCount(const JobManagerState& state) {
-  const auto atOnce = static_cast<std::uint32_t>(state.Jobs.ReadyAtOnce().size());
+  const auto atOnce = static_cast<std::uint32_t>(state.Jobs.ReadyAtOnce().Size());
   if (!QueueMayStart(state)) return atOnce;
-  const auto inQueue = static_cast<std::int64_t>(state.Jobs.ReadyInQueue().size());
+  const auto inQueue = static_cast<std::int64_t>(state.Jobs.ReadyInQueue().Size());
   const std::int64_t room = std::int64_t{state.QueueLimit} - state.RunningCount - atOnce;
   return atOnce + static_cast<std::uint32_t>(std::max<std::int64_t>(0, std::min(inQueue, room)));
 }

@@ -113,8 +113,9 @@ void ORpcThread::Await(platform::Socket socket, Direction direction) {
 
 void ORpcThread::Pass(const Waited* waited) {
   std::fflush(stdout);
-  const bool isNew = TakeRequest();
-  sockets_.Look(waited, isNew ? std::chrono::microseconds(0) : LongestSleep(), request_.has_value());
+  TakeRequest();
+  const bool isAsked = request_ && busy_ == 0 && !sockets_.ListenersPaused();
+  sockets_.Look(waited, isAsked ? std::chrono::microseconds(0) : LongestSleep(), request_.has_value());
   if (request_ && HasCaughtUp(waited)) catchUp_->Answer(*std::exchange(request_, std::nullopt));
   Beat();
   if (stop_) return;
@@ -123,12 +124,10 @@ void ORpcThread::Pass(const Waited* waited) {
   AcceptReady();
 }
 
-// True if there is one that was not there before.
-bool ORpcThread::TakeRequest() {
-  if (!catchUp_ || request_) return false;
+void ORpcThread::TakeRequest() {
+  if (!catchUp_ || request_) return;
   request_ = catchUp_->Request();
   if (request_) requestTaken_ = Clock::now();
-  return request_.has_value();
 }
 
 // After a look that began when the request was there.

@@ -87,7 +87,7 @@ class ORpcThread {
   };
 
   void Pass(const Waited* waited);
-  bool TakeRequest();
+  void TakeRequest();
   bool HasCaughtUp(const Waited* waited) const;
   std::optional<std::chrono::microseconds> LongestSleep() const;
   bool HoldsOthersUp(platform::Socket socket) const;

@@ -40,7 +40,7 @@ struct Job : Task {
   bool ConfirmedToPeer = false;        // the peer was told that all results are here, and has not been heard of since
   JobRef CreatorJob = 0;               // the job whose process submitted it
   std::uint64_t Handle = 0;            // its identity towards clients
-  std::string TempDir;                 // * where it runs and where its results lie
+  std::string TempDir;                 // where it runs and its results lie; JobTable::SetDirectory
   std::string OutFile;                 // its captured output
   std::shared_ptr<const Installation> Installed;      // as it was when the job was submitted; never null
   std::map<std::string, std::uint32_t> SentFileSize;  // by name of a result file, as last sent to the client

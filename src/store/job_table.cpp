@@ -6,16 +6,6 @@ namespace tlm {
 
 namespace {
 
-constexpr JobRef kHandleStep = 4;
-
-void SetMember(std::set<JobRef>& set, JobRef ref, bool member) {
-  if (member) {
-    set.insert(ref);
-  } else {
-    set.erase(ref);
-  }
-}
-
 template <class First>
 std::vector<JobRef> SecondsOf(const std::set<std::pair<First, JobRef>>& pairs, First first) {
   std::vector<JobRef> refs;
@@ -28,10 +18,9 @@ std::vector<JobRef> SecondsOf(const std::set<std::pair<First, JobRef>>& pairs, F
 }  // namespace
 
 Job& JobTable::Add() {
-  lastHandle_ += kHandleStep;
+  lastHandle_ += HandleSet::kHandleStep;
   Entry& entry = jobs_.emplace_back();
   byHandle_.emplace(lastHandle_, std::prev(jobs_.end()));
-  entry.IndexedDirectory = directories_.end();
   entry.Record.Handle = lastHandle_;
   static const auto nowhere = std::make_shared<const Installation>();
   entry.Record.Installed = nowhere;
@@ -56,10 +45,11 @@ void JobTable::Erase(JobRef ref) {
   for (const JobRef leader : {entry.Record.Predecessor, entry.Record.CreatorJob}) followers_.erase({leader, ref});
   byPid_.erase({entry.IndexedPid, ref});
   byPort_.erase({entry.IndexedPort, ref});
-  IndexDirectory(entry, "");
+  const auto directory = directories_.find(entry.Record.TempDir);
+  if (directory != directories_.end() && --directory->second == 0) directories_.erase(directory);
   if (entry.UsesQueue) --queueUsers_;
   if (entry.RunsLite) --liteRunning_;
-  for (std::set<JobRef>* index : {&readyAtOnce_, &readyInQueue_, &retirable_, &removed_}) index->erase(ref);
+  for (HandleSet* index : {&readyAtOnce_, &readyInQueue_, &retirable_, &removed_}) index->Set(ref, false);
   jobs_.erase(found->second);
   byHandle_.erase(found);
   const std::vector<JobRef> followers = FollowersOf(ref);
@@ -85,6 +75,11 @@ void JobTable::SetCreator(Job& job, JobRef creator) {
   Follow(job.Handle, creator);
 }
 
+void JobTable::SetDirectory(Job& job, std::string directory) {
+  job.TempDir = std::move(directory);
+  if (!job.TempDir.empty()) ++directories_[job.TempDir];
+}
+
 void JobTable::Follow(JobRef follower, JobRef leader) {
   if (Find(leader)) followers_.emplace(leader, follower);
 }
@@ -97,7 +92,6 @@ void JobTable::Changed(Job& job) {
     entry.IndexedPid = job.Pid;
   }
   IndexOwner(entry, job.ClientPort);
-  IndexDirectory(entry, job.TempDir);
   const bool isActive = job.Status == Queued || job.Status == Starting || job.Status == Running;
   const bool usesQueue = job.RunClass == kRunQueued && isActive;
   queueUsers_ = queueUsers_ + (usesQueue ? 1 : 0) - (entry.UsesQueue ? 1 : 0);
@@ -105,8 +99,8 @@ void JobTable::Changed(Job& job) {
   const bool runsLite = job.Lite && job.Status == Running;
   liteRunning_ = liteRunning_ + (runsLite ? 1 : 0) - (entry.RunsLite ? 1 : 0);
   entry.RunsLite = runsLite;
-  SetMember(retirable_, job.Handle, IsRetirable(job));
-  SetMember(removed_, job.Handle, job.Status == Removed);
+  retirable_.Set(job.Handle, IsRetirable(job));
+  removed_.Set(job.Handle, job.Status == Removed);
   IndexReadiness(job);
   if (entry.IndexedStatus == job.Status) return;
   entry.IndexedStatus = job.Status;
@@ -121,18 +115,10 @@ void JobTable::IndexOwner(Entry& entry, std::uint32_t clientPort) {
   entry.IndexedPort = clientPort;
 }
 
-void JobTable::IndexDirectory(Entry& entry, const std::string& directory) {
-  const Directories::iterator former = entry.IndexedDirectory;
-  if (former == directories_.end() ? directory.empty() : former->first == directory) return;
-  if (former != directories_.end() && --former->second == 0) directories_.erase(former);
-  entry.IndexedDirectory = directory.empty() ? directories_.end() : directories_.try_emplace(directory).first;
-  if (!directory.empty()) ++entry.IndexedDirectory->second;
-}
-
 void JobTable::IndexReadiness(const Job& job) {
   const bool ready = job.Status == Queued && job.RunClass != kRunDistributed && !IsBlocked(job);
-  SetMember(readyAtOnce_, job.Handle, ready && job.RunClass == kRunAtOnce);
-  SetMember(readyInQueue_, job.Handle, ready && job.RunClass != kRunAtOnce);
+  readyAtOnce_.Set(job.Handle, ready && job.RunClass == kRunAtOnce);
+  readyInQueue_.Set(job.Handle, ready && job.RunClass != kRunAtOnce);
 }
 
 void JobTable::IndexFollowers(const std::vector<JobRef>& followers) {
@@ -167,7 +153,7 @@ void JobTable::Detach(std::int32_t pid) {
 
 void JobTable::ReindexProcess(std::int32_t pid) {
   for (auto next = byPid_.lower_bound({pid, 0}); next != byPid_.end() && next->first == pid; ++next) {
-    SetMember(retirable_, next->second, IsRetirable(*Find(next->second)));
+    retirable_.Set(next->second, IsRetirable(*Find(next->second)));
   }
 }
 

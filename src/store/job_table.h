@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "store/handle_set.h"
 #include "store/job.h"
 
 namespace tlm {
@@ -35,6 +36,8 @@ class JobTable {
   // job.
   void SetPredecessor(Job& job, JobRef predecessor);
   void SetCreator(Job& job, JobRef creator);
+  // Names the directory where the job runs and its results lie, its TempDir. Once for a job.
+  void SetDirectory(Job& job, std::string directory);
   // Brings the indexes up to date after a change of the fields that Job marks, or of the Task's ClientPort, Status,
   // RunClass and ResultFlags.
   void Changed(Job& job);
@@ -47,8 +50,8 @@ class JobTable {
   bool IsBlocked(const Job& job) const;
   // Jobs that are Queued and not blocked, in order of creation: those that may always start, and those that are subject
   // to the queue's limit. Jobs to be distributed are in neither.
-  const std::set<JobRef>& ReadyAtOnce() const { return readyAtOnce_; }
-  const std::set<JobRef>& ReadyInQueue() const { return readyInQueue_; }
+  const HandleSet& ReadyAtOnce() const { return readyAtOnce_; }
+  const HandleSet& ReadyInQueue() const { return readyInQueue_; }
   // True while a job of RunClass 1 is Queued, Starting or Running. A look that finds nothing to start while others are
   // being started must not stop the queue before these.
   bool QueueInUse() const { return queueUsers_ != 0; }
@@ -73,14 +76,12 @@ class JobTable {
 
   // Jobs that a sweep takes out, in order of creation: those that nothing holds any more, and those already Removed.
   bool IsRetirable(const Job& job) const;
-  const std::set<JobRef>& Retirable() const { return retirable_; }
-  const std::set<JobRef>& RemovedJobs() const { return removed_; }
+  const HandleSet& Retirable() const { return retirable_; }
+  const HandleSet& RemovedJobs() const { return removed_; }
 
  private:
-  using Directories = std::map<std::string, std::size_t>;
   struct Entry {
     Job Record;
-    Directories::iterator IndexedDirectory;
     std::uint32_t IndexedStatus = 0;
     std::int32_t IndexedPid = 0;
     std::uint32_t IndexedPort = 0;
@@ -90,7 +91,6 @@ class JobTable {
 
   void Follow(JobRef follower, JobRef leader);
   void IndexOwner(Entry& entry, std::uint32_t clientPort);
-  void IndexDirectory(Entry& entry, const std::string& directory);
   void IndexReadiness(const Job& job);
   void IndexFollowers(const std::vector<JobRef>& followers);
   void ReindexProcess(std::int32_t pid);
@@ -102,12 +102,12 @@ class JobTable {
   std::map<std::int32_t, JobRef> processTable_;
   std::set<std::pair<std::int32_t, JobRef>> byPid_;
   std::set<std::pair<std::uint32_t, JobRef>> byPort_;
-  std::set<std::pair<JobRef, JobRef>> followers_;  // behind their leaders
-  Directories directories_;                        // how many jobs are in each
-  std::set<JobRef> readyAtOnce_;
-  std::set<JobRef> readyInQueue_;
-  std::set<JobRef> retirable_;
-  std::set<JobRef> removed_;
+  std::set<std::pair<JobRef, JobRef>> followers_;   // behind their leaders
+  std::map<std::string, std::size_t> directories_;  // how many jobs are in each
+  HandleSet readyAtOnce_;
+  HandleSet readyInQueue_;
+  HandleSet retirable_;
+  HandleSet removed_;
   std::size_t queueUsers_ = 0;
   std::size_t liteRunning_ = 0;
 };

@@ -32,8 +32,8 @@ void CopySubmission(Job& job, const Submission& submission) {
 
 std::string OutFileName(const Job& job) { return kPathSeparator + job.ResultStem + "_out"; }
 
-void SetPaths(Job& job, const Session& session) {
-  job.TempDir = ServerDirectory(session, job.WorkDir);
+void SetPaths(JobManagerState& state, Job& job, const Session& session) REQUIRES(state.StateLock) {
+  state.Jobs.SetDirectory(job, ServerDirectory(session, job.WorkDir));
   job.OutFile = job.TempDir + OutFileName(job);
   job.Installed = session.Installed;
 }
@@ -53,7 +53,7 @@ Job* AddSubmittedJob(JobManagerState& state, const Session& session, const Submi
   job.Status = EndedBadly(predecessor) ? predecessor->Status : std::uint32_t{Queued};
   job.Scheduled = platform::SecondsSince1970();
   job.Priority = state.DefaultPriority;
-  SetPaths(job, session);
+  SetPaths(state, job, session);
   if (const auto directory = ClientDirectory::Open(state, job.TempDir)) DeleteOutFile(*directory, job);
 
   if (Job* creator = state.Jobs.Find(session.AttachedJob)) {

@@ -48,6 +48,7 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     const JobRef creator = AnyRef(), predecessor = AnyRef();
     Table.SetCreator(job, creator);
     Table.SetPredecessor(job, predecessor);
+    Table.SetDirectory(job, std::string(Below(3), 'd'));
     EXPECT_TRUE(job.CreatorJob == creator && job.Predecessor == predecessor);
   }
   void Change(Job& job) {
@@ -60,7 +61,6 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     if (maybe()) job.Status = 1 + Below(7);
     if (maybe()) job.Lite = !job.Lite;
     if (maybe()) job.ClientPort = Below(6);
-    if (maybe()) job.TempDir = std::string(Below(3), 'd');
     Table.Changed(job);
   }
   void Erase(JobRef ref) {
@@ -85,21 +85,26 @@ struct JobTableModel : ::testing::TestWithParam<unsigned> {
     if (Refs.contains(ref)) Change(*Table.Find(ref));
   }
 
+  static void ExpectSet(const HandleSet& set, const std::vector<JobRef>& refs) {
+    EXPECT_EQ(set.All(), refs);
+    EXPECT_EQ(set.Size(), refs.size());
+    EXPECT_EQ(set.First(), refs.empty() ? 0 : refs.front());
+  }
   void Compare() {
     ASSERT_THAT(Table.All(), ElementsAreArray(Refs));
     EXPECT_EQ(Table.Size(), Refs.size());
     const auto ready = [this](const Job& job) { return job.Status == Queued && !IsBlocked(job); };
     const auto readyAtOnce = Where([&](const Job& job) { return ready(job) && job.RunClass == 0; });
     const auto readyInQueue = Where([&](const Job& job) { return ready(job) && job.RunClass % 2 == 1; });
-    EXPECT_THAT(Table.ReadyAtOnce(), ElementsAreArray(readyAtOnce));
-    EXPECT_THAT(Table.ReadyInQueue(), ElementsAreArray(readyInQueue));
+    ExpectSet(Table.ReadyAtOnce(), readyAtOnce);
+    ExpectSet(Table.ReadyInQueue(), readyInQueue);
     const auto queued = Where([](const Job& job) {
       return job.RunClass == 1 && (job.Status == Queued || job.Status == Starting || job.Status == Running);
     });
     EXPECT_EQ(Table.QueueInUse(), !queued.empty());
     EXPECT_EQ(Table.LiteCount(), Where([](const Job& job) { return job.Lite && job.Status == Running; }).size());
-    EXPECT_THAT(Table.Retirable(), ElementsAreArray(Where([this](const Job& job) { return IsRetirable(job); })));
-    EXPECT_THAT(Table.RemovedJobs(), ElementsAreArray(Where([](const Job& job) { return job.Status == Removed; })));
+    ExpectSet(Table.Retirable(), Where([this](const Job& job) { return IsRetirable(job); }));
+    ExpectSet(Table.RemovedJobs(), Where([](const Job& job) { return job.Status == Removed; }));
     for (JobRef ref : Refs) {
       EXPECT_EQ(Table.IsBlocked(*Table.Find(ref)), IsBlocked(*Table.Find(ref)));
       const auto followers = Where([ref](const Job& job) { return job.Predecessor == ref || job.CreatorJob == ref; });
