@@ -1,7 +1,5 @@
 #include "exec/completion.h"
 
-#include <chrono>
-
 #include "exec/launch.h"
 #include "exec/retirement.h"
 #include "exec/worker.h"
@@ -17,7 +15,6 @@ namespace {
 constexpr int kSuccessCode = 4;  // in a message file
 constexpr std::chrono::milliseconds kWatchInterval{1000};
 constexpr std::chrono::milliseconds kReportPatience{900};
-constexpr std::chrono::milliseconds kEndPause{10};  // until the exit code of an end that has been seen is there
 
 // A process that has reported success itself needs no message file; else the file decides.
 void TakeMessageFile(Job& job, const std::string& directory) {

@@ -1,6 +1,8 @@
 // What follows when the processes of a job have ended.
 #pragma once
 
+#include <chrono>
+
 #include "store/confinement.h"
 #include "store/job_manager_state.h"
 
@@ -9,6 +11,8 @@ namespace tlm {
 // After the end of a process: returns once what it had told the server by then has been served, but not so late that
 // the end would be told later than within a second.
 void AwaitReports(JobManagerState& state) EXCLUDES(state.StateLock);
+// Who has seen an end whose exit code is not there yet, as a debugger has it first, looks again after so long.
+inline constexpr std::chrono::milliseconds kEndPause{10};
 
 // Turns the end of the job's last process, or the failure to start one, into its final Status, by what the process
 // reported or left in its message file. Gives the worker's run slot back. Null for a directory that was refused.

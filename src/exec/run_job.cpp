@@ -27,7 +27,6 @@ using platform::Process;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPollInterval{1000};
-constexpr std::chrono::milliseconds kEndPause{10};
 constexpr std::uint32_t kLaunchFailedCode = 255;
 
 enum class Outcome {
@@ -180,7 +179,7 @@ Outcome FollowProcess(JobManagerState& state, Run& run, const Process& process) 
         return Outcome::Stopping;
       case Polled::Runs:
         pause = kPollInterval;
-        if (hasEnded) platform::Sleep(kEndPause);  // its exit code is not there yet: a debugger has it first, say
+        if (hasEnded) platform::Sleep(kEndPause);
     }
   }
 }

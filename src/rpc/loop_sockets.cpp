@@ -41,7 +41,7 @@ void LoopSockets::Look(const Waited* waited, std::optional<std::chrono::microsec
   const int result = poller_.Wait(events_, limit);
   lastLook_ = Clock::now();
   for (const platform::SocketEvent& event : events_) Note(event);
-  if (trace.IsOn()) ORpcTrace::Continued(2).Print("%d\n", result < 0 ? result : CountReady(waited));
+  if (trace.IsOn()) ORpcTrace::Continued(2).Print("%d\n", result < 0 ? result : static_cast<int>(CountReady(waited)));
 }
 
 bool LoopSockets::IsLookDue() const { return Clock::now() - lastLook_ >= kLooksApart; }
@@ -50,8 +50,9 @@ bool LoopSockets::HasWork(const Waited* waited) const {
   return connections_.FirstReady() || (waited && IsReady(*waited)) || (HasReadyListener() && !ListenersPaused());
 }
 
-bool LoopSockets::HasReadyListener() const {
-  return std::any_of(listeners_.begin(), listeners_.end(), [](const Listener& listener) { return listener.Ready; });
+std::size_t LoopSockets::ReadyListeners() const {
+  const auto isReady = [](const Listener& listener) { return listener.Ready; };
+  return static_cast<std::size_t>(std::count_if(listeners_.begin(), listeners_.end(), isReady));
 }
 
 bool LoopSockets::HasEndedConnection() const {
@@ -115,11 +116,9 @@ std::string LoopSockets::DescribeWait(const Waited* waited) const {
   return std::to_string(highest + 1) + ',' + Describe(reading) + ',' + Describe(writing);
 }
 
-int LoopSockets::CountReady(const Waited* waited) const {
-  const auto isReady = [](const Listener& listener) { return listener.Ready; };
-  const auto listeners = ListenersPaused() ? 0 : std::count_if(listeners_.begin(), listeners_.end(), isReady);
-  return static_cast<int>(connections_.ReadyCount()) + static_cast<int>(listeners) +
-         (waited && IsReady(*waited) ? 1 : 0);
+std::size_t LoopSockets::CountReady(const Waited* waited) const {
+  const std::size_t listeners = ListenersPaused() ? 0 : ReadyListeners();
+  return connections_.ReadyCount() + listeners + (waited && IsReady(*waited) ? 1 : 0);
 }
 
 }  // namespace tlm

@@ -15,6 +15,7 @@ namespace tlm {
 
 using platform::Direction;
 
+// What a call in progress cannot go on without.
 struct Waited {
   platform::Socket Socket;
   tlm::Direction Direction;
@@ -55,7 +56,7 @@ class LoopSockets {
 
   // There is a call to be served, somebody to be accepted, or the socket has become ready.
   bool HasWork(const Waited* waited) const;
-  bool HasReadyListener() const;
+  bool HasReadyListener() const { return ReadyListeners() != 0; }
   // A connection is there that its peer has ended, so that it will be closed when it has been served.
   bool HasEndedConnection() const;
 
@@ -72,7 +73,8 @@ class LoopSockets {
   bool IsReady(const Waited& waited) const;
   void Note(const platform::SocketEvent& event);
   std::string DescribeWait(const Waited* waited) const;
-  int CountReady(const Waited* waited) const;
+  std::size_t ReadyListeners() const;
+  std::size_t CountReady(const Waited* waited) const;
 
   platform::Poller poller_;
   std::vector<platform::SocketEvent> events_;  // of the last look
