@@ -17,7 +17,8 @@ namespace tlm {
 //
 // The loop's part, on its own thread:
 //   1. Open before its first look, Close after its last one.
-//   2. Before each look it takes the Request, unless it is still about an earlier one. A look with one begins afresh, and
+//   2. Before each look it takes the Request, unless it is still about an earlier one. A look with one begins afresh,
+//   and
 //      does not sleep if it might be the one that finds nothing more: it would find what came later. That the loop was
 //      only woken does not count as something found.
 //   3. It gives the Request to Answer as soon as nothing is to be served or accepted and no call is half served; or,
