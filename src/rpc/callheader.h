@@ -44,35 +44,25 @@ inline bool IsRefusal(const OrpcSocketError& error) {
 }
 
 inline ORpcIO& Encode(ORpcIO& io, const CallHeader& header) {
-  for (std::uint32_t word :
-       {header.Xid, header.MsgType, header.RpcVersion, header.Program, header.Version, header.Procedure,
-        header.AuthFlavor, header.AuthLength, header.AuthFlavor, header.AuthLength}) {
-    Encode(io, word);
-  }
-  return io;
+  return EncodeWords<10>(
+      io, {header.Xid, header.MsgType, header.RpcVersion, header.Program, header.Version, header.Procedure,
+           header.AuthFlavor, header.AuthLength, header.AuthFlavor, header.AuthLength});
 }
 
 inline void Decode(ORpcIO& io, CallHeader& header) {
-  for (std::uint32_t* word :
-       {&header.Xid, &header.MsgType, &header.RpcVersion, &header.Program, &header.Version, &header.Procedure,
-        &header.AuthFlavor, &header.AuthLength, &header.AuthFlavor, &header.AuthLength}) {
-    Decode(io, *word);
-  }
+  const auto [xid, type, rpcVersion, program, version, procedure, credFlavor, credLength, verfFlavor, verfLength] =
+      DecodeWords<10>(io);
+  header = {xid, type, rpcVersion, program, version, procedure, verfFlavor, verfLength};
 }
 
 inline ORpcIO& Encode(ORpcIO& io, const ReplyHeader& header) {
-  for (std::uint32_t word :
-       {header.Xid, header.MsgType, header.ReplyStat, header.VerfFlavor, header.VerfLength, header.AcceptedStat}) {
-    Encode(io, word);
-  }
-  return io;
+  return EncodeWords<6>(
+      io, {header.Xid, header.MsgType, header.ReplyStat, header.VerfFlavor, header.VerfLength, header.AcceptedStat});
 }
 
 inline void Decode(ORpcIO& io, ReplyHeader& header) {
-  for (std::uint32_t* word : {&header.Xid, &header.MsgType, &header.ReplyStat, &header.VerfFlavor, &header.VerfLength,
-                              &header.AcceptedStat}) {
-    Decode(io, *word);
-  }
+  const auto [xid, type, replyStat, verfFlavor, verfLength, acceptedStat] = DecodeWords<6>(io);
+  header = {xid, type, replyStat, verfFlavor, verfLength, acceptedStat};
 }
 
 }  // namespace tlm

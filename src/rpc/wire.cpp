@@ -49,6 +49,16 @@ void EncodePadding(ORpcIO& io, std::uint32_t length) {
   if (PaddingOf(length) > 0) io.Write(kZeros, PaddingOf(length));
 }
 
+void ReadWords(ORpcIO& io, std::span<std::uint32_t> words) {
+  for (std::size_t read = 0; read < words.size();) {
+    const auto rest = words.subspan(read);
+    const std::uint32_t count = io.Read(rest.data(), static_cast<std::uint32_t>(rest.size_bytes()));
+    if (count == 0 || count % sizeof(std::uint32_t) != 0) throw kMarshalError;
+    read += count / sizeof(std::uint32_t);
+  }
+  for (std::uint32_t& word : words) word = LoadBigEndian<std::uint32_t>(reinterpret_cast<const unsigned char*>(&word));
+}
+
 void Decode(ORpcIO& io, std::uint32_t& value) { DecodeInteger(io, value); }
 void Decode(ORpcIO& io, std::uint64_t& value) { DecodeInteger(io, value); }
 void Decode(ORpcIO& io, bool& value) { value = Decoded<std::uint32_t>(io) != 0; }

@@ -3,9 +3,12 @@
 // be chained. Decoders throw kMarshalError when the record ends inside an item.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "rpc/orpcio.h"
 
@@ -13,19 +16,21 @@ namespace tlm {
 
 inline constexpr std::uint32_t kMaxStringLength = 0x1000000;  // bytes
 
+// Without a loop, so that each becomes one instruction.
 template <class Integer>
 void StoreBigEndian(Integer value, unsigned char* bytes) {
-  for (int i = sizeof(Integer) - 1; i >= 0; --i) {
-    bytes[i] = static_cast<unsigned char>(value);
-    value >>= 8;
+  [&]<std::size_t... At>(std::index_sequence<At...>) {
+    ((bytes[At] = static_cast<unsigned char>(value >> 8 * (sizeof(Integer) - 1 - At))), ...);
   }
+  (std::make_index_sequence<sizeof(Integer)>());
 }
 
 template <class Integer>
 Integer LoadBigEndian(const unsigned char* bytes) {
-  Integer value = 0;
-  for (std::size_t i = 0; i < sizeof(Integer); ++i) value = static_cast<Integer>(value << 8 | bytes[i]);
-  return value;
+  return [&]<std::size_t... At>(std::index_sequence<At...>) {
+    return static_cast<Integer>(((Integer{bytes[At]} << 8 * (sizeof(Integer) - 1 - At)) | ...));
+  }
+  (std::make_index_sequence<sizeof(Integer)>());
 }
 
 ORpcIO& Encode(ORpcIO& io, std::uint32_t value);
@@ -54,6 +59,22 @@ Value Decoded(ORpcIO& io) {
 
 inline void Decode(ORpcIO& io, std::int32_t& value) { value = static_cast<std::int32_t>(Decoded<std::uint32_t>(io)); }
 inline void Decode(ORpcIO& io, std::int64_t& value) { value = static_cast<std::int64_t>(Decoded<std::uint64_t>(io)); }
+
+// Integers that always come together, in one Write or, as a rule, one Read.
+template <std::size_t Count>
+ORpcIO& EncodeWords(ORpcIO& io, std::array<std::uint32_t, Count> words) {
+  for (std::uint32_t& word : words) StoreBigEndian(word, reinterpret_cast<unsigned char*>(&word));
+  io.Write(words.data(), sizeof words);
+  return io;
+}
+// A record may end between two of them.
+void ReadWords(ORpcIO& io, std::span<std::uint32_t> words);
+template <std::size_t Count>
+std::array<std::uint32_t, Count> DecodeWords(ORpcIO& io) {
+  std::array<std::uint32_t, Count> words;
+  ReadWords(io, words);
+  return words;
+}
 
 // Bytes that fill an item up to a multiple of 4.
 inline std::uint32_t PaddingOf(std::uint32_t length) { return -length & 3; }
