@@ -18,17 +18,17 @@ enum JobStatus : std::uint32_t {
   Aborted = 6,       // ended without success, or was removed before its end
   Removed = 7,       // finished and given up; the next sweep frees it
 };
-// Never stored: what a reader may be told once after a report of the process, and what goes with RequiredLevel.
-inline constexpr std::uint32_t kProgressNotice = 9;
-inline constexpr std::uint32_t kLevelNotice = 10;
+// Never stored.
+inline constexpr std::uint32_t kProgressNotice = 9;  // what one reader is told once after a report of progress
+inline constexpr std::uint32_t kLevelNotice = 10;    // goes with RequiredLevel
 
 // As programs read it: "launch-failed". "unknown" of 0, which no job of a server has.
 std::string StatusWord(std::uint32_t status);
 
 // Values of Task::RunClass. Any other counts as queued.
-inline constexpr std::uint32_t kRunAtOnce = 0;
-inline constexpr std::uint32_t kRunQueued = 1;
-inline constexpr std::uint32_t kRunDistributed = 2;
+inline constexpr std::uint32_t kRunAtOnce = 0;       // however many jobs run
+inline constexpr std::uint32_t kRunQueued = 1;       // when the queue runs and has room
+inline constexpr std::uint32_t kRunDistributed = 2;  // the same, or on a peer that has less to do
 
 // Bits of Task::ResultFlags.
 inline constexpr std::uint32_t kResultsAvailable = 1;

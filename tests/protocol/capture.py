@@ -1,0 +1,72 @@
+"""A relay between a client and a server that writes what goes by as a capture file, as if it had been taken from the
+network. Needs no privilege."""
+import socket
+import struct
+import threading
+import time
+
+SYN, FIN, ACK = 2, 1, 16
+LINKTYPE_RAW = 101
+FIRST_CLIENT_PORT = 40_000
+
+
+class Capture:
+    """Listens on `port`. `segment` is the largest number of bytes in a packet of the capture."""
+
+    def __init__(self, server_port, segment=1400):
+        self._server_port, self.segment = server_port, segment
+        self._packets, self._lock, self._threads = [], threading.Lock(), []
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self._listener.getsockname()[1]
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def write(self, path, port=None, first=0):
+        """Once all connections have ended. `port` is the server's in the file; the packets before `first` are left out."""
+        for thread in self._threads:
+            thread.join(30)
+        with open(path, "wb") as file:
+            file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 0x40000, LINKTYPE_RAW))
+            for moment, packet in self._packed(port or self.port)[first:]:
+                file.write(struct.pack("<IIII", int(moment), int(moment % 1 * 1e6), len(packet), len(packet)) + packet)
+
+    def _accept(self):
+        for number in range(10_000):
+            client = self._listener.accept()[0]
+            server = socket.create_connection(("127.0.0.1", self._server_port))
+            for pair in ((client, server, False), (server, client, True)):
+                thread = threading.Thread(target=self._pass_on, args=(number, *pair), daemon=True)
+                self._threads.append(thread)
+                thread.start()
+
+    def _pass_on(self, connection, source, target, is_reply):
+        self._note(connection, is_reply, SYN, b"")
+        try:
+            while data := source.recv(1 << 20):
+                self._note(connection, is_reply, ACK, data)
+                target.sendall(data)
+            target.shutdown(socket.SHUT_WR)
+        except OSError:
+            pass  # one end has gone
+        self._note(connection, is_reply, FIN | ACK, b"")
+
+    def _note(self, *packet):
+        with self._lock:
+            self._packets.append((time.time(), *packet))
+
+    def _packed(self, port):
+        packets, sent = [], {}
+        for moment, connection, is_reply, flags, data in self._packets:
+            for start in range(0, max(len(data), 1), self.segment):
+                part = data[start:start + self.segment]
+                here, there = (connection, is_reply), (connection, not is_reply)
+                header = self._header(connection, is_reply, port, len(part)) + struct.pack(
+                    ">IIBBHHH", sent.get(here, 1000), sent.get(there, 1000), 5 << 4, flags, 0xFFFF, 0, 0)
+                packets.append((moment, header + part))
+                sent[here] = sent.get(here, 1000) + len(part) + (flags & (SYN | FIN) != 0)
+        return packets
+
+    @staticmethod
+    def _header(connection, is_reply, port, size):
+        client, server = (bytes((10, 0, 0, 1)), FIRST_CLIENT_PORT + connection), (bytes((10, 0, 0, 2)), port)
+        source, target = (server, client) if is_reply else (client, server)
+        return struct.pack(">BBHHHBBH4s4sHH", 0x45, 0, 40 + size, 0, 0, 64, 6, 0, source[0], target[0], source[1], target[1])
