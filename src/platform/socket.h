@@ -54,6 +54,8 @@ std::int64_t Send(Socket socket, const void* data, std::size_t length);
 std::int64_t Receive(Socket socket, void* buffer, std::size_t length);
 // Bytes that can be read at once; 0 if that cannot be told.
 std::uint32_t BytesReadable(Socket socket);
+// Bytes sent that the peer's system has not taken yet; 0 if that cannot be told.
+std::uint32_t BytesQueued(Socket socket);
 // Waits for the socket end only when so many bytes, or the end, have come.
 void WakeFor(Socket socket, int bytes);
 

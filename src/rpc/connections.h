@@ -23,7 +23,7 @@ struct Connection {
   bool Urgent = false;    // it sends urgent data: a read that ends early has not found it empty
   bool Busy = false;      // a call of it is on the stack
   std::optional<std::chrono::steady_clock::time_point> StrangerSince;  // when it was accepted, up to its first call
-  std::size_t Gain = 0;  // bytes of the call's reply that have been sent since SlowSince, once it is set
+  std::size_t Due = 0;  // bytes that the peer had not taken at SlowSince, and those sent since
   std::optional<std::chrono::steady_clock::time_point> SlowSince;
   const ORpcRecordIO* InCall = nullptr;  // the stream of its call on the stack, once there is one
   std::unique_ptr<CallStream> Ahead;     // if there are bytes in it that came behind the last call

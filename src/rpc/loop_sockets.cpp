@@ -88,12 +88,13 @@ void LoopSockets::NoteReceived(platform::Socket socket, std::int64_t received, s
 void LoopSockets::NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted) {
   Connection* connection = connections_.Find(socket);
   if (!connection) return;
-  if (sent > 0) connection->Gain += static_cast<std::size_t>(sent);
+  if (sent > 0) connection->Due += static_cast<std::size_t>(sent);
   if (sent == static_cast<std::int64_t>(wanted)) return;
   connection->Writable = false;
-  if (connection->SlowSince && connection->Gain < kLeastGain) return;
+  const std::size_t queued = platform::BytesQueued(socket);
+  if (connection->SlowSince && connection->Due < queued + kLeastGain) return;
   connection->SlowSince = Clock::now();
-  connection->Gain = 0;
+  connection->Due = queued;
 }
 
 LoopSockets::Clock::duration LoopSockets::SlowFor(platform::Socket socket) const {

@@ -63,8 +63,8 @@ class LoopSockets {
   // What a Receive or a Send has moved, of what it was asked for; negative if it failed.
   void NoteReceived(platform::Socket socket, std::int64_t received, std::size_t wanted);
   void NoteSent(platform::Socket socket, std::int64_t sent, std::size_t wanted);
-  // For how long the connection has taken so little of its call's reply that it may well have stalled: what the system
-  // keeps for a peer grows a little now and then, though the peer takes nothing.
+  // For how long the connection has taken so little of its call's reply that it may well have stalled. What this system
+  // keeps for a peer, and keeps more of now and then, the peer has not taken.
   std::chrono::steady_clock::duration SlowFor(platform::Socket socket) const;
 
  private:

@@ -151,6 +151,11 @@ std::uint32_t BytesReadable(Socket socket) {
   return ioctl(socket, FIONREAD, &bytes) == 0 && bytes > 0 ? static_cast<std::uint32_t>(bytes) : 0;
 }
 
+std::uint32_t BytesQueued(Socket socket) {
+  int bytes = 0;
+  return ioctl(socket, TIOCOUTQ, &bytes) == 0 && bytes > 0 ? static_cast<std::uint32_t>(bytes) : 0;
+}
+
 void WakeFor(Socket socket, int bytes) { SetOption(socket, SOL_SOCKET, SO_RCVLOWAT, bytes); }
 
 std::optional<SocketAddress> LocalAddress(Socket socket) { return AskAddress(getsockname, socket); }
