@@ -1,5 +1,6 @@
 """A relay between a client and a server that writes what goes by as a capture file, as if it had been taken from the
 network. Needs no privilege."""
+import contextlib
 import socket
 import struct
 import threading
@@ -15,15 +16,13 @@ class Capture:
 
     def __init__(self, server_port, segment=1400):
         self._server_port, self.segment = server_port, segment
-        self._packets, self._lock, self._threads = [], threading.Lock(), []
+        self._packets, self._lock = [], threading.Lock()
         self._listener = socket.create_server(("127.0.0.1", 0))
         self.port = self._listener.getsockname()[1]
         threading.Thread(target=self._accept, daemon=True).start()
 
     def write(self, path, port=None, first=0):
-        """Once all connections have ended. `port` is the server's in the file; the packets before `first` are left out."""
-        for thread in self._threads:
-            thread.join(30)
+        """What has gone by so far. `port` is the server's in the file; the packets before `first` are left out."""
         with open(path, "wb") as file:
             file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 0x40000, LINKTYPE_RAW))
             for moment, packet in self._packed(port or self.port)[first:]:
@@ -33,21 +32,19 @@ class Capture:
         for number in range(10_000):
             client = self._listener.accept()[0]
             server = socket.create_connection(("127.0.0.1", self._server_port))
+            self._note(number, False, SYN, b"")
+            self._note(number, True, SYN | ACK, b"")
             for pair in ((client, server, False), (server, client, True)):
-                thread = threading.Thread(target=self._pass_on, args=(number, *pair), daemon=True)
-                self._threads.append(thread)
-                thread.start()
+                threading.Thread(target=self._pass_on, args=(number, *pair), daemon=True).start()
 
     def _pass_on(self, connection, source, target, is_reply):
-        self._note(connection, is_reply, SYN, b"")
-        try:
+        with contextlib.suppress(OSError):
             while data := source.recv(1 << 20):
                 self._note(connection, is_reply, ACK, data)
                 target.sendall(data)
-            target.shutdown(socket.SHUT_WR)
-        except OSError:
-            pass  # one end has gone
         self._note(connection, is_reply, FIN | ACK, b"")
+        with contextlib.suppress(OSError):
+            target.shutdown(socket.SHUT_WR)
 
     def _note(self, *packet):
         with self._lock:
@@ -55,7 +52,9 @@ class Capture:
 
     def _packed(self, port):
         packets, sent = [], {}
-        for moment, connection, is_reply, flags, data in self._packets:
+        with self._lock:
+            seen = list(self._packets)
+        for moment, connection, is_reply, flags, data in seen:
             for start in range(0, max(len(data), 1), self.segment):
                 part = data[start:start + self.segment]
                 here, there = (connection, is_reply), (connection, not is_reply)
