@@ -12,20 +12,21 @@ FIRST_CLIENT_PORT = 40_000
 
 
 class Capture:
-    """Listens on `port`. `segment` is the largest number of bytes in a packet of the capture."""
+    """Listens on `port`."""
 
-    def __init__(self, server_port, segment=1400):
-        self._server_port, self.segment = server_port, segment
-        self._packets, self._lock = [], threading.Lock()
+    def __init__(self, server_port):
+        self._server_port = server_port
+        self._passed, self._lock = [], threading.Lock()
         self._listener = socket.create_server(("127.0.0.1", 0))
         self.port = self._listener.getsockname()[1]
         threading.Thread(target=self._accept, daemon=True).start()
 
-    def write(self, path, port=None, first=0):
-        """What has gone by so far. `port` is the server's in the file; the packets before `first` are left out."""
+    def write(self, path, port, segment=1400, first=0):
+        """What has gone by so far. `port` is the server's in the file, `segment` the most bytes of a packet. The packets
+        before `first` are left out."""
         with open(path, "wb") as file:
             file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 0x40000, LINKTYPE_RAW))
-            for moment, packet in self._packed(port or self.port)[first:]:
+            for moment, packet in self._packets(port, segment)[first:]:
                 file.write(struct.pack("<IIII", int(moment), int(moment % 1 * 1e6), len(packet), len(packet)) + packet)
 
     def _accept(self):
@@ -46,18 +47,22 @@ class Capture:
         with contextlib.suppress(OSError):
             target.shutdown(socket.SHUT_WR)
 
-    def _note(self, *packet):
+    def _note(self, connection, is_reply, flags, data):
         with self._lock:
-            self._packets.append((time.time(), *packet))
+            last = self._passed[-1] if self._passed else None
+            if last and data and last[-1] and last[1:3] == (connection, is_reply):
+                last[-1].extend(data)
+            else:
+                self._passed.append((time.time(), connection, is_reply, flags, bytearray(data)))
 
-    def _packed(self, port):
+    def _packets(self, port, segment):
         packets, sent = [], {}
         with self._lock:
-            seen = list(self._packets)
-        for moment, connection, is_reply, flags, data in seen:
-            for start in range(0, max(len(data), 1), self.segment):
-                part = data[start:start + self.segment]
-                here, there = (connection, is_reply), (connection, not is_reply)
+            passed = [(*start, bytes(data)) for *start, data in self._passed]
+        for moment, connection, is_reply, flags, data in passed:
+            here, there = (connection, is_reply), (connection, not is_reply)
+            for start in range(0, max(len(data), 1), segment):
+                part = data[start:start + segment]
                 header = self._header(connection, is_reply, port, len(part)) + struct.pack(
                     ">IIBBHHH", sent.get(here, 1000), sent.get(there, 1000), 5 << 4, flags, 0xFFFF, 0, 0)
                 packets.append((moment, header + part))

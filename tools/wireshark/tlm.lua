@@ -207,12 +207,12 @@ end
 
 declare_fields()
 
--- What is raised while bytes are read: SHORT for `missing` more bytes that have to come first, BROKEN for `reason`.
+-- What is raised while bytes are read: SHORT if more have to come first, BROKEN for `reason`.
 
 local SHORT, BROKEN = {}, {}
 
-local function short(missing)
-  error(setmetatable({missing = missing}, SHORT))
+local function short()
+  error(setmetatable({}, SHORT))
 end
 
 local function broken(reason)
@@ -239,21 +239,17 @@ function Reader.new(tvb, start, is_all)
     size = 0}, Reader)
 end
 
-function Reader:lack(missing)
-  if self.is_all then broken("the capture lacks its end") end
-  short(missing)
-end
-
 -- Enters the next fragment, which has to be there whole if more may come.
 function Reader:enter()
   local there = self.tvb:len() - self.at
-  if there < 4 then self:lack(4 - there) end
+  if there < 4 and self.is_all then broken("the capture lacks its end") end
+  if there < 4 then short() end
   local mark = self.tvb(self.at, 4):uint()
   local length = mark % LAST_FRAGMENT
   if length > LONGEST_FRAGMENT then broken("a record of " .. length .. " bytes") end
   if length == 0 then self.empty = self.empty + 1 end
   if self.empty > MOST_EMPTY then broken("empty fragments without end") end
-  if there < 4 + length and not self.is_all then short(4 + length - there) end
+  if there < 4 + length and not self.is_all then short() end
   if #self.records > 0 and self.last and self:call_begins(length) then broken("it ends too early: another call begins") end
   local present = math.min(length, there - 4)
   self.records[#self.records + 1] = {start = self.at, length = present}
@@ -501,7 +497,7 @@ local function looks_like_message(tvb, start)
   local mark = there >= 4 and tvb(start, 4):uint() or LAST_FRAGMENT + SHORTEST_HEADER
   local length = mark % LAST_FRAGMENT
   if length < SHORTEST_HEADER or length > LONGEST_FRAGMENT then return false end
-  if there < 4 + SHORTEST_HEADER then short(4 + SHORTEST_HEADER - there) end
+  if there < 4 + SHORTEST_HEADER then short() end
   local type, third, program = tvb(start + 8, 4):uint(), tvb(start + 12, 4):uint(), tvb(start + 16, 4):uint()
   return type == CALL and (third == 2 or PROGRAMS[program] ~= nil) or type == REPLY and third <= 1
 end
@@ -533,7 +529,7 @@ local function read_message(tvb, start, pinfo, is_all)
     message.used = reader.size
     reader:finish()
   end)
-  if trouble and trouble.missing then error(trouble) end
+  if trouble and not trouble.reason then error(trouble) end
   if not message then return nil end
   message.records, message.stop = reader.records, trouble and reader.at + reader.left or reader.at
   message.trouble = trouble and trouble.reason
@@ -614,6 +610,7 @@ local function show_message(tvb, message, pinfo, tree)
   local words = title(message)
   local top = tree:add(tlm, tvb(message.records[1].start, message.stop - message.records[1].start), "Job manager, " .. words)
   pinfo.cols.info:append((pinfo.private.tlm_titles and "; " or "") .. words .. " (" .. message.xid .. ")")
+  pinfo.private.tlm_titles = "1"
   show_records(tvb, message, top)
   local shower = Shower.new(join(tvb, message), top)
   if message.call then top:add(OPERATION, message.call.operation[1]):set_generated() end
@@ -632,7 +629,7 @@ local function show_continuation(tvb, start, tree)
   top:add_proto_expert_info(EXPERT.continuation)
 end
 
--- Shows the messages from `start` on. Raises SHORT with `start` if more bytes are needed for the one there.
+-- Shows the messages in `tvb`, and asks for more bytes if the last of them is not whole.
 local function show_all(tvb, pinfo, tree)
   local is_all = pinfo.can_desegment == 0 or tvb:len() < tvb:reported_len()
   local start = 0
@@ -642,7 +639,8 @@ local function show_all(tvb, pinfo, tree)
       message = looks_like_message(tvb, start) and read_message(tvb, start, pinfo, is_all)
     end)
     if trouble and not is_all then
-      pinfo.desegment_offset, pinfo.desegment_len = start, trouble.missing
+      -- With the exact number that is missing, a second look does not always come by every message again.
+      pinfo.desegment_offset, pinfo.desegment_len = start, DESEGMENT_ONE_MORE_SEGMENT
       return
     end
     if not message then return show_continuation(tvb, start, tree) end
