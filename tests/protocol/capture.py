@@ -21,33 +21,35 @@ class Capture:
         self.port = self._listener.getsockname()[1]
         threading.Thread(target=self._accept, daemon=True).start()
 
-    def write(self, path, port, segment=1400, first=0):
+    def write(self, path, port, segment=1400, first=0, kept=1 << 16):
         """What has gone by so far. `port` is the server's in the file, `segment` the most bytes of a packet. The packets
-        before `first` are left out."""
+        before `first` are left out, and of each all but its first `kept` bytes."""
         with open(path, "wb") as file:
             file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 0x40000, LINKTYPE_RAW))
             for moment, packet in self._packets(port, segment)[first:]:
-                file.write(struct.pack("<IIII", int(moment), int(moment % 1 * 1e6), len(packet), len(packet)) + packet)
+                file.write(struct.pack("<IIII", int(moment), int(moment % 1 * 1e6), len(packet[:kept]), len(packet)))
+                file.write(packet[:kept])
 
     def _accept(self):
         for number in range(10_000):
             client = self._listener.accept()[0]
             server = socket.create_connection(("127.0.0.1", self._server_port))
-            self._note(number, False, SYN, b"")
-            self._note(number, True, SYN | ACK, b"")
+            self.note(number, False, SYN, b"")
+            self.note(number, True, SYN | ACK, b"")
             for pair in ((client, server, False), (server, client, True)):
                 threading.Thread(target=self._pass_on, args=(number, *pair), daemon=True).start()
 
     def _pass_on(self, connection, source, target, is_reply):
         with contextlib.suppress(OSError):
             while data := source.recv(1 << 20):
-                self._note(connection, is_reply, ACK, data)
+                self.note(connection, is_reply, ACK, data)
                 target.sendall(data)
-        self._note(connection, is_reply, FIN | ACK, b"")
+        self.note(connection, is_reply, FIN | ACK, b"")
         with contextlib.suppress(OSError):
             target.shutdown(socket.SHUT_WR)
 
-    def _note(self, connection, is_reply, flags, data):
+    def note(self, connection, is_reply, flags, data):
+        """Takes down `data`, which went by just now."""
         with self._lock:
             last = self._passed[-1] if self._passed else None
             if last and data and last[-1] and last[1:3] == (connection, is_reply):

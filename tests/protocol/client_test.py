@@ -7,7 +7,6 @@ import os
 import socket
 import subprocess
 import sys
-import threading
 import time
 
 sys.path.insert(0, f"{sys.argv[2]}/tools/python")
@@ -173,17 +172,25 @@ def a_server_that_is_none():
 
 
 
+def all_but_shutdown(port, home):
+    with Counted(port=port) as client:
+        a_job_with_files(client, home)
+        the_queue(client, home)
+        a_process(client, home)
+        what_goes_wrong(client, home)
+    subprocess.run(["rm", "-r", f"{home}/results"], check=True)
 
-with server.Server(sys.argv[1], ORPC_PACKET_SIZE="4096") as job_manager:
-    for tlm._PACKET_SIZE in (0x200000, 64):
+
+def main():
+    with server.Server(sys.argv[1], ORPC_PACKET_SIZE="4096") as job_manager:
+        for tlm._PACKET_SIZE in (0x200000, 64):
+            all_but_shutdown(job_manager.port, job_manager.home)
+        a_server_that_is_none()
         with Counted(port=job_manager.port) as client:
-            a_job_with_files(client, job_manager.home)
-            the_queue(client, job_manager.home)
-            a_process(client, job_manager.home)
-            what_goes_wrong(client, job_manager.home)
-        subprocess.run(["rm", "-r", f"{job_manager.home}/results"], check=True)
-    a_server_that_is_none()
-    with Counted(port=job_manager.port) as client:
-        client.shutdown()
-    assert job_manager.process.wait(20) == 0
-assert called == set(tlm.OPERATIONS), f"not called: {set(tlm.OPERATIONS) - called}"
+            client.shutdown()
+        assert job_manager.process.wait(20) == 0
+    assert called == set(tlm.OPERATIONS), f"not called: {set(tlm.OPERATIONS) - called}"
+
+
+if __name__ == "__main__":
+    main()

@@ -123,6 +123,7 @@ local LAST_FRAGMENT = 0x80000000
 local SHORTEST_HEADER = 24 -- bytes
 local STRING_LIMIT = 0x1000000 -- bytes
 local LONGEST_FRAGMENT = 0x40000000 + 4 * STRING_LIMIT -- bytes
+local LONGEST_SEGMENT = 0x4000 -- bytes
 local MOST_EMPTY = 1000 -- fragments without bytes in a message
 local LIMIT = 1000 -- so many are shown of the items of a list, the chunks of a file, the records of a message
 local ACCEPTED = {[0] = "SUCCESS", [1] = "PROG_UNAVAIL", [2] = "PROG_MISMATCH", [3] = "PROC_UNAVAIL", [4] = "GARBAGE_ARGS",
@@ -207,12 +208,12 @@ end
 
 declare_fields()
 
--- What is raised while bytes are read: SHORT if more have to come first, BROKEN for `reason`.
+-- What is raised while bytes are read: SHORT if about `missing` more have to come first, BROKEN for `reason`.
 
 local SHORT, BROKEN = {}, {}
 
-local function short()
-  error(setmetatable({}, SHORT))
+local function short(missing)
+  error(setmetatable({missing = missing}, SHORT))
 end
 
 local function broken(reason)
@@ -243,13 +244,13 @@ end
 function Reader:enter()
   local there = self.tvb:len() - self.at
   if there < 4 and self.is_all then broken("the capture lacks its end") end
-  if there < 4 then short() end
+  if there < 4 then short(4 - there) end
   local mark = self.tvb(self.at, 4):uint()
   local length = mark % LAST_FRAGMENT
   if length > LONGEST_FRAGMENT then broken("a record of " .. length .. " bytes") end
   if length == 0 then self.empty = self.empty + 1 end
   if self.empty > MOST_EMPTY then broken("empty fragments without end") end
-  if there < 4 + length and not self.is_all then short() end
+  if there < 4 + length and not self.is_all then short(4 + length - there) end
   if #self.records > 0 and self.last and self:call_begins(length) then broken("it ends too early: another call begins") end
   local present = math.min(length, there - 4)
   self.records[#self.records + 1] = {start = self.at, length = present}
@@ -497,7 +498,7 @@ local function looks_like_message(tvb, start)
   local mark = there >= 4 and tvb(start, 4):uint() or LAST_FRAGMENT + SHORTEST_HEADER
   local length = mark % LAST_FRAGMENT
   if length < SHORTEST_HEADER or length > LONGEST_FRAGMENT then return false end
-  if there < 4 + SHORTEST_HEADER then short() end
+  if there < 4 + SHORTEST_HEADER then short(4 + SHORTEST_HEADER - there) end
   local type, third, program = tvb(start + 8, 4):uint(), tvb(start + 12, 4):uint(), tvb(start + 16, 4):uint()
   return type == CALL and (third == 2 or PROGRAMS[program] ~= nil) or type == REPLY and third <= 1
 end
@@ -629,6 +630,12 @@ local function show_continuation(tvb, start, tree)
   top:add_proto_expert_info(EXPERT.continuation)
 end
 
+-- With the exact number that is missing, a second look does not always come by every message again: the end of a message
+-- is waited for segment by segment.
+local function bytes_to_ask_for(missing)
+  return missing > 2 * LONGEST_SEGMENT and missing - LONGEST_SEGMENT or DESEGMENT_ONE_MORE_SEGMENT
+end
+
 -- Shows the messages in `tvb`, and asks for more bytes if the last of them is not whole.
 local function show_all(tvb, pinfo, tree)
   local is_all = pinfo.can_desegment == 0 or tvb:len() < tvb:reported_len()
@@ -639,8 +646,7 @@ local function show_all(tvb, pinfo, tree)
       message = looks_like_message(tvb, start) and read_message(tvb, start, pinfo, is_all)
     end)
     if trouble and not is_all then
-      -- With the exact number that is missing, a second look does not always come by every message again.
-      pinfo.desegment_offset, pinfo.desegment_len = start, DESEGMENT_ONE_MORE_SEGMENT
+      pinfo.desegment_offset, pinfo.desegment_len = start, bytes_to_ask_for(trouble.missing)
       return
     end
     if not message then return show_continuation(tvb, start, tree) end
