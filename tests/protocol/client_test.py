@@ -111,7 +111,8 @@ def the_queue(manager, home):
     assert manager.set_local_limit(7) and not manager.set_local_limit(0) and manager.get_local_limit() == 7
     assert manager.set_default_priority(4) and manager.get_default_priority() == 4
     count = manager.get_job_count()
-    waiting = manager.submit_job(tlm.Submission(work_dir=f"{home}/client/", command="do true", result_stem="w",
+    command = f"do 'until rm {home}/go; do sleep 0.02; done'"
+    waiting = manager.submit_job(tlm.Submission(work_dir=f"{home}/client/", command=command, result_stem="w",
                                                 run_class=tlm.RUN_QUEUED))
     task = manager.get_job(waiting)[0]
     assert (task.status, task.priority) == (tlm.Status.QUEUED, 4) and manager.get_job_count() == count
@@ -119,6 +120,7 @@ def the_queue(manager, home):
     assert manager.start_queue(3600) and manager.get_queue_start_time() > time.time() + 3000
     assert manager.start_queue(2**64 - 1) and manager.get_queue_start_time() == 0 and not manager.is_queue_running()
     assert manager.start_queue(0) and manager.is_queue_running()
+    write(f"{home}/go", b"")
     ended(manager, waiting)
     assert manager.remove_job(waiting) and not manager.remove_job(waiting + 99)
     assert waiting in manager.list_removed_jobs()
@@ -169,7 +171,6 @@ def a_server_that_is_none():
             fails(kind, client.get_temp_root)
             fails((OSError, ValueError), client.ping)
             peer.close()
-
 
 
 def all_but_shutdown(port, home):
