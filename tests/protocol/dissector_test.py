@@ -101,13 +101,13 @@ def raw_call(xid, program=0x514A4D50, number=0, arguments=b""):
     return CALL.pack(0x80000000 + 40 + len(arguments), xid, 0, 2, program, 1, number, 0, 0, 0)[:40] + bytes(4) + arguments
 
 
-def hand_made(folder, *pieces):
-    """A capture of one connection with these packets of its client."""
+def hand_made(folder, *pieces, reply=b""):
+    """The messages of a capture of one connection with these packets of its client, after each one of `reply`."""
     made, path = capture.Capture(0), f"{folder}/made.pcap"
     made.note(0, False, capture.SYN, b"")
     for piece in pieces:
         made.note(0, False, capture.ACK, piece)
-        made.note(0, True, capture.ACK, b"")
+        made.note(0, True, capture.ACK, reply)
     made.write(path, PORT)
     return messages(path, "-2")
 
@@ -126,6 +126,14 @@ def what_is_no_message(folder):
     split = b"".join(b"\0\0\0\1" + bytes([byte]) for byte in b"\0\0\4\0" + b"x" * 1024) + b"\x80\0\0\0"
     pieces = hand_made(folder, b"\0\0\0\x28" + raw_call(2, number=3)[4:] + split, null)
     assert "x" * 200 in pieces[0] and "30 records more" in pieces[0] and "null" in pieces[1], pieces[0][-900:]
+    early = hand_made(folder, raw_call(1, number=3, arguments=b"\0\0\1\0" + bytes(8)), null)
+    assert "it ends too early: another call begins" in early[0] and "null" in early[1], early
+    empty = hand_made(folder, b"\0\0\0\x28" + raw_call(2, number=3)[4:] + bytes(5000))[0]
+    assert "Malformed: empty fragments without end" in empty, empty
+    reply = b"\x80\0\0\x18" + raw_call(7)[4:8] + b"\0\0\0\1" + bytes(16)
+    hand_made(folder, null, null, reply=reply)  # one xid for both
+    assert rows(f"{folder}/made.pcap", "frame.number", "tlm.reply_in", "tlm.call_in")[1:] == [
+        ["2", "3", ""], ["3", "", "2"], ["4", "5", ""], ["5", "", "4"]]
     surplus = hand_made(folder, raw_call(1, number=17, arguments=b"more"))[0]
     assert "The receiver drops what follows in the record" in surplus, surplus
 

@@ -6,7 +6,7 @@ Copy this file to the folder of personal Lua plugins (Help > About Wireshark > F
 
 It looks at port 20317 and at those set in the preferences (Protocols > TLM), and recognises a call at the beginning of a
 connection on any other port. To filter by: tlm.operation == "SubmitJob", tlm.handle == 7, tlm.job.status == 5,
-tlm.refused, tlm.time > 1 and all others that auto-completion offers after "tlm.".
+tlm.refused, tlm.response_time > 1 and all others that auto-completion offers after "tlm.".
 ]]
 
 -- What stands between "catalogue" and "end" is written by scripts/protocol.
@@ -311,10 +311,10 @@ end
 
 function Reader:list() return self:u32() end
 function Reader:chunk() return self:text() end
-function Reader:open() end
-function Reader:close() end
-function Reader:omit() end
-function Reader:total() end
+function Reader.open() end
+function Reader.close() end
+function Reader.omit() end
+function Reader.total() end
 
 -- Shower: adds the items of a message, whose bytes have been joined, to the tree of Wireshark.
 
@@ -638,7 +638,7 @@ end
 
 -- Shows the messages in `tvb`, and asks for more bytes if the last of them is not whole.
 local function show_all(tvb, pinfo, tree)
-  local is_all = pinfo.can_desegment == 0 or tvb:len() < tvb:reported_len()
+  local is_all = pinfo.can_desegment == 0 -- also if the packet is not in the capture whole
   local start = 0
   while start < tvb:len() do
     local message
@@ -651,8 +651,7 @@ local function show_all(tvb, pinfo, tree)
     end
     if not message then return show_continuation(tvb, start, tree) end
     remember(message, pinfo)
-    -- A later look finds a whole message also in a frame that brought only a part of it.
-    if known[message.place] ~= nil then show_message(tvb, message, pinfo, tree) end
+    show_message(tvb, message, pinfo, tree)
     start = message.stop
   end
 end
