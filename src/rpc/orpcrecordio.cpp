@@ -25,9 +25,9 @@ constexpr std::uint32_t kSmallestPacket = 4096;
 constexpr std::uint32_t kDefaultPacket = 0x200000;
 // Leaves room in the 31 bits of a mark for the longest write that may follow.
 constexpr std::uint32_t kLargestPacket = 0x40000000;
-// Memory for a record grows with the bytes that arrive, at most by this at once.
+// Memory for a record grows with the bytes that arrive, at most by this at once. Nor is more read ahead: others may
+// wait until all of it is worked through, however small its pieces.
 constexpr std::uint32_t kLargestReadPiece = 0x40000;
-constexpr std::size_t kMostAtOnce = 0x400000;
 
 // No sender makes a longer record, whatever its packet size: a packet and the longest single write behind it, with room
 // to spare.
@@ -154,7 +154,7 @@ void ORpcRecordIO::Await(std::size_t count) {
   if (readBuffer_.size() - end_ < least) MakeRoom(least);
   const std::size_t most = readsAhead_ ? readBuffer_.size() - end_ : least;
   end_ += inner_->ReadSome(readBuffer_.data() + end_, static_cast<std::uint32_t>(least),
-                           static_cast<std::uint32_t>(std::min(most, kMostAtOnce)));
+                           static_cast<std::uint32_t>(std::min<std::size_t>(most, kLargestReadPiece)));
 }
 
 void ORpcRecordIO::MakeRoom(std::size_t count) {
