@@ -147,7 +147,7 @@ def remove_and_purge(servers):
     os.removedirs(f"{HOME}/bin")
     assert not os.path.exists(HOME) and all(map(os.path.exists, kept)), kept
     run("dpkg", "--no-triggers", "-P", "tlmjm")
-    names = r".*/[^/]*\(tlmjm\|ksbjm\|vrkjm\|tlmctl\|tlmjob\|tessarine\)[^/]*"
+    names = r".*/[^/]*\(tlm\|ksbjm\|vrkjm\|tessarine\)[^/]*"
     left = run("find", "/run/written", "!", "-type", "c", "!", "-path", "*/var/cache/*", "-regex", names)
     assert not left, left
 
@@ -179,6 +179,7 @@ def main(build, scratch, cpack, inside=None):
     servers = [Server(product) for product in CLIENTS]
     for server in servers:
         server.analyse(DECKS)
+    run("python3", "-c", "import tlm; tlm.JobManager(port=23170).ping()")
     upgrade_below(servers)
     run("tlmjm", "stop")
     servers[0].ended()
